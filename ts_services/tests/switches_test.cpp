@@ -1,0 +1,38 @@
+// Testing hooks and features: values, counted reads, setters.
+#include <ts/feature.hpp>
+#include <ts/testing_hook.hpp>
+
+#include <gtest/gtest.h>
+
+TEST(TestingHook, StartsOffAndUnread) {
+    TsTestingHook hook;
+    EXPECT_EQ(hook.useCount(), 0U);
+    EXPECT_FALSE(hook.isOn());
+    EXPECT_EQ(hook.useCount(), 1U);
+}
+
+TEST(TestingHook, EveryReadCountsOnce) {
+    TsTestingHook hook(7);
+    EXPECT_EQ(hook.value(), 7);
+    EXPECT_TRUE(hook.isOn());
+    EXPECT_EQ(hook.useCount(), 2U);
+}
+
+TEST(TestingHook, SettingReturnsTheOldValueAndIsNotARead) {
+    TsTestingHook hook(3);
+    EXPECT_EQ(hook.setHookValFromC(-1), 3);
+    EXPECT_EQ(hook.setHookValFromC(0), -1);
+    EXPECT_EQ(hook.useCount(), 0U);
+    EXPECT_FALSE(hook.isOn());
+}
+
+TEST(Feature, CountsQueriesAndNotSettings) {
+    TsFeature feature;
+    EXPECT_EQ(feature.setFeatValFromC(1), 0);
+    EXPECT_EQ(feature.queryCount(), 0U);
+    EXPECT_TRUE(feature.isOn());
+    EXPECT_EQ(feature.value(), 1);
+    EXPECT_EQ(feature.queryCount(), 2U);
+    EXPECT_EQ(feature.setFeatValFromC(0), 1);
+    EXPECT_FALSE(feature.isOn());
+}
