@@ -1,0 +1,43 @@
+// The base of everything that watches transforms. While a service sits in a service container, the
+// pass manager calls its hooks around every run of a transform.
+//
+// Owner: whoever makes a service owns it; a container only refers to it. A service that is
+// destroyed while registered takes itself out of its container. To add a service, derive from this
+// class (or from DebugService, which adds filters and sides).
+#pragma once
+
+namespace QN {
+
+class ServiceContainer;
+class TransformRun;
+
+class Service {
+public:
+    Service() noexcept = default;
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+    virtual ~Service();
+
+    /// Called before the transform acts; the IR is as the previous transform left it.
+    virtual void prepass(TransformRun& run);
+
+    /// Called after the transform has acted, also when it failed (see TransformRun::failed()), once
+    /// for each prepass() call that returned. Services are called in reverse order of prepass().
+    virtual void postpass(TransformRun& run);
+
+    /// Called at the end of ServiceContainer::addService().
+    virtual void added();
+
+    /// Called at the end of ServiceContainer::removeService(), but not when the service leaves its
+    /// container because it is being destroyed.
+    virtual void removed();
+
+    /// The container in which this service is registered, null if none.
+    [[nodiscard]] ServiceContainer* container() const noexcept { return container_; }
+
+private:
+    friend class ServiceContainer;
+    ServiceContainer* container_ = nullptr;
+};
+
+} // namespace QN
