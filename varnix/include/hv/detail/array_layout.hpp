@@ -1,0 +1,44 @@
+// How an hvArray lies in memory. Not for modules to use by name: it is public only because the
+// object system's inline functions (object_array.hpp, factory/binding_registry.hpp) rely on it,
+// which is what makes an array of a thousand live objects cost microseconds.
+#pragma once
+
+#include <hv/array.hpp>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace objsys {
+class COSClass;
+class COSInterface;
+} // namespace objsys
+
+struct hvArray {
+    enum Flags : std::uint8_t {
+        /// Part of a COSInterface: the 1 by 1 array that *is* the handle of one script instance.
+        Handle = 1,
+        /// An object array marked by omSetClassOfHeterogeneousArray.
+        Heterogeneous = 2,
+        /// The elements are a separate allocation rather than following the header.
+        SeparateData = 4,
+    };
+
+    std::uint32_t refs;
+    hvClassID classID;
+    std::uint8_t flags;
+    std::uint16_t reserved;
+    std::size_t rows;
+    std::size_t columns;
+    /// Numeric, logical, char: the elements. Cell: hvArray*[]. Object: COSInterface*[].
+    /// Struct and function: the host's own record.
+    void* data;
+    /// Object arrays: the class of the array as a whole. Others: null.
+    objsys::COSClass* objectClass;
+
+    [[nodiscard]] std::size_t count() const { return rows * columns; }
+    [[nodiscard]] bool isHandle() const { return (flags & Handle) != 0; }
+    [[nodiscard]] objsys::COSInterface** objects() const {
+        return static_cast<objsys::COSInterface**>(data);
+    }
+    [[nodiscard]] hvArray** cells() const { return static_cast<hvArray**>(data); }
+};

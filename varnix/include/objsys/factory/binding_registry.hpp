@@ -1,0 +1,50 @@
+// Binding of native objects to script instances: one object has at most one live instance.
+#pragma once
+
+#include <hv/array.hpp>
+#include <objsys/factory/wrappable.hpp>
+#include <objsys/interface.hpp>
+#include <objsys/name_id.hpp>
+
+namespace objsys::factory::basic {
+
+class BindingRegistry {
+public:
+    /// The handle of a native object, as an object array of one element of which the caller gets a
+    /// reference. The first call makes an instance of the class named (raising "varnix:undefined"
+    /// when there is no such class); later calls return the same handle for as long as it lives.
+    /// Null gives an empty (0 by 0) object array of that class. Does not take ownership of the
+    /// object.
+    static hvArray* announce(full::Wrappable* object, COSNameID className) {
+        if (object != nullptr && object->instance_ != nullptr) {
+            hvArray* const handle = object->instance_->handle();
+            ++handle->refs;
+            return handle;
+        }
+        return announceNew(object, className);
+    }
+
+    /// Binds a new native object to the instance under construction, which is element 0 of
+    /// `instance`. `own` is always true for the classes of the factory framework: the class's
+    /// destroyInstance decides about the object. Raises "varnix:nullSelf" for a null object or
+    /// instance and "varnix:alreadyBound" when either is bound to something else.
+    static void announceForConstructor(full::Wrappable* object, COSNameID className,
+                                       hvArray* instance, bool own);
+
+    /// Unbinds a native object that is about to die; its handle becomes invalid. Unbound objects
+    /// and null are ignored.
+    static void retract(full::Wrappable* object) noexcept;
+
+    /// Unbinds an object on behalf of its dying instance. Returns whether it was bound.
+    static bool remove(full::Wrappable* object) noexcept;
+
+    /// The instance bound to an object, or null.
+    static COSInterface* instanceOf(const full::Wrappable* object) {
+        return object ? object->instance_ : nullptr;
+    }
+
+private:
+    static hvArray* announceNew(full::Wrappable* object, COSNameID className);
+};
+
+} // namespace objsys::factory::basic
