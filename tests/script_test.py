@@ -1,0 +1,121 @@
+#!/usr/bin/env python3
+"""Runs a script test: NAME.vx, whose expected text stands beside it in NAME.out.
+
+    script_test.py --varnix PROGRAM --folder FOLDER [--accept] NAME...
+
+NAME is the path of the script below FOLDER, without ".vx". The expected text is what the script
+prints on the console. When it also writes to standard error, or ends with another status than 0,
+these follow in this form:
+
+    --- stderr
+    error: no such variable or function: x
+      at example.vx:3:1
+    --- exit 1
+
+A console text that does not end its last line is followed by a line "--- no newline".
+
+Each script runs in a fresh, empty working folder. The folder of the script is left out of what it
+prints, the working folder stands as <work>, so that the expected text is the same on every machine.
+A first line `# args: one two` gives the script arguments; `# options: --no-modules` gives options
+to the program. Functions may stand in files beside the script, which are tests themselves only if
+they have an expected text.
+
+--accept writes the expected text instead of comparing it; read the difference before.
+"""
+
+import argparse
+import difflib
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+
+TIME_LIMIT = 300  # seconds: ends a test that hangs, says nothing about speed
+
+
+def directive(source, word):
+    """The words after `# WORD:` in the leading comment lines of a script."""
+    for line in source.splitlines():
+        if not line.startswith("#"):
+            break
+        found = re.match(rf"#\s*{word}:\s*(.*)$", line)
+        if found:
+            return shlex.split(found.group(1))
+    return []
+
+
+def run(varnix, script):
+    """What the script prints and how it ends, as one text in the form of a .out file."""
+    source = script.read_text(encoding="utf-8", errors="surrogateescape")
+    with tempfile.TemporaryDirectory(prefix="script-test-") as work:
+        command = [varnix, *directive(source, "options"), str(script), *directive(source, "args")]
+        # Settings of the person who runs the tests must not change what the scripts print.
+        environment = {k: v for k, v in os.environ.items() if k != "ZQE_INSTALL"}
+        environment["TMPDIR"] = work
+        try:
+            done = subprocess.run(command, cwd=work, env=environment, stdin=subprocess.DEVNULL,
+                                  capture_output=True, timeout=TIME_LIMIT, check=False)
+        except subprocess.TimeoutExpired as late:
+            return f"--- still running after {late.timeout:.0f} s\n"
+
+        def plain(text):
+            text = text.decode("utf-8", errors="surrogateescape")
+            text = text.replace(f"{script.parent}/", "")
+            for name in (os.path.realpath(work), work):
+                text = text.replace(name, "<work>")
+            return text
+
+        out = plain(done.stdout)
+        if out and not out.endswith("\n"):
+            out += "\n--- no newline\n"
+        if done.stderr:
+            out += "--- stderr\n" + plain(done.stderr)
+        if done.returncode < 0:
+            out += f"--- killed by signal {-done.returncode}\n"
+        elif done.returncode != 0:
+            out += f"--- exit {done.returncode}\n"
+        return out
+
+
+def main():
+    parser = argparse.ArgumentParser(add_help=True, description=__doc__.splitlines()[0])
+    parser.add_argument("--varnix", required=True)
+    parser.add_argument("--folder", required=True, type=pathlib.Path)
+    parser.add_argument("--accept", action="store_true")
+    parser.add_argument("names", nargs="+")
+    options = parser.parse_args()
+
+    failed = 0
+    for name in options.names:
+        name = re.sub(r"^script/|\.(vx|out)$", "", name)
+        script = (options.folder / f"{name}.vx").resolve()
+        expected_file = script.with_suffix(".out")
+        if not script.is_file():
+            print(f"no such script test: {name} (no file {script})")
+            failed += 1
+            continue
+        actual = run(os.path.abspath(options.varnix), script)
+        expected = ""
+        if expected_file.is_file():
+            expected = expected_file.read_text(encoding="utf-8", errors="surrogateescape")
+        if actual == expected and expected_file.is_file():
+            continue
+        if options.accept:
+            expected_file.write_text(actual, encoding="utf-8", errors="surrogateescape")
+        difference = difflib.unified_diff(expected.splitlines(True), actual.splitlines(True),
+                                          f"{name}.out (expected)", f"{name}.vx (printed)")
+        sys.stdout.reconfigure(errors="backslashreplace")
+        sys.stdout.writelines(difference)
+        if options.accept:
+            print(f"accepted: {expected_file}")
+        else:
+            failed += 1
+            print(f"\nIf the new text is right:  ./test --accept {name}")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
