@@ -100,6 +100,12 @@ public:
 
     /// Takes over one reference to the array and brings it to canonical form; null is Unset.
     static Value fromArray(hvArray* array);
+    /// The same without the canonical form: for keeping an array alive, not for scripts to see.
+    static Value keeping(hvArray* array) {
+        Value r(Tag::Array);
+        r.bits_.a = array;
+        return r;
+    }
     /// A 1 by N text; the empty text is 1 by 0.
     static Value text(std::string_view characters);
     /// A 0 by 0 double: what an absent cell reads as.

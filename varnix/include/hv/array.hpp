@@ -35,9 +35,9 @@ enum hvClassID : std::uint8_t {
 };
 
 /// Adds a reference and returns the array; null stays null.
-hvArray* hvShareArray(hvArray* array);
+inline hvArray* hvShareArray(hvArray* array);
 /// Releases one reference; the last one frees the array and what it holds. Null is ignored.
-void hvDestroyArray(hvArray* array);
+inline void hvDestroyArray(hvArray* array);
 
 hvClassID hvGetClassID(const hvArray* array);
 std::size_t hvGetNumberOfElements(const hvArray* array);
@@ -82,3 +82,5 @@ hvArray* hvGetCell(const hvArray* cell, std::size_t index);
 /// Prints on the host console, format as in C's printf; also takes %Iu, an unsigned 64-bit decimal
 /// (std::uint64_t). Returns the number of characters printed.
 int hvxPrintf(const char* format, ...);
+
+#include <hv/detail/array_layout.hpp> // the two inline functions

@@ -1,7 +1,9 @@
 // COSClass: a script class as the host keeps it, and the host's own way into its members.
 //
 // Resolve a property or method by name once, keep the pointer (it lives as long as the class), and
-// use it for every access: that is what the script machine's inline caches do.
+// use it for every access: that is what the script machine's inline caches do. A class that is
+// withdrawn with its module keeps its COSClass object, without members to call: its instances are
+// invalid and it is no longer found by name.
 #pragma once
 
 #include <objsys/class_info.hpp>
@@ -10,6 +12,7 @@
 #include <objsys/property_info.hpp>
 #include <objsys/value.hpp>
 
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <unordered_map>
@@ -23,6 +26,9 @@ class COSPackage;
 namespace detail {
 /// Raises "varnix:invalidHandle" for an instance whose native object is gone.
 [[noreturn]] void raiseInvalidHandle(const COSInterface* instance);
+/// Rises whenever classes are withdrawn. Who keeps pointers to members of a class that it reached
+/// by name, without an instance in hand, checks that this has not changed.
+extern std::uint64_t classGeneration;
 } // namespace detail
 
 /// One property of one class, inherited or its own: everything an access needs in one place.
@@ -91,7 +97,7 @@ public:
 
     /// The class of that full name, or null.
     static COSClass* find(COSNameID fullName) { return fullName.entry()->registeredClass; }
-    /// The class of that full name; raises "varnix:undefined".
+    /// The class of that full name; raises "varnix:undefined" when there is none.
     static COSClass& get(COSNameID fullName);
 
     [[nodiscard]] COSNameID getFullName() const { return fullName_; }
@@ -136,8 +142,10 @@ private:
             define();
     }
     void define();
+    /// Ends all instances, releases the descriptor and the members, and leaves the bare name.
+    void withdraw() noexcept;
 
-    enum class State { Declared, Defining, Defined };
+    enum class State { Declared, Defining, Defined, Withdrawn };
     State state_ = State::Declared;
     std::unique_ptr<COSClassInfo> info_;
     COSPackage* package_;

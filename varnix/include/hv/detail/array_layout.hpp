@@ -42,3 +42,17 @@ struct hvArray {
     }
     [[nodiscard]] hvArray** cells() const { return static_cast<hvArray**>(data); }
 };
+
+/// Frees an array whose last reference went; for hvDestroyArray only.
+void hvFreeUnreferenced(hvArray* array) noexcept;
+
+inline hvArray* hvShareArray(hvArray* array) {
+    if (array)
+        ++array->refs;
+    return array;
+}
+
+inline void hvDestroyArray(hvArray* array) {
+    if (array && --array->refs == 0)
+        hvFreeUnreferenced(array);
+}

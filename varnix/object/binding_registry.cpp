@@ -1,0 +1,54 @@
+// Binding of native objects to instances: two pointers that are always set and cleared together.
+
+#include "object/instances.hpp"
+#include "value/errors.hpp"
+
+#include <objsys/class.hpp>
+#include <objsys/factory/binding_registry.hpp>
+#include <objsys/object_array.hpp>
+
+namespace objsys::factory {
+
+full::Wrappable::~Wrappable() {
+    basic::BindingRegistry::retract(this);
+}
+
+namespace basic {
+
+hvArray* BindingRegistry::announceNew(full::Wrappable* object, COSNameID className) {
+    if (!object)
+        return omCreateOBJSYSMatrix(0, 0, className);
+    COSInterface* const instance = InstanceAccess::create(&COSClass::get(className));
+    instance->native_ = object;
+    object->instance_ = instance;
+    return instance->handle();
+}
+
+void BindingRegistry::announceForConstructor(full::Wrappable* object, COSNameID className,
+                                             hvArray* instance, bool) {
+    COSInterface* const target = omGetArrayElement(instance, 0);
+    if (!object || !target)
+        varnix::fail(varnix::id::nullSelf, "the constructor of {} made no object", className.str());
+    if (target->native_ == object)
+        return;
+    if (target->native_ || object->instance_)
+        varnix::fail("varnix:alreadyBound", "the object or its handle is bound already ({})",
+                     className.str());
+    target->native_ = object;
+    object->instance_ = target;
+}
+
+void BindingRegistry::retract(full::Wrappable* object) noexcept {
+    remove(object);
+}
+
+bool BindingRegistry::remove(full::Wrappable* object) noexcept {
+    if (!object || !object->instance_)
+        return false;
+    object->instance_->native_ = nullptr;
+    object->instance_ = nullptr;
+    return true;
+}
+
+} // namespace basic
+} // namespace objsys::factory

@@ -1,0 +1,120 @@
+// The array interface that modules see, over the host's arrays.
+
+#include "value/array.hpp"
+#include "value/errors.hpp"
+
+#include <hv/array.hpp>
+#include <ut/ut.hpp>
+
+#include <cstring>
+
+hvClassID hvGetClassID(const hvArray* array) {
+    return array ? array->classID : hvUNKNOWN_CLASS;
+}
+
+std::size_t hvGetNumberOfElements(const hvArray* array) {
+    return array ? array->count() : 0;
+}
+
+std::size_t hvGetM(const hvArray* array) {
+    return array ? array->rows : 0;
+}
+
+std::size_t hvGetN(const hvArray* array) {
+    return array ? array->columns : 0;
+}
+
+namespace {
+bool hasPlainData(const hvArray* array) {
+    switch (hvGetClassID(array)) {
+    case hvUNKNOWN_CLASS:
+    case hvCELL_CLASS:
+    case hvSTRUCT_CLASS:
+    case hvFUNCTION_CLASS:
+    case hvOBJECT_CLASS:
+        return false;
+    default:
+        return true;
+    }
+}
+} // namespace
+
+void* hvGetData(hvArray* array) {
+    return hasPlainData(array) ? array->data : nullptr;
+}
+
+const void* hvGetData(const hvArray* array) {
+    return hasPlainData(array) ? array->data : nullptr;
+}
+
+hvArray* hvCreateArray(hvClassID classID, std::size_t m, std::size_t n) {
+    hvArray* const array = varnix::newArray(classID, m, n);
+    std::memset(array->data, 0, array->count() * varnix::elementSize(classID));
+    return array;
+}
+
+hvArray* hvCreateDoubleScalar(double value) {
+    hvArray* const array = varnix::newArray(hvDOUBLE_CLASS, 1, 1);
+    *varnix::elements<double>(array) = value;
+    return array;
+}
+
+hvArray* hvCreateLogicalScalar(bool value) {
+    hvArray* const array = varnix::newArray(hvLOGICAL_CLASS, 1, 1);
+    *varnix::elements<bool>(array) = value;
+    return array;
+}
+
+hvArray* hvCreateString(const char* text) {
+    return hvCreateStringN(text, text ? std::strlen(text) : 0);
+}
+
+hvArray* hvCreateStringN(const char* text, std::size_t length) {
+    hvArray* const array = varnix::newArray(hvCHAR_CLASS, 1, length);
+    if (length != 0)
+        std::memcpy(array->data, text, length);
+    return array;
+}
+
+char* hvArray2String(const hvArray* array) {
+    if (hvGetClassID(array) != hvCHAR_CLASS)
+        return nullptr;
+    const std::size_t length = array->count();
+    auto* const text = static_cast<char*>(utMalloc(length + 1));
+    if (!text)
+        varnix::fail(varnix::id::outOfMemory, "there is no memory for a text of {} characters",
+                     length);
+    std::memcpy(text, array->data, length);
+    text[length] = '\0';
+    return text;
+}
+
+char* hvArrayToString(const hvArray* array) {
+    return hvArray2String(array);
+}
+
+void hvFree(void* memory) {
+    utFree(memory);
+}
+
+void hvFreeEx(void* memory) {
+    utFree(memory);
+}
+
+hvArray* hvCreateCellMatrix(std::size_t m, std::size_t n) {
+    return varnix::newArray(hvCELL_CLASS, m, n);
+}
+
+void hvSetCell(hvArray* cell, std::size_t index, hvArray* value) {
+    if (hvGetClassID(cell) != hvCELL_CLASS || index >= cell->count()) {
+        hvDestroyArray(value);
+        varnix::fail(varnix::id::badIndex, "cell array has no cell {}", index);
+    }
+    hvDestroyArray(std::exchange(cell->cells()[index], value));
+}
+
+hvArray* hvGetCell(const hvArray* cell, std::size_t index) {
+    if (hvGetClassID(cell) != hvCELL_CLASS || index >= cell->count())
+        return nullptr;
+    return cell->cells()[index];
+}
