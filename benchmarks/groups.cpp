@@ -1,0 +1,17 @@
+// The rows of the catalogue.
+#include "groups.hpp"
+
+#include <array>
+
+namespace bench {
+
+std::span<const GroupEntry> groups() {
+    static const std::array<GroupEntry, 2> entries = {{
+        {"door", "the door from C++, names resolved beforehand", true, buildDoor},
+        {"script", "the door from a loop of the subject's own language, the loop included", true,
+         buildScript},
+    }};
+    return entries;
+}
+
+} // namespace bench

@@ -1,0 +1,77 @@
+// Adaptive batches and interleaved sampling; see measure.hpp for why.
+#include "measure.hpp"
+
+#include <algorithm>
+#include <cassert>
+#include <chrono>
+#include <cmath>
+
+namespace bench {
+namespace {
+
+double nanosecondsOf(Loop& loop, std::size_t count) {
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    loop(count);
+    const auto end = Clock::now();
+    return std::chrono::duration<double, std::nano>(end - begin).count();
+}
+
+/// Finds how many operations fill a batch: grows the count until a run takes a tenth of the wanted
+/// time, where the clock's own cost no longer matters, and scales from there.
+std::size_t findBatch(Loop& loop, double wantedNanoseconds) {
+    std::size_t count = 1;
+    while (true) {
+        const double taken = nanosecondsOf(loop, count);
+        if (taken >= wantedNanoseconds) {
+            return count;
+        }
+        if (taken >= wantedNanoseconds / 10) {
+            const double scaled = static_cast<double>(count) * wantedNanoseconds / taken;
+            return std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(scaled)));
+        }
+        count *= 4;
+    }
+}
+
+} // namespace
+
+double median(std::vector<double> values) {
+    assert(!values.empty());
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+std::vector<Timing> measureInterleaved(std::span<Loop> loops, const Effort& effort) {
+    std::vector<std::size_t> batches(loops.size(), 0);
+    for (std::size_t i = 0; i < loops.size(); ++i) {
+        if (loops[i]) {
+            batches[i] = findBatch(loops[i], effort.batchNanoseconds);
+        }
+    }
+
+    std::vector<std::vector<double>> samples(loops.size());
+    for (std::size_t round = 0; round < effort.samples; ++round) {
+        for (std::size_t turn = 0; turn < loops.size(); ++turn) {
+            const std::size_t i = (round + turn) % loops.size();
+            if (loops[i]) {
+                samples[i].push_back(nanosecondsOf(loops[i], batches[i]) /
+                                     static_cast<double>(batches[i]));
+            }
+        }
+    }
+
+    std::vector<Timing> timings(loops.size());
+    for (std::size_t i = 0; i < loops.size(); ++i) {
+        if (loops[i]) {
+            timings[i] = {.median = median(samples[i]),
+                          .minimum = *std::min_element(samples[i].begin(), samples[i].end()),
+                          .batch = batches[i],
+                          .samples = samples[i].size()};
+        }
+    }
+    return timings;
+}
+
+} // namespace bench
