@@ -1,0 +1,164 @@
+// Pools: bump allocation for the entities of the IR, and the 32-bit references between them.
+//
+// A pool owns everything allocated from it and frees it whole; single allocations are never reused
+// before that, so a stale pointer never meets a new entity. Memory comes in chunks from one
+// reserved region of address space, which is what lets a Ref be 32 bits wide: it is the distance
+// from the region's start in units of 8 bytes. The region holds 32 GB at most.
+//
+// What lives in a pool has no destructor that matters and points to nothing on the heap that it
+// owns. One thread only.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace QN {
+
+/// What an allocation is for; also the kind of an entity.
+enum class EntityKind : std::uint8_t { Type, Const, Var, Callee, Node, Block, Name, Other };
+inline constexpr std::size_t entityKindCount = 8;
+
+/// "node", "const" and so on.
+[[nodiscard]] std::string_view toString(EntityKind kind) noexcept;
+
+namespace detail {
+extern std::byte* regionBase;
+}
+
+/// A 32-bit pointer to something in a pool; null by default.
+template <typename T>
+class Ref {
+public:
+    constexpr Ref() noexcept = default;
+    constexpr Ref(std::nullptr_t) noexcept {}
+    Ref(const T* object) noexcept
+        : bits_(object == nullptr
+                    ? 0
+                    : static_cast<std::uint32_t>(
+                          (reinterpret_cast<const std::byte*>(object) - detail::regionBase) >> 3)) {
+    }
+
+    [[nodiscard]] T* get() const noexcept { return bits_ == 0 ? nullptr : address(); }
+    operator T*() const noexcept { return get(); }
+    T* operator->() const noexcept { return address(); }
+    T& operator*() const noexcept { return *address(); }
+    explicit operator bool() const noexcept { return bits_ != 0; }
+
+    /// Identity without going through the address: equal bits are the same object.
+    [[nodiscard]] std::uint32_t bits() const noexcept { return bits_; }
+    friend bool operator==(Ref a, Ref b) noexcept { return a.bits_ == b.bits_; }
+
+private:
+    [[nodiscard]] T* address() const noexcept {
+        return reinterpret_cast<T*>(detail::regionBase + (static_cast<std::size_t>(bits_) << 3));
+    }
+    std::uint32_t bits_ = 0;
+};
+
+/// Which of the two pools of the IR a pool is; decides which testing hook turns its records on.
+enum class PoolKind : std::uint8_t { Scope, Graph };
+
+class Pool {
+public:
+    /// What is known of one allocation in a pool that keeps records.
+    struct Record {
+        void* address;
+        std::size_t bytes;
+        EntityKind kind;
+        bool released;
+    };
+
+    /// What checkCanaries() found wrong with one allocation.
+    struct Damage {
+        enum class What : std::uint8_t { Underrun, Overrun, UseAfterRelease };
+        What what;
+        Record record;
+    };
+
+    /// An empty pool; the first chunk is fetched at the first allocation. The testing hooks decide
+    /// whether the pool keeps records and canaries.
+    explicit Pool(PoolKind kind = PoolKind::Scope);
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+    /// Frees all memory of the pool. References into it are dead from here on.
+    ~Pool();
+
+    /// `bytes` of uninitialized memory aligned to 8 bytes. Throws std::bad_alloc when the region is
+    /// used up.
+    [[nodiscard]] void* allocate(std::size_t bytes, EntityKind kind = EntityKind::Other) {
+        bytes = (bytes + 7) & ~std::size_t{7};
+        if (static_cast<std::size_t>(limit_ - next_) >= bytes) [[likely]] {
+            std::byte* const result = next_;
+            next_ += bytes;
+            return result;
+        }
+        return allocateSlowly(bytes, kind);
+    }
+
+    /// A new T, made from `arguments`.
+    template <typename T, typename... Arguments>
+    [[nodiscard]] T* make(EntityKind kind, Arguments&&... arguments) {
+        static_assert(std::is_trivially_destructible_v<T> && alignof(T) <= 8);
+        return ::new (allocate(sizeof(T), kind)) T(std::forward<Arguments>(arguments)...);
+    }
+
+    /// A copy of `text` in the pool.
+    [[nodiscard]] std::string_view copy(std::string_view text);
+
+    /// Tells the pool that an allocation of `bytes` is dead. Its memory is not used again; with
+    /// sanity checks on it is poisoned.
+    void release(void* address, std::size_t bytes) noexcept;
+
+    [[nodiscard]] PoolKind kind() const noexcept { return kind_; }
+    /// Bytes handed out since the pool was made, released ones and padding included.
+    [[nodiscard]] std::size_t bytesAllocated() const noexcept;
+    [[nodiscard]] std::size_t bytesReleased() const noexcept { return released_; }
+    /// Bytes of the chunks that the pool holds.
+    [[nodiscard]] std::size_t bytesReserved() const noexcept { return reserved_; }
+
+    /// Whether `address` was handed out by this pool. Linear in the number of chunks, of which a
+    /// pool has few.
+    [[nodiscard]] bool owns(const void* address) const noexcept;
+
+    [[nodiscard]] bool keepsRecords() const noexcept { return checks_ != nullptr; }
+    [[nodiscard]] bool hasCanaries() const noexcept;
+    /// The records in order of allocation; empty if the pool keeps none.
+    [[nodiscard]] const std::vector<Record>& records() const noexcept;
+    /// Allocations whose surroundings, or whose remains after release, have been written to. Empty
+    /// if the pool has no canaries.
+    [[nodiscard]] std::vector<Damage> checkCanaries() const;
+
+    /// Bytes of the chunks of all pools of the process, now and at the highest since resetPeak().
+    [[nodiscard]] static std::size_t totalReserved() noexcept;
+    [[nodiscard]] static std::size_t peakReserved() noexcept;
+    static void resetPeak() noexcept;
+
+private:
+    struct Chunk {
+        Chunk* previous;
+        std::size_t bytes; // with this header
+    };
+    struct Checks;
+
+    void* allocateSlowly(std::size_t bytes, EntityKind kind);
+    void* allocateChecked(std::size_t bytes, EntityKind kind);
+    void addChunk(std::size_t atLeast);
+
+    // In a pool with records, limit_ stays equal to next_, so that every allocation takes the slow
+    // way; Checks then holds the real end of the chunk.
+    std::byte* next_ = nullptr;
+    std::byte* limit_ = nullptr;
+    Chunk* chunk_ = nullptr;
+    std::size_t reserved_ = 0;
+    std::size_t inFullChunks_ = 0;
+    std::size_t released_ = 0;
+    Checks* checks_ = nullptr; // owned
+    PoolKind kind_;
+};
+
+} // namespace QN

@@ -1,0 +1,139 @@
+// Pools: accounting, the peak, records, canaries and poison.
+#include <qn/pool.hpp>
+#include <qn/testing_hooks.hpp>
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <set>
+
+using namespace QN;
+
+namespace {
+
+/// Turns a hook on for the life of the object.
+class HookOn {
+public:
+    explicit HookOn(TsTestingHook* hook) : hook_(hook), old_(hook->setHookValFromC(1)) {}
+    HookOn(const HookOn&) = delete;
+    HookOn& operator=(const HookOn&) = delete;
+    ~HookOn() { hook_->setHookValFromC(old_); }
+
+private:
+    TsTestingHook* hook_;
+    int old_;
+};
+
+} // namespace
+
+TEST(Pool, HandsOutDistinctAlignedMemory) {
+    Pool pool;
+    std::set<char*> seen;
+    for (std::size_t i = 0; i < 5000; ++i) {
+        const std::size_t bytes = 1 + i % 70;
+        auto* const memory = static_cast<char*>(pool.allocate(bytes));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % 8, 0U);
+        std::memset(memory, static_cast<int>(i), bytes);
+        EXPECT_TRUE(seen.insert(memory).second);
+        EXPECT_TRUE(pool.owns(memory));
+    }
+    Pool other;
+    EXPECT_FALSE(pool.owns(other.allocate(8)));
+    int local = 0;
+    EXPECT_FALSE(pool.owns(&local));
+}
+
+TEST(Pool, CountsWhatItHandedOut) {
+    Pool pool;
+    EXPECT_EQ(pool.bytesAllocated(), 0U);
+    EXPECT_EQ(pool.bytesReserved(), 0U);
+    std::size_t sum = 0;
+    for (int i = 0; i < 1000; ++i) {
+        (void)pool.allocate(24);
+        sum += 24;
+        EXPECT_EQ(pool.bytesAllocated(), sum);
+    }
+    EXPECT_GE(pool.bytesReserved(), sum);
+    void* const last = pool.allocate(20);
+    pool.release(last, 20);
+    EXPECT_EQ(pool.bytesReleased(), 24U);
+}
+
+TEST(Pool, TakesAllocationsLargerThanAChunk) {
+    Pool pool;
+    auto* const large = static_cast<char*>(pool.allocate(5'000'000));
+    large[0] = 1;
+    large[4'999'999] = 1;
+    EXPECT_TRUE(pool.owns(large + 4'999'999));
+}
+
+TEST(Pool, PeakStaysWhenMemoryGoes) {
+    Pool::resetPeak();
+    const std::size_t before = Pool::totalReserved();
+    EXPECT_EQ(Pool::peakReserved(), before);
+    {
+        Pool pool;
+        (void)pool.allocate(100'000);
+    }
+    EXPECT_EQ(Pool::totalReserved(), before);
+    EXPECT_GE(Pool::peakReserved(), before + 100'000);
+    Pool::resetPeak();
+    EXPECT_EQ(Pool::peakReserved(), before);
+}
+
+TEST(Pool, RecordsNameWhatIsStillAlive) {
+    const HookOn on(TSFEAT_QUARNCfgPoolInternalLeakDetection);
+    Pool scopePool(PoolKind::Scope);
+    EXPECT_FALSE(scopePool.keepsRecords());
+    Pool pool(PoolKind::Graph);
+    ASSERT_TRUE(pool.keepsRecords());
+    EXPECT_FALSE(pool.hasCanaries());
+    void* const a = pool.allocate(16, EntityKind::Node);
+    void* const b = pool.allocate(24, EntityKind::Var);
+    pool.release(a, 16);
+    ASSERT_EQ(pool.records().size(), 2U);
+    EXPECT_EQ(pool.records()[0].address, a);
+    EXPECT_TRUE(pool.records()[0].released);
+    EXPECT_EQ(pool.records()[1].address, b);
+    EXPECT_EQ(pool.records()[1].kind, EntityKind::Var);
+    EXPECT_EQ(pool.records()[1].bytes, 24U);
+    EXPECT_FALSE(pool.records()[1].released);
+}
+
+TEST(Pool, CanariesCatchWritesOutside) {
+    const HookOn on(TSFEAT_QUARNPoolSanityChecks);
+    Pool pool;
+    (void)pool.allocate(16, EntityKind::Const);
+    auto* const b = static_cast<char*>(pool.allocate(16, EntityKind::Node));
+    (void)pool.allocate(16, EntityKind::Var);
+    EXPECT_TRUE(pool.checkCanaries().empty());
+    b[16] = 0;
+    auto damages = pool.checkCanaries();
+    ASSERT_EQ(damages.size(), 1U);
+    EXPECT_EQ(damages[0].what, Pool::Damage::What::Overrun);
+    EXPECT_EQ(damages[0].record.address, b);
+    EXPECT_EQ(damages[0].record.kind, EntityKind::Node);
+    b[16] = static_cast<char>(0xC5);
+    b[-1] = 0;
+    damages = pool.checkCanaries();
+    ASSERT_EQ(damages.size(), 1U);
+    EXPECT_EQ(damages[0].what, Pool::Damage::What::Underrun);
+}
+
+TEST(Pool, PoisonCatchesWritesAfterRelease) {
+    const HookOn on(TSFEAT_QUARNPoolSanityChecks);
+    Pool pool;
+    auto* const a = static_cast<char*>(pool.allocate(32, EntityKind::Node));
+    pool.release(a, 32);
+    EXPECT_TRUE(pool.checkCanaries().empty());
+    EXPECT_EQ(static_cast<unsigned char>(a[5]), 0xDD);
+    a[5] = 1;
+    const auto damages = pool.checkCanaries();
+    ASSERT_EQ(damages.size(), 1U);
+    EXPECT_EQ(damages[0].what, Pool::Damage::What::UseAfterRelease);
+}
+
+TEST(Pool, EveryPoolAsksItsHooks) {
+    const auto before = TSFEAT_QUARNPoolSanityChecks->useCount();
+    const Pool pool;
+    EXPECT_EQ(TSFEAT_QUARNPoolSanityChecks->useCount(), before + 1);
+}
