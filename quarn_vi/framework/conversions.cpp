@@ -1,0 +1,46 @@
+#include "framework/conversions.hpp"
+
+namespace objsys::factory::impl {
+
+namespace {
+
+struct FreeText {
+    void operator()(char* text) const { hvFree(text); }
+};
+struct FreeElementText {
+    void operator()(char* text) const { hvFreeEx(text); }
+};
+
+} // namespace
+
+std::string HostType<std::string>::unpack(const COSValue& value) {
+    const std::unique_ptr<char, FreeText> text(hvArray2String(value.asArray()));
+    return std::string(text.get());
+}
+
+COSValue HostType<std::vector<std::string>>::pack(const std::vector<std::string>& value) {
+    ArrayHolder cell(hvCreateCellMatrix(value.size(), 1));
+    for (std::uint32_t i = 0; i < value.size(); ++i)
+        hvSetCell(cell.get(), i, hvCreateString(value[i].c_str()));
+    return COSValue::ofArray(cell.release(), name());
+}
+
+std::vector<std::string> HostType<std::vector<std::string>>::unpack(const COSValue& value) {
+    std::vector<std::string> result;
+    const hvArray* const cell = value.asArray();
+    if (!cell)
+        return result;
+    if (hvGetClassID(cell) != hvCELL_CLASS)
+        errorMustBeCellArray();
+    const std::size_t count = hvGetNumberOfElements(cell);
+    for (std::size_t i = 0; i < count; ++i) {
+        const hvArray* const element = hvGetCell(cell, i);
+        if (!element || hvGetClassID(element) != hvCHAR_CLASS)
+            errorMustBeString(i);
+        if (const std::unique_ptr<char, FreeElementText> text(hvArrayToString(element)); text)
+            result.emplace_back(text.get());
+    }
+    return result;
+}
+
+} // namespace objsys::factory::impl

@@ -1,0 +1,128 @@
+// Plain native values as the host's typed values, and back.
+//
+// HostType<T> knows, for each native type that a member may take or give, the data-type name, how
+// to pack a value (an array in the result carries one reference, for the host) and how to unpack
+// one (the host keeps its array). Adding a type is one specialisation.
+#pragma once
+
+#include <hv/array.hpp>
+#include <objsys/factory/binding_registry.hpp>
+#include <objsys/factory/errors.hpp>
+#include <objsys/factory/wrappable.hpp>
+#include <objsys/object_array.hpp>
+#include <objsys/value.hpp>
+
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace objsys::factory::impl {
+
+/// A native controller class: it says under which full script name its objects are bound.
+template <class C>
+concept Controller = std::derived_from<C, full::Wrappable> && requires {
+    { C::scriptClassName } -> std::convertible_to<const char*>;
+};
+
+/// The interned full script name of a controller class.
+template <Controller C>
+COSNameID scriptName() {
+    static const COSNameID name(C::scriptClassName);
+    return name;
+}
+
+template <class T>
+struct HostType; // a type without a specialisation cannot cross the door
+
+template <>
+struct HostType<void> {
+    static COSNameID name() { return COSNameID::voidType(); }
+};
+
+/// The scalars differ only in their name and in the two functions of COSValue.
+#define QUARN_VI_SCALAR_TYPE(TYPE, NAME, PACK, UNPACK)                                             \
+    template <>                                                                                    \
+    struct HostType<TYPE> {                                                                        \
+        static COSNameID name() {                                                                  \
+            static const COSNameID interned(NAME);                                                 \
+            return interned;                                                                       \
+        }                                                                                          \
+        static COSValue pack(TYPE value) { return COSValue::PACK(value, name()); }                 \
+        static TYPE unpack(const COSValue& value) { return value.UNPACK(); }                       \
+    }
+
+QUARN_VI_SCALAR_TYPE(bool, "logical scalar", ofLogical, asLogical);
+QUARN_VI_SCALAR_TYPE(std::int32_t, "int32 scalar", ofInt32, asInt32);
+QUARN_VI_SCALAR_TYPE(std::uint32_t, "uint32 scalar", ofUInt32, asUInt32);
+QUARN_VI_SCALAR_TYPE(std::uint64_t, "uint64 scalar", ofUInt64, asUInt64);
+QUARN_VI_SCALAR_TYPE(std::int64_t, "int64 scalar", ofInt64, asInt64);
+QUARN_VI_SCALAR_TYPE(double, "double scalar", ofDouble, asDouble);
+
+#undef QUARN_VI_SCALAR_TYPE
+
+/// Releases a host array when an error passes through.
+struct ArrayRelease {
+    void operator()(hvArray* array) const { hvDestroyArray(array); }
+};
+using ArrayHolder = std::unique_ptr<hvArray, ArrayRelease>;
+
+template <>
+struct HostType<std::string> {
+    static COSNameID name() {
+        static const COSNameID interned("char");
+        return interned;
+    }
+    /// The characters up to the first NUL.
+    static COSValue pack(const std::string& value) {
+        return COSValue::ofArray(hvCreateString(value.c_str()), name());
+    }
+    /// The host has checked that the value is a character array.
+    static std::string unpack(const COSValue& value);
+};
+
+template <>
+struct HostType<std::vector<std::string>> {
+    static COSNameID name() {
+        static const COSNameID interned("cell");
+        return interned;
+    }
+    /// An N by 1 cell array; 0 by 1 for an empty vector.
+    static COSValue pack(const std::vector<std::string>& value);
+    /// Any cell array of texts, in linear order; null is empty. Raises the framework's errors for
+    /// what is no cell array and for an element that is no text.
+    static std::vector<std::string> unpack(const COSValue& value);
+};
+
+/// One object: its handle, bound on first use. The object stays its owner's; null gives an empty
+/// array.
+template <Controller C>
+struct HostType<C*> {
+    static COSNameID name() { return scriptName<C>(); }
+    static COSValue pack(C* value) {
+        return COSValue::ofArray(basic::BindingRegistry::announce(value, name()), name());
+    }
+};
+
+/// A row of objects: a 1 by N array of handles. The objects stay their owner's.
+template <Controller C>
+struct HostType<std::vector<C*>> {
+    static COSNameID name() {
+        static const COSNameID interned(std::string(C::scriptClassName) + " vector");
+        return interned;
+    }
+    static COSValue pack(const std::vector<C*>& value) {
+        const COSNameID element = scriptName<C>();
+        ArrayHolder row(omCreateOBJSYSMatrix(1, value.size(), element));
+        for (std::uint32_t i = 0; i < value.size(); ++i) {
+            hvArray* const handle = basic::BindingRegistry::announce(value[i], element);
+            omSetArrayElement(row.get(), i, omGetArrayElement(handle, 0));
+            hvDestroyArray(handle);
+        }
+        omSetClassOfHeterogeneousArray(row.get());
+        return COSValue::ofArray(row.release(), name());
+    }
+};
+
+} // namespace objsys::factory::impl

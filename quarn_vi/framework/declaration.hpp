@@ -1,0 +1,114 @@
+// How a descriptor's defineClass is written: one line per member, in order.
+//
+//     void CosTimer::defineClass(objsys::COSClassDefinition* definition) {
+//         objsys::factory::ClassDeclaration<TimerVI> declare(definition);
+//         declare.superclass("varnix.mixin.Heterogeneous");
+//         declare.constructor<std::string>();
+//         declare.readOnly<&TimerVI::name>("name");
+//         declare.method<&TimerVI::start>("start");
+//     }
+//
+// Data types follow from the member functions' own types (see conversions.hpp). Everything made
+// here belongs to the host once it is handed over; where there is no memory for an entry, null is
+// handed over, and the host refuses the definition.
+#pragma once
+
+#include "framework/accessors.hpp"
+#include "framework/method.hpp"
+#include "framework/property.hpp"
+
+#include <objsys/class_definition.hpp>
+
+#include <new>
+
+namespace objsys::factory {
+
+/// Declares the class whose native objects are of type `Native`.
+template <impl::Controller Native>
+class ClassDeclaration {
+public:
+    explicit ClassDeclaration(COSClassDefinition* definition) : definition_(*definition) {}
+
+    void superclass(const char* fullName) {
+        definition_.addSuperclass(COSNameID(fullName), 1, 0, 1);
+    }
+
+    /// A constructor that takes `Args` and hands them to the native class's own constructor.
+    template <class... Args>
+    void constructor() {
+        definition_.addMethod(new impl::ObjsysConstructor(
+            definition_.getClassName(),
+            impl::Invoker::createSignature(String(), impl::scriptName<Native>(), nullptr,
+                                           {impl::HostType<Args>::name()...}),
+            &impl::construct<Native, Args...>));
+    }
+
+    template <auto Get, auto Set>
+    void property(const char* name, PropertyAttributes attributes = {}) {
+        using T = typename impl::SetterArgument<decltype(Set)>::Type;
+        using Class = typename impl::MemberTraits<decltype(Set)>::Class;
+        auto* const setter = new (std::nothrow) impl::ClassSetter<T, Class, Set>;
+        auto* const getter = makeGetter<Get>();
+        definition_.addProperty(new (std::nothrow)
+                                    impl::PropertyImpl(name, getter, setter, attributes));
+    }
+
+    template <auto Get>
+    void readOnly(const char* name, PropertyAttributes attributes = {}) {
+        auto* const getter = makeGetter<Get>();
+        definition_.addProperty(new (std::nothrow) impl::PropertyImpl(name, getter, attributes));
+    }
+
+    template <auto Member>
+    void method(const char* name, MethodAttributes attributes = {}) {
+        using Traits = impl::MemberTraits<decltype(Member)>;
+        addMethod<decltype(Member)>(name, attributes, Member,
+                                    typename Traits::template Arguments<impl::TypeList>{});
+    }
+
+    /// A method that is called on the class: `Function` is a static member function.
+    template <auto Function>
+    void staticMethod(const char* name, MethodAttributes attributes = {}) {
+        using Traits = impl::MemberTraits<decltype(Function)>;
+        addStaticMethod<decltype(Function)>(name, attributes.add(MethodAttributes::Static()),
+                                            Function,
+                                            typename Traits::template Arguments<impl::TypeList>{});
+    }
+
+private:
+    template <auto Get>
+    static impl::Getter* makeGetter() {
+        using Traits = impl::MemberTraits<decltype(Get)>;
+        return new (std::nothrow)
+            impl::ClassGetter<typename Traits::Result, typename Traits::Class, Get>;
+    }
+
+    template <class Member, class... Args>
+    void addMethod(const char* name, MethodAttributes attributes, Member member,
+                   impl::TypeList<Args...>) {
+        using Traits = impl::MemberTraits<Member>;
+        const COSNameID self = impl::scriptName<typename Traits::Class>();
+        definition_.addMethod(new impl::MethodImpl(
+            name, attributes, String(),
+            impl::Invoker::createSignature(String(),
+                                           impl::HostType<typename Traits::Result>::name(), &self,
+                                           {impl::HostType<Args>::name()...}),
+            &impl::invokeMember<Member, Args...>, member));
+    }
+
+    template <class Function, class... Args>
+    void addStaticMethod(const char* name, MethodAttributes attributes, Function function,
+                         impl::TypeList<Args...>) {
+        using Traits = impl::MemberTraits<Function>;
+        definition_.addMethod(new impl::MethodImpl(
+            name, attributes, String(),
+            impl::Invoker::createSignature(String(),
+                                           impl::HostType<typename Traits::Result>::name(), nullptr,
+                                           {impl::HostType<Args>::name()...}),
+            &impl::invokeStatic<Function, Args...>, function));
+    }
+
+    COSClassDefinition& definition_;
+};
+
+} // namespace objsys::factory

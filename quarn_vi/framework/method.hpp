@@ -1,0 +1,177 @@
+// Descriptions of methods and constructors, and the functions that the host calls through them.
+#pragma once
+
+#include "framework/conversions.hpp"
+#include "framework/members.hpp"
+#include "framework/native_object.hpp"
+
+#include <objsys/factory/errors.hpp>
+#include <objsys/factory/string.hpp>
+#include <objsys/method_info.hpp>
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace objsys::factory {
+
+/// Name, attributes, text and signature, shared by methods and constructors.
+class ObjsysMethod : public COSMethodInfo {
+public:
+    ObjsysMethod(const String& name, MethodAttributes attributes, const String& text,
+                 COSMethodSignature signature)
+        : name_(name), attributes_(attributes), text_(text), signature_(std::move(signature)) {}
+    ~ObjsysMethod() override;
+
+    COSNameID getName() const override { return name_; }
+    MethodAttributes getAttributes() const override { return attributes_; }
+    const char* getDescription() const override { return text_.c_str(); }
+    const COSMethodSignature& getSignature() const override { return signature_; }
+
+private:
+    COSNameID name_;
+    MethodAttributes attributes_;
+    String text_;
+    COSMethodSignature signature_;
+};
+
+namespace impl {
+
+/// Makes signatures and holds the functions that take a call apart.
+class Invoker {
+public:
+    /// `self` is null for a static method and for a constructor.
+    static COSMethodSignature createSignature(const String& text, COSNameID result,
+                                              const COSNameID* self,
+                                              std::initializer_list<COSNameID> arguments);
+
+    /// How many outputs a call gives that was asked for `requested`.
+    static int outputCount(int requested) { return requested == 0 ? 1 : requested; }
+};
+
+/// A method, static or not: it stores the function that the host's call goes to and the member
+/// function that this one calls.
+class MethodImpl final : public ObjsysMethod {
+public:
+    using InvokeFunction = int (*)(const MethodImpl& method, int requested, COSValue* outputs,
+                                   const COSValue* inputs);
+
+    template <class Member>
+    MethodImpl(const String& name, MethodAttributes attributes, const String& text,
+               COSMethodSignature signature, InvokeFunction invokeFunction, Member member)
+        : ObjsysMethod(name, attributes, text, std::move(signature)), invoke_(invokeFunction) {
+        static_assert(sizeof(Member) <= sizeof member_);
+        std::memcpy(member_.data(), &member, sizeof member);
+    }
+
+    bool isConstructor() const override { return false; }
+    int invoke(int requested, COSValue* outputs, const COSValue* inputs) const override {
+        return invoke_(*this, requested, outputs, inputs);
+    }
+
+    /// The stored member function; `Member` is the type it was stored with.
+    template <class Member>
+    Member member() const {
+        Member result;
+        std::memcpy(&result, member_.data(), sizeof result);
+        return result;
+    }
+
+private:
+    InvokeFunction invoke_;
+    std::array<std::byte, sizeof(void*) * 2> member_{};
+};
+
+/// The invoke function of an instance method: self from the first input, then the arguments.
+template <class Member, class... Args>
+int invokeMember(const MethodImpl& method, int requested, COSValue* outputs,
+                 const COSValue* inputs) {
+    using Traits = MemberTraits<Member>;
+    using Class = typename Traits::Class;
+    using Result = typename Traits::Result;
+    // One cast per member function type: a method is called on objects of one class.
+    static const NativeObjectCast<Class> find;
+    Class* const self = validateSelfPointer(find(selfInterface(inputs)));
+    const auto member = method.member<Member>();
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+        if constexpr (std::is_void_v<Result>)
+            (self->*member)(HostType<Args>::unpack(inputs[I + 1])...);
+        else
+            outputs[0] =
+                HostType<Result>::pack((self->*member)(HostType<Args>::unpack(inputs[I + 1])...));
+    }
+    (std::index_sequence_for<Args...>{});
+    return Invoker::outputCount(requested);
+}
+
+/// The invoke function of a static method.
+template <class Function, class... Args>
+int invokeStatic(const MethodImpl& method, int requested, COSValue* outputs,
+                 [[maybe_unused]] const COSValue* inputs) {
+    using Result = typename MemberTraits<Function>::Result;
+    const auto function = method.member<Function>();
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+        if constexpr (std::is_void_v<Result>)
+            function(HostType<Args>::unpack(inputs[I])...);
+        else
+            outputs[0] = HostType<Result>::pack(function(HostType<Args>::unpack(inputs[I])...));
+    }
+    (std::index_sequence_for<Args...>{});
+    return Invoker::outputCount(requested);
+}
+
+/// A constructor: it stores the class's construct function.
+class ObjsysConstructor final : public ObjsysMethod {
+public:
+    /// `outputs` element 0 comes in as the handle of the new instance. Returns the number of
+    /// outputs.
+    using ConstructFunction = int (*)(int requested, hvArray** outputs, const COSValue* inputs);
+
+    ObjsysConstructor(const String& className, COSMethodSignature signature,
+                      ConstructFunction function)
+        : ObjsysMethod(className, MethodAttributes(), String(), std::move(signature)),
+          construct_(function) {}
+
+    bool isConstructor() const override { return true; }
+    int invoke(int requested, COSValue* outputs, const COSValue* inputs) const override {
+        hvArray* instance = outputs[0].asArray();
+        return construct_(requested, &instance, inputs);
+    }
+
+private:
+    ConstructFunction construct_;
+};
+
+/// The construct function of class `Class` for a constructor that takes `Args`.
+template <Controller Class, class... Args>
+int construct(int requested, hvArray** outputs, [[maybe_unused]] const COSValue* inputs) {
+    /// Takes back an object that could not be bound: all of it, or what lies in the host's storage.
+    struct TakeBack {
+        bool ownMemory;
+        void operator()(Class* object) const {
+            if (ownMemory)
+                delete object;
+            else
+                object->~Class();
+        }
+    };
+    COSInterface* const instance = cosiGetArrayElement(outputs[0], 0);
+    void* const storage = instance->getNativeStorage(scriptName<Class>());
+    const auto build = [&]<std::size_t... I>(std::index_sequence<I...>) {
+        return storage ? ::new (storage) Class(HostType<Args>::unpack(inputs[I])...)
+                       : new Class(HostType<Args>::unpack(inputs[I])...);
+    };
+    std::unique_ptr<Class, TakeBack> object(build(std::index_sequence_for<Args...>{}),
+                                            TakeBack{storage == nullptr});
+    basic::BindingRegistry::announceForConstructor(object.get(), scriptName<Class>(), outputs[0],
+                                                   true);
+    (void)object.release(); // its class decides when it goes: HandleClassInfo::destroyInstance
+    return Invoker::outputCount(requested);
+}
+
+} // namespace impl
+} // namespace objsys::factory

@@ -1,0 +1,50 @@
+#include "quarn_package.hpp"
+
+#include "debug/collectstatistics.hpp"
+
+#include <objsys/package.hpp>
+
+namespace quarn_vi {
+
+namespace {
+
+template <class Descriptor>
+objsys::COSClassInfo* make() {
+    return new Descriptor;
+}
+
+// The finished order is fixed: Debug, DebugService, PrettyPrinter, TransformProfiler,
+// TransformLogService, Scrambler, StackTraces, Profiler, Timer, TimerProbe, DebugLogger,
+// ProfilingInstrumentation, NamePrinter, SanityChecker, SanityViolation, MemoryAnalyzer,
+// PoolHighWaterMark, CollectStatistics, LlvmDebugger, UserVarLogging, SerializerFbtService.
+// A class adds its row at its place among those that are there.
+constexpr CatalogueRow rows[] = {
+    {make<debug::CosCollectStatistics>},
+};
+
+} // namespace
+
+std::span<const CatalogueRow> catalogue() {
+    return rows;
+}
+
+const char* QUARNPackage::getName() const {
+    return "quarn";
+}
+
+void QUARNPackage::registerClasses(objsys::COSPackage* package) {
+    for (const CatalogueRow& row : catalogue())
+        package->addClass(row.makeDescriptor());
+}
+
+void publishPackage() {
+    using objsys::COSNameID;
+    using objsys::COSPackage;
+    COSPackage* const internal = COSPackage::getPackage(COSNameID("internal"));
+    if (COSPackage* const existing = COSPackage::getPackage(COSNameID("internal.quarn")))
+        QUARNPackage().registerClasses(existing);
+    else
+        internal->addPackage(new QUARNPackage);
+}
+
+} // namespace quarn_vi
