@@ -22,7 +22,7 @@ struct ModuleInfo {
 
 class ModuleLoader {
 public:
-    ModuleLoader() = default;
+    ModuleLoader();
     ~ModuleLoader(); ///< calls terminate of every module, last loaded first; code stays mapped
     ModuleLoader(const ModuleLoader&) = delete;
     ModuleLoader& operator=(const ModuleLoader&) = delete;
