@@ -4,7 +4,8 @@
 // metatable is locked, so __index and __newindex can only be reached through a userdata of ours and
 // need no check of it; methods check it by comparing metatables, not by name; the native object in
 // place inside the userdata; handles found again by an integer index into a weak table, kept in the
-// native object; from C++, names and methods are values made beforehand.
+// native object; generational collection, because what the rows make dies young; from C++, names
+// and methods are values made beforehand.
 #include "statistics.hpp"
 #include "subject.hpp"
 
@@ -336,6 +337,7 @@ Lua::Lua() : lua_(luaL_newstate(), lua_close) {
     if (lua() == nullptr) {
         throw std::bad_alloc();
     }
+    lua_gc(lua(), LUA_GCGEN, 0, 0); // what the rows make dies young
     luaL_requiref(lua(), LUA_GNAME, luaopen_base, 1);
     lua_settop(lua(), 0);
 
