@@ -123,6 +123,13 @@ Value callMethod(const COSMethod& method, const Value& self, std::span<const Val
     const COSMethodSignature& signature = *method.signature;
     const COSNameID owner = method.declaringClass->getFullName();
     checkCount(signature, owner, method.name, arguments.size());
+    if (arguments.empty()) {
+        Value box;
+        COSValue input;
+        if (signature.hasSelf)
+            input = convertSelf(method, self, box);
+        return fromDoor(method.call(&input));
+    }
     const std::size_t first = signature.hasSelf ? 1 : 0;
     Inputs inputs(first + arguments.size());
     if (signature.hasSelf)
@@ -131,18 +138,26 @@ Value callMethod(const COSMethod& method, const Value& self, std::span<const Val
     return fromDoor(method.call(inputs.values()));
 }
 
-Value construct(COSClass& cls, std::span<const Value> arguments) {
-    const COSMethodInfo& constructor = findConstructor(cls, arguments.size());
-    Inputs inputs(arguments.size());
-    convertArguments(constructor.getSignature(), cls.getFullName(), constructor.getName(),
-                     arguments, inputs, 0);
+namespace {
+Value construct(COSClass& cls, const COSMethodInfo& constructor, const COSValue* inputs) {
     COSInterface* const instance = objsys::InstanceAccess::create(&cls);
     const Value handle = Value::fromArray(instance->handle());
     COSValue output = COSValue::ofArray(instance->handle(), cls.getFullName());
-    constructor.invoke(1, &output, inputs.values());
+    constructor.invoke(1, &output, inputs);
     if (!instance->isValid())
         fail(id::notConstructible, "the constructor of {} made no object", cls.getFullName().str());
     return handle;
+}
+} // namespace
+
+Value construct(COSClass& cls, std::span<const Value> arguments) {
+    const COSMethodInfo& constructor = findConstructor(cls, arguments.size());
+    if (arguments.empty())
+        return construct(cls, constructor, nullptr);
+    Inputs inputs(arguments.size());
+    convertArguments(constructor.getSignature(), cls.getFullName(), constructor.getName(),
+                     arguments, inputs, 0);
+    return construct(cls, constructor, inputs.values());
 }
 
 } // namespace varnix
@@ -178,6 +193,8 @@ COSValue COSMethod::callConverted(hvArray* self, std::span<const COSValue> argum
 }
 
 hvArray* COSClass::construct(std::span<const COSValue> arguments) {
+    if (arguments.empty())
+        return varnix::construct(*this, {}).toArray();
     return varnix::construct(*this, borrowed(arguments)).toArray();
 }
 

@@ -6,6 +6,8 @@
 #include <objsys/class.hpp>
 #include <objsys/object_array.hpp>
 
+#include <span>
+
 using objsys::COSClass;
 using objsys::COSInterface;
 
@@ -46,8 +48,7 @@ void omSetClassOfHeterogeneousArray(hvArray* array) {
         return;
     COSClass* common = nullptr;
     bool mixed = false;
-    for (std::size_t i = 0; i < array->count(); ++i) {
-        const COSInterface* const element = array->objects()[i];
+    for (const COSInterface* const element : std::span(array->objects(), array->count())) {
         COSClass* const cls = element ? element->getClass() : nullptr;
         if (!cls || cls == common)
             continue;

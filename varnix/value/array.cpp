@@ -8,8 +8,10 @@
 
 #include <objsys/class.hpp>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
 namespace varnix {
 
@@ -19,9 +21,31 @@ using FunctionPointer = std::shared_ptr<const FunctionRecord>;
 
 constexpr std::size_t headerBytes = (sizeof(hvArray) + 15) / 16 * 16;
 
+/// Bytes of an element by class: pointers for cells and objects, records for structs and functions.
+constexpr std::array<std::uint8_t, hvUINT64_CLASS + 1> elementSizes = [] {
+    std::array<std::uint8_t, hvUINT64_CLASS + 1> sizes{};
+    sizes.fill(8);
+    for (const hvClassID id : {hvLOGICAL_CLASS, hvCHAR_CLASS, hvINT8_CLASS, hvUINT8_CLASS})
+        sizes[id] = 1;
+    for (const hvClassID id : {hvINT16_CLASS, hvUINT16_CLASS})
+        sizes[id] = 2;
+    for (const hvClassID id : {hvINT32_CLASS, hvUINT32_CLASS})
+        sizes[id] = 4;
+    sizes[hvCELL_CLASS] = sizes[hvOBJECT_CLASS] = sizeof(void*);
+    sizes[hvSTRUCT_CLASS] = sizeof(StructRecord);
+    sizes[hvFUNCTION_CLASS] = sizeof(FunctionPointer);
+    return sizes;
+}();
+
+/// Whether elements of that class are bytes that nobody has to release.
+constexpr bool isPlain(hvClassID id) {
+    return id != hvCELL_CLASS && id != hvOBJECT_CLASS && id != hvSTRUCT_CLASS &&
+           id != hvFUNCTION_CLASS;
+}
+
 /// Bytes of the elements that follow the header; records of structs and functions count as one.
 std::size_t dataBytes(const hvArray* array) {
-    return array->count() * elementSize(array->classID);
+    return array->count() * elementSizes[array->classID];
 }
 
 void* recordPlace(hvArray* array) {
@@ -40,12 +64,12 @@ hvArray* newHeader(hvClassID id, std::size_t rows, std::size_t columns, std::siz
 void releaseElements(hvArray* array) noexcept {
     switch (array->classID) {
     case hvCELL_CLASS:
-        for (std::size_t i = 0; i < array->count(); ++i)
-            hvDestroyArray(array->cells()[i]);
+        for (hvArray* const held : std::span(array->cells(), array->count()))
+            hvDestroyArray(held);
         break;
     case hvOBJECT_CLASS:
-        for (std::size_t i = 0; i < array->count(); ++i)
-            if (objsys::COSInterface* const element = array->objects()[i])
+        for (objsys::COSInterface* const element : std::span(array->objects(), array->count()))
+            if (element)
                 hvDestroyArray(element->handle());
         break;
     case hvSTRUCT_CLASS:
@@ -72,28 +96,7 @@ void freeOne(hvArray* array) noexcept {
 } // namespace
 
 std::size_t elementSize(hvClassID id) {
-    switch (id) {
-    case hvCELL_CLASS:
-    case hvOBJECT_CLASS:
-        return sizeof(void*);
-    case hvSTRUCT_CLASS:
-        return sizeof(StructRecord);
-    case hvFUNCTION_CLASS:
-        return sizeof(FunctionPointer);
-    case hvLOGICAL_CLASS:
-    case hvCHAR_CLASS:
-    case hvINT8_CLASS:
-    case hvUINT8_CLASS:
-        return 1;
-    case hvINT16_CLASS:
-    case hvUINT16_CLASS:
-        return 2;
-    case hvINT32_CLASS:
-    case hvUINT32_CLASS:
-        return 4;
-    default:
-        return 8;
-    }
+    return elementSizes[id];
 }
 
 const char* className(hvClassID id) {
@@ -140,21 +143,42 @@ std::string className(const Value& value) {
     return className(value.classID());
 }
 
+namespace {
+[[noreturn, gnu::cold]] void failTooLarge(hvClassID id, std::size_t rows, std::size_t columns) {
+    fail(id::tooLarge, "an array of {} by {} {} elements is too large", rows, columns,
+         className(id));
+}
+[[noreturn, gnu::cold]] void failOutOfMemory(hvClassID id, std::size_t rows, std::size_t columns) {
+    fail(id::outOfMemory, "there is no memory for {} by {} {} elements", rows, columns,
+         className(id));
+}
+} // namespace
+
 hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns) {
-    const std::size_t size = elementSize(id);
-    if (columns != 0 && rows > maxArrayBytes / size / columns)
-        fail(id::tooLarge, "an array of {} by {} {} elements is too large", rows, columns,
-             className(id));
-    const std::size_t bytes = rows * columns * size;
+    std::size_t bytes = 0;
+    if (__builtin_mul_overflow(rows, columns, &bytes) ||
+        __builtin_mul_overflow(bytes, std::size_t{elementSizes[id]}, &bytes) ||
+        bytes > maxArrayBytes) [[unlikely]]
+        failTooLarge(id, rows, columns);
     hvArray* array = nullptr;
     try {
         array = newHeader(id, rows, columns, bytes);
     } catch (const std::bad_alloc&) {
-        fail(id::outOfMemory, "there is no memory for {} by {} {} elements", rows, columns,
-             className(id));
+        failOutOfMemory(id, rows, columns);
     }
     if (id == hvCELL_CLASS || id == hvOBJECT_CLASS)
         std::memset(array->data, 0, bytes);
+    return array;
+}
+
+hvArray* newText(std::string_view characters) {
+    // Most values that cross the door are short texts: no check can fail for these.
+    constexpr std::size_t shortText = 4096;
+    const std::size_t length = characters.size();
+    hvArray* const array = length <= shortText ? newHeader(hvCHAR_CLASS, 1, length, length)
+                                               : newArray(hvCHAR_CLASS, 1, length);
+    if (length != 0)
+        std::memcpy(array->data, characters.data(), length);
     return array;
 }
 
@@ -250,6 +274,10 @@ Value elementAt(const Value& value, std::size_t index) {
 void hvFreeUnreferenced(hvArray* array) noexcept {
     if (array->isHandle()) {
         objsys::InstanceAccess::handleReleased(array);
+        return;
+    }
+    if (array->flags == 0 && varnix::isPlain(array->classID)) {
+        varnix::heap::give(array, varnix::headerBytes + varnix::dataBytes(array));
         return;
     }
     // Freeing one array may drop the last reference to others, nested to any depth. They are

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -28,6 +29,8 @@ inline constexpr std::size_t maxArrayBytes = std::size_t{1} << 33;
 /// A new array with one reference, its elements not yet set (cells and objects: null).
 /// Raises "varnix:tooLarge".
 [[nodiscard]] hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns);
+/// A new 1 by N character row with one reference. Raises "varnix:tooLarge".
+[[nodiscard]] hvArray* newText(std::string_view characters);
 /// A copy with one reference: elements copied, cells shared. Not for handles.
 [[nodiscard]] hvArray* copyArray(const hvArray* array);
 

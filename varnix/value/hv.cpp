@@ -66,14 +66,11 @@ hvArray* hvCreateLogicalScalar(bool value) {
 }
 
 hvArray* hvCreateString(const char* text) {
-    return hvCreateStringN(text, text ? std::strlen(text) : 0);
+    return varnix::newText({text, text ? std::strlen(text) : 0});
 }
 
 hvArray* hvCreateStringN(const char* text, std::size_t length) {
-    hvArray* const array = varnix::newArray(hvCHAR_CLASS, 1, length);
-    if (length != 0)
-        std::memcpy(array->data, text, length);
-    return array;
+    return varnix::newText({text, length});
 }
 
 char* hvArray2String(const hvArray* array) {

@@ -45,7 +45,8 @@ public:
     /// Raises "varnix:readOnlyProperty", "varnix:wrongType", "varnix:invalidHandle", or what the
     /// setter raises.
     void set(COSInterface* instance, const COSValue& value) const {
-        if (instance->isValid() && setter != nullptr && value.type() == dataType && plainScalar)
+        if (instance->isValid() && setter != nullptr && value.type() == dataType &&
+            (plainScalar || isTextRow(value)))
             setter->setValue(instance, value);
         else
             setConverted(instance, value);
@@ -61,6 +62,13 @@ public:
     bool plainScalar = false;
 
 private:
+    /// Whether a value whose type says "char" is what the setter of such a property expects.
+    static bool isTextRow(const COSValue& value) {
+        if (value.type().kind() != ValueKind::Char || value.asArray() == nullptr)
+            return false;
+        const hvArray& text = *value.asArray();
+        return text.classID == hvCHAR_CLASS && (text.rows == 1 || text.count() == 0);
+    }
     void setConverted(COSInterface* instance, const COSValue& value) const;
 };
 
