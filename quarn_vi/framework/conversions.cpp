@@ -4,19 +4,11 @@ namespace objsys::factory::impl {
 
 namespace {
 
-struct FreeText {
-    void operator()(char* text) const { hvFree(text); }
-};
-struct FreeElementText {
+struct ElementTextRelease {
     void operator()(char* text) const { hvFreeEx(text); }
 };
 
 } // namespace
-
-std::string HostType<std::string>::unpack(const COSValue& value) {
-    const std::unique_ptr<char, FreeText> text(hvArray2String(value.asArray()));
-    return std::string(text.get());
-}
 
 COSValue HostType<std::vector<std::string>>::pack(const std::vector<std::string>& value) {
     ArrayHolder cell(hvCreateCellMatrix(value.size(), 1));
@@ -37,7 +29,7 @@ std::vector<std::string> HostType<std::vector<std::string>>::unpack(const COSVal
         const hvArray* const element = hvGetCell(cell, i);
         if (!element || hvGetClassID(element) != hvCHAR_CLASS)
             errorMustBeString(i);
-        if (const std::unique_ptr<char, FreeElementText> text(hvArrayToString(element)); text)
+        if (const std::unique_ptr<char, ElementTextRelease> text(hvArrayToString(element)); text)
             result.emplace_back(text.get());
     }
     return result;

@@ -68,6 +68,11 @@ struct ArrayRelease {
 };
 using ArrayHolder = std::unique_ptr<hvArray, ArrayRelease>;
 
+/// Releases a text that the host made, also when an error passes through.
+struct TextRelease {
+    void operator()(char* text) const { hvFree(text); }
+};
+
 template <>
 struct HostType<std::string> {
     static COSNameID name() {
@@ -79,7 +84,10 @@ struct HostType<std::string> {
         return COSValue::ofArray(hvCreateString(value.c_str()), name());
     }
     /// The host has checked that the value is a character array.
-    static std::string unpack(const COSValue& value);
+    static std::string unpack(const COSValue& value) {
+        const std::unique_ptr<char, TextRelease> text(hvArray2String(value.asArray()));
+        return std::string(text.get());
+    }
 };
 
 template <>
@@ -115,11 +123,7 @@ struct HostType<std::vector<C*>> {
     static COSValue pack(const std::vector<C*>& value) {
         const COSNameID element = scriptName<C>();
         ArrayHolder row(omCreateOBJSYSMatrix(1, value.size(), element));
-        for (std::uint32_t i = 0; i < value.size(); ++i) {
-            hvArray* const handle = basic::BindingRegistry::announce(value[i], element);
-            omSetArrayElement(row.get(), i, omGetArrayElement(handle, 0));
-            hvDestroyArray(handle);
-        }
+        basic::BindingRegistry::announceRow(row.get(), value.data(), value.size(), element);
         omSetClassOfHeterogeneousArray(row.get());
         return COSValue::ofArray(row.release(), name());
     }

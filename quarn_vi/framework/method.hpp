@@ -11,7 +11,6 @@
 
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <new>
@@ -65,7 +64,7 @@ public:
                COSMethodSignature signature, InvokeFunction invokeFunction, Member member)
         : ObjsysMethod(name, attributes, text, std::move(signature)), invoke_(invokeFunction) {
         static_assert(sizeof(Member) <= sizeof member_);
-        std::memcpy(member_.data(), &member, sizeof member);
+        ::new (static_cast<void*>(member_.data())) Member(member);
     }
 
     bool isConstructor() const override { return false; }
@@ -76,14 +75,12 @@ public:
     /// The stored member function; `Member` is the type it was stored with.
     template <class Member>
     Member member() const {
-        Member result;
-        std::memcpy(&result, member_.data(), sizeof result);
-        return result;
+        return *std::launder(reinterpret_cast<const Member*>(member_.data()));
     }
 
 private:
     InvokeFunction invoke_;
-    std::array<std::byte, sizeof(void*) * 2> member_{};
+    alignas(void*) std::array<std::byte, sizeof(void*) * 2> member_{};
 };
 
 /// The invoke function of an instance method: self from the first input, then the arguments.

@@ -46,8 +46,7 @@ private:
 
 /// The instance a method was called on: element 0 of its first input, null when that is empty.
 inline COSInterface* selfInterface(const COSValue* inputs) {
-    const hvArray* const object = inputs[0].asArray();
-    return hvGetNumberOfElements(object) != 0 ? omGetArrayElement(object, 0) : nullptr;
+    return omGetArrayElement(inputs[0].asArray(), 0);
 }
 
 } // namespace objsys::factory::impl

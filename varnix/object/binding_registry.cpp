@@ -24,6 +24,14 @@ hvArray* BindingRegistry::announceNew(full::Wrappable* object, COSNameID classNa
     return instance->handle();
 }
 
+void BindingRegistry::announceElement(hvArray* row, std::size_t index, full::Wrappable* object,
+                                      COSNameID className) {
+    hvArray* const handle = announce(object, className);
+    COSInterface* const instance = omGetArrayElement(handle, 0);
+    omSetArrayElement(row, index, instance);
+    hvDestroyArray(handle);
+}
+
 void BindingRegistry::announceForConstructor(full::Wrappable* object, COSNameID className,
                                              hvArray* instance, bool) {
     COSInterface* const target = omGetArrayElement(instance, 0);

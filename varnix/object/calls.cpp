@@ -102,6 +102,23 @@ const COSMethodInfo& findConstructor(COSClass& cls, std::size_t count) {
          count == 1 ? "" : "s");
 }
 
+/// Makes an instance with inputs that have the declared types; the caller gets the reference to
+/// its handle.
+hvArray* makeInstance(COSClass& cls, const COSMethodInfo& constructor, const COSValue* inputs) {
+    COSInterface* const instance = objsys::InstanceAccess::create(&cls);
+    COSValue output = COSValue::ofArray(instance->handle(), cls.getFullName());
+    try {
+        constructor.invoke(1, &output, inputs);
+        if (!instance->isValid())
+            fail(id::notConstructible, "the constructor of {} made no object",
+                 cls.getFullName().str());
+    } catch (...) {
+        hvDestroyArray(instance->handle());
+        throw;
+    }
+    return instance->handle();
+}
+
 } // namespace
 
 Value getProperty(const COSProperty& property, COSInterface* instance) {
@@ -138,26 +155,14 @@ Value callMethod(const COSMethod& method, const Value& self, std::span<const Val
     return fromDoor(method.call(inputs.values()));
 }
 
-namespace {
-Value construct(COSClass& cls, const COSMethodInfo& constructor, const COSValue* inputs) {
-    COSInterface* const instance = objsys::InstanceAccess::create(&cls);
-    const Value handle = Value::fromArray(instance->handle());
-    COSValue output = COSValue::ofArray(instance->handle(), cls.getFullName());
-    constructor.invoke(1, &output, inputs);
-    if (!instance->isValid())
-        fail(id::notConstructible, "the constructor of {} made no object", cls.getFullName().str());
-    return handle;
-}
-} // namespace
-
 Value construct(COSClass& cls, std::span<const Value> arguments) {
     const COSMethodInfo& constructor = findConstructor(cls, arguments.size());
     if (arguments.empty())
-        return construct(cls, constructor, nullptr);
+        return Value::fromArray(makeInstance(cls, constructor, nullptr));
     Inputs inputs(arguments.size());
     convertArguments(constructor.getSignature(), cls.getFullName(), constructor.getName(),
                      arguments, inputs, 0);
-    return construct(cls, constructor, inputs.values());
+    return Value::fromArray(makeInstance(cls, constructor, inputs.values()));
 }
 
 } // namespace varnix
@@ -193,8 +198,8 @@ COSValue COSMethod::callConverted(hvArray* self, std::span<const COSValue> argum
 }
 
 hvArray* COSClass::construct(std::span<const COSValue> arguments) {
-    if (arguments.empty())
-        return varnix::construct(*this, {}).toArray();
+    if (arguments.empty()) // no conversions, so no copies either
+        return varnix::makeInstance(*this, varnix::findConstructor(*this, 0), nullptr);
     return varnix::construct(*this, borrowed(arguments)).toArray();
 }
 

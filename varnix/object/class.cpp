@@ -85,6 +85,7 @@ private:
         property.declaringClass = &cls_;
         const ValueKind kind = property.dataType.kind();
         property.plainScalar = kind >= ValueKind::Logical && kind <= ValueKind::Double;
+        property.plainText = kind == ValueKind::Char;
         return property;
     }
 

@@ -15,15 +15,19 @@ hvArray* omCreateOBJSYSMatrix(std::size_t rows, std::size_t columns, objsys::COS
     COSClass& cls = COSClass::get(className);
     hvArray* const array = varnix::newArray(hvOBJECT_CLASS, rows, columns);
     array->objectClass = &cls;
+    array->flags = hvArray::Uniform;
     return array;
 }
 
-void objsys::detail::setArrayElementSlow(hvArray* array, std::size_t index, COSInterface* element) {
+void omSetArrayElement(hvArray* array, std::size_t index, COSInterface* element) {
     if (!array || array->classID != hvOBJECT_CLASS || array->isHandle() || index >= array->count())
         varnix::fail(varnix::id::badIndex, "object array has no element {}", index);
     COSInterface* const old = array->objects()[index];
-    if (element)
+    if (element) {
         ++element->handle()->refs;
+        if (element->getClass() != array->objectClass)
+            array->flags = static_cast<std::uint8_t>(array->flags & ~hvArray::Uniform);
+    }
     array->objects()[index] = element;
     if (old)
         hvDestroyArray(old->handle());
@@ -44,7 +48,8 @@ COSClass* commonClass(COSClass* candidate, COSClass* other) {
 } // namespace
 
 void omSetClassOfHeterogeneousArray(hvArray* array) {
-    if (!array || array->classID != hvOBJECT_CLASS || array->isHandle())
+    if (!array || array->classID != hvOBJECT_CLASS || array->isHandle() ||
+        (array->flags & hvArray::Uniform))
         return;
     COSClass* common = nullptr;
     bool mixed = false;

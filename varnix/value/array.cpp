@@ -21,42 +21,38 @@ using FunctionPointer = std::shared_ptr<const FunctionRecord>;
 
 constexpr std::size_t headerBytes = (sizeof(hvArray) + 15) / 16 * 16;
 
-/// Bytes of an element by class: pointers for cells and objects, records for structs and functions.
-constexpr std::array<std::uint8_t, hvUINT64_CLASS + 1> elementSizes = [] {
-    std::array<std::uint8_t, hvUINT64_CLASS + 1> sizes{};
-    sizes.fill(8);
-    for (const hvClassID id : {hvLOGICAL_CLASS, hvCHAR_CLASS, hvINT8_CLASS, hvUINT8_CLASS})
-        sizes[id] = 1;
-    for (const hvClassID id : {hvINT16_CLASS, hvUINT16_CLASS})
-        sizes[id] = 2;
-    for (const hvClassID id : {hvINT32_CLASS, hvUINT32_CLASS})
-        sizes[id] = 4;
-    sizes[hvCELL_CLASS] = sizes[hvOBJECT_CLASS] = sizeof(void*);
-    sizes[hvSTRUCT_CLASS] = sizeof(StructRecord);
-    sizes[hvFUNCTION_CLASS] = sizeof(FunctionPointer);
-    return sizes;
-}();
+/// Bytes of one element, by hvClassID.
+constexpr std::array<std::uint8_t, 16> elementSizes{0,
+                                                    sizeof(hvArray*),
+                                                    sizeof(double),
+                                                    sizeof(bool),
+                                                    sizeof(char),
+                                                    sizeof(StructRecord),
+                                                    sizeof(FunctionPointer),
+                                                    sizeof(objsys::COSInterface*),
+                                                    1,
+                                                    2,
+                                                    4,
+                                                    8,
+                                                    1,
+                                                    2,
+                                                    4,
+                                                    8};
 
-/// Whether elements of that class are bytes that nobody has to release.
-constexpr bool isPlain(hvClassID id) {
-    return id != hvCELL_CLASS && id != hvOBJECT_CLASS && id != hvSTRUCT_CLASS &&
-           id != hvFUNCTION_CLASS;
+constexpr bool holdsReferences(hvClassID id) {
+    return id == hvCELL_CLASS || id == hvOBJECT_CLASS || id == hvSTRUCT_CLASS ||
+           id == hvFUNCTION_CLASS;
 }
 
 /// Bytes of the elements that follow the header; records of structs and functions count as one.
 std::size_t dataBytes(const hvArray* array) {
-    return array->count() * elementSizes[array->classID];
+    return array->count() * elementSize(array->classID);
 }
 
-void* recordPlace(hvArray* array) {
-    return reinterpret_cast<char*>(array) + headerBytes;
-}
-
-hvArray* newHeader(hvClassID id, std::size_t rows, std::size_t columns, std::size_t bytes) {
+inline hvArray* newHeader(hvClassID id, std::size_t rows, std::size_t columns, std::size_t bytes) {
     void* const memory = heap::take(headerBytes + bytes);
-    auto* const array = new (memory) hvArray{1, id, 0, 0, rows, columns, nullptr, nullptr};
-    array->data = recordPlace(array);
-    return array;
+    return new (memory)
+        hvArray{1, id, 0, 0, rows, columns, static_cast<char*>(memory) + headerBytes, nullptr};
 }
 
 /// Releases what an array's elements hold; the references that drop to zero are freed later by the
@@ -64,13 +60,13 @@ hvArray* newHeader(hvClassID id, std::size_t rows, std::size_t columns, std::siz
 void releaseElements(hvArray* array) noexcept {
     switch (array->classID) {
     case hvCELL_CLASS:
-        for (hvArray* const held : std::span(array->cells(), array->count()))
-            hvDestroyArray(held);
+        for (hvArray* const cell : std::span(array->cells(), array->count()))
+            hvDestroyArray(cell);
         break;
     case hvOBJECT_CLASS:
         for (objsys::COSInterface* const element : std::span(array->objects(), array->count()))
-            if (element)
-                hvDestroyArray(element->handle());
+            if (element && --element->handle()->refs == 0)
+                objsys::InstanceAccess::handleReleased(element->handle());
         break;
     case hvSTRUCT_CLASS:
         structOf(array).~StructRecord();
@@ -83,14 +79,18 @@ void releaseElements(hvArray* array) noexcept {
     }
 }
 
-void freeOne(hvArray* array) noexcept {
-    releaseElements(array);
+void freeMemory(hvArray* array) noexcept {
     if (array->flags & hvArray::SeparateData) {
         std::free(array->data);
         heap::give(array, headerBytes);
     } else {
         heap::give(array, headerBytes + dataBytes(array));
     }
+}
+
+void freeOne(hvArray* array) noexcept {
+    releaseElements(array);
+    freeMemory(array);
 }
 
 } // namespace
@@ -144,41 +144,32 @@ std::string className(const Value& value) {
 }
 
 namespace {
-[[noreturn, gnu::cold]] void failTooLarge(hvClassID id, std::size_t rows, std::size_t columns) {
+
+[[noreturn]] void raiseTooLarge(hvClassID id, std::size_t rows, std::size_t columns) {
     fail(id::tooLarge, "an array of {} by {} {} elements is too large", rows, columns,
          className(id));
 }
-[[noreturn, gnu::cold]] void failOutOfMemory(hvClassID id, std::size_t rows, std::size_t columns) {
+
+[[noreturn]] void raiseNoMemory(hvClassID id, std::size_t rows, std::size_t columns) {
     fail(id::outOfMemory, "there is no memory for {} by {} {} elements", rows, columns,
          className(id));
 }
+
 } // namespace
 
 hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns) {
     std::size_t bytes = 0;
     if (__builtin_mul_overflow(rows, columns, &bytes) ||
-        __builtin_mul_overflow(bytes, std::size_t{elementSizes[id]}, &bytes) ||
-        bytes > maxArrayBytes) [[unlikely]]
-        failTooLarge(id, rows, columns);
+        __builtin_mul_overflow(bytes, elementSize(id), &bytes) || bytes > maxArrayBytes)
+        raiseTooLarge(id, rows, columns);
     hvArray* array = nullptr;
     try {
         array = newHeader(id, rows, columns, bytes);
     } catch (const std::bad_alloc&) {
-        failOutOfMemory(id, rows, columns);
+        raiseNoMemory(id, rows, columns);
     }
     if (id == hvCELL_CLASS || id == hvOBJECT_CLASS)
         std::memset(array->data, 0, bytes);
-    return array;
-}
-
-hvArray* newText(std::string_view characters) {
-    // Most values that cross the door are short texts: no check can fail for these.
-    constexpr std::size_t shortText = 4096;
-    const std::size_t length = characters.size();
-    hvArray* const array = length <= shortText ? newHeader(hvCHAR_CLASS, 1, length, length)
-                                               : newArray(hvCHAR_CLASS, 1, length);
-    if (length != 0)
-        std::memcpy(array->data, characters.data(), length);
     return array;
 }
 
@@ -211,6 +202,12 @@ hvArray* copyArray(const hvArray* array) {
                 hvShareArray(element->handle());
     }
     return copy;
+}
+
+hvArray* newText(std::size_t length) {
+    if (length > maxArrayBytes)
+        raiseTooLarge(hvCHAR_CLASS, 1, length);
+    return newHeader(hvCHAR_CLASS, 1, length, length);
 }
 
 Value* StructRecord::find(objsys::COSNameID name) {
@@ -276,8 +273,8 @@ void hvFreeUnreferenced(hvArray* array) noexcept {
         objsys::InstanceAccess::handleReleased(array);
         return;
     }
-    if (array->flags == 0 && varnix::isPlain(array->classID)) {
-        varnix::heap::give(array, varnix::headerBytes + varnix::dataBytes(array));
+    if (!varnix::holdsReferences(array->classID)) { // most arrays: nothing can follow
+        varnix::freeMemory(array);
         return;
     }
     // Freeing one array may drop the last reference to others, nested to any depth. They are

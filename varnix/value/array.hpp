@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -29,8 +28,8 @@ inline constexpr std::size_t maxArrayBytes = std::size_t{1} << 33;
 /// A new array with one reference, its elements not yet set (cells and objects: null).
 /// Raises "varnix:tooLarge".
 [[nodiscard]] hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns);
-/// A new 1 by N character row with one reference. Raises "varnix:tooLarge".
-[[nodiscard]] hvArray* newText(std::string_view characters);
+/// A new 1 by N text with one reference, its characters not yet set.
+[[nodiscard]] hvArray* newText(std::size_t length);
 /// A copy with one reference: elements copied, cells shared. Not for handles.
 [[nodiscard]] hvArray* copyArray(const hvArray* array);
 

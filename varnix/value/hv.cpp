@@ -8,13 +8,26 @@
 
 #include <cstring>
 
-hvClassID hvGetClassID(const hvArray* array) {
-    return array ? array->classID : hvUNKNOWN_CLASS;
+namespace {
+
+/// memcpy for texts, which are mostly short: up to 16 characters without a call.
+inline void copyText(char* to, const char* from, std::size_t length) {
+    if (length > 16) {
+        std::memcpy(to, from, length);
+    } else if (length >= 8) {
+        std::uint64_t first = 0;
+        std::uint64_t last = 0;
+        std::memcpy(&first, from, 8);
+        std::memcpy(&last, from + length - 8, 8);
+        std::memcpy(to, &first, 8);
+        std::memcpy(to + length - 8, &last, 8);
+    } else {
+        for (std::size_t i = 0; i < length; ++i)
+            to[i] = from[i];
+    }
 }
 
-std::size_t hvGetNumberOfElements(const hvArray* array) {
-    return array ? array->count() : 0;
-}
+} // namespace
 
 std::size_t hvGetM(const hvArray* array) {
     return array ? array->rows : 0;
@@ -66,12 +79,20 @@ hvArray* hvCreateLogicalScalar(bool value) {
 }
 
 hvArray* hvCreateString(const char* text) {
-    return varnix::newText({text, text ? std::strlen(text) : 0});
+    return hvCreateStringN(text, text ? std::strlen(text) : 0);
 }
 
 hvArray* hvCreateStringN(const char* text, std::size_t length) {
-    return varnix::newText({text, length});
+    hvArray* const array = varnix::newText(length);
+    copyText(varnix::elements<char>(array), text, length);
+    return array;
 }
+
+namespace {
+[[noreturn]] void raiseNoTextMemory(std::size_t length) {
+    varnix::fail(varnix::id::outOfMemory, "there is no memory for a text of {} characters", length);
+}
+} // namespace
 
 char* hvArray2String(const hvArray* array) {
     if (hvGetClassID(array) != hvCHAR_CLASS)
@@ -79,9 +100,8 @@ char* hvArray2String(const hvArray* array) {
     const std::size_t length = array->count();
     auto* const text = static_cast<char*>(utMalloc(length + 1));
     if (!text)
-        varnix::fail(varnix::id::outOfMemory, "there is no memory for a text of {} characters",
-                     length);
-    std::memcpy(text, array->data, length);
+        raiseNoTextMemory(length);
+    copyText(text, varnix::elements<char>(array), length);
     text[length] = '\0';
     return text;
 }

@@ -5,13 +5,62 @@
 // so that errors are seen.
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdlib>
 
 namespace varnix::heap {
 
+namespace detail {
+
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool pooled = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool pooled = false;
+#else
+inline constexpr bool pooled = true;
+#endif
+#else
+inline constexpr bool pooled = true;
+#endif
+
+inline constexpr std::size_t grain = 16;
+inline constexpr std::size_t largest = 256;
+
+struct Block {
+    Block* next;
+};
+// Lives for the process: arrays may be released until its very end.
+extern constinit std::array<Block*, largest / grain + 1> freeBlocks;
+
+/// A block straight from malloc, or the first of a newly cut slab.
+[[nodiscard]] void* takeSlow(std::size_t bytes);
+
+} // namespace detail
+
 /// Memory of at least `bytes`, aligned to 16; throws std::bad_alloc.
-[[nodiscard]] void* take(std::size_t bytes);
+[[nodiscard]] inline void* take(std::size_t bytes) {
+    if (detail::pooled && bytes <= detail::largest) {
+        detail::Block*& list = detail::freeBlocks[(bytes + detail::grain - 1) / detail::grain];
+        if (detail::Block* const block = list) {
+            list = block->next;
+            return block;
+        }
+    }
+    return detail::takeSlow(bytes);
+}
+
 /// Returns memory taken with the same size.
-void give(void* memory, std::size_t bytes) noexcept;
+inline void give(void* memory, std::size_t bytes) noexcept {
+    if (!detail::pooled || bytes > detail::largest) {
+        std::free(memory);
+        return;
+    }
+    auto* const block = static_cast<detail::Block*>(memory);
+    detail::Block*& list = detail::freeBlocks[(bytes + detail::grain - 1) / detail::grain];
+    block->next = list;
+    list = block;
+}
 
 } // namespace varnix::heap

@@ -39,8 +39,10 @@ inline hvArray* hvShareArray(hvArray* array);
 /// Releases one reference; the last one frees the array and what it holds. Null is ignored.
 inline void hvDestroyArray(hvArray* array);
 
-hvClassID hvGetClassID(const hvArray* array);
-std::size_t hvGetNumberOfElements(const hvArray* array);
+/// hvUNKNOWN_CLASS for null.
+inline hvClassID hvGetClassID(const hvArray* array);
+/// 0 for null.
+inline std::size_t hvGetNumberOfElements(const hvArray* array);
 /// Number of rows (first dimension).
 std::size_t hvGetM(const hvArray* array);
 /// Number of columns (second dimension).
@@ -83,4 +85,4 @@ hvArray* hvGetCell(const hvArray* cell, std::size_t index);
 /// (std::uint64_t). Returns the number of characters printed.
 int hvxPrintf(const char* format, ...);
 
-#include <hv/detail/array_layout.hpp> // the two inline functions
+#include <hv/detail/array_layout.hpp> // the inline functions

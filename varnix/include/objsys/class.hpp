@@ -46,7 +46,7 @@ public:
     /// setter raises.
     void set(COSInterface* instance, const COSValue& value) const {
         if (instance->isValid() && setter != nullptr && value.type() == dataType &&
-            (plainScalar || isTextRow(value)))
+            (plainScalar || (plainText && isTextRow(value.asArray()))))
             setter->setValue(instance, value);
         else
             setConverted(instance, value);
@@ -60,14 +60,12 @@ public:
     const COSClass* declaringClass = nullptr;
     /// A value of the very same data type needs no check before the setter sees it.
     bool plainScalar = false;
+    /// The same for texts, once the array was seen to be a text row.
+    bool plainText = false;
 
 private:
-    /// Whether a value whose type says "char" is what the setter of such a property expects.
-    static bool isTextRow(const COSValue& value) {
-        if (value.type().kind() != ValueKind::Char || value.asArray() == nullptr)
-            return false;
-        const hvArray& text = *value.asArray();
-        return text.classID == hvCHAR_CLASS && (text.rows == 1 || text.count() == 0);
+    static bool isTextRow(const hvArray* array) {
+        return array && array->classID == hvCHAR_CLASS && (array->rows == 1 || array->count() == 0);
     }
     void setConverted(COSInterface* instance, const COSValue& value) const;
 };

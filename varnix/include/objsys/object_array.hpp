@@ -14,9 +14,11 @@ hvArray* omCreateOBJSYSMatrix(std::size_t rows, std::size_t columns, objsys::COS
 /// Element `index` of an object array, still owned by the array; null when the array is null or no
 /// object array, when the index is out of range, or when the element is empty.
 inline objsys::COSInterface* omGetArrayElement(const hvArray* array, std::size_t index) {
-    if (!array || array->classID != hvOBJECT_CLASS || index >= array->count())
+    if (!array || array->classID != hvOBJECT_CLASS)
         return nullptr;
-    return array->objects()[index];
+    if (array->isHandle())
+        return index == 0 ? objsys::COSInterface::ofHandle(array) : nullptr;
+    return index < array->count() ? array->objects()[index] : nullptr;
 }
 
 /// The same under the name that constructors use.
@@ -24,22 +26,10 @@ inline objsys::COSInterface* cosiGetArrayElement(const hvArray* array, std::size
     return omGetArrayElement(array, index);
 }
 
-namespace objsys::detail {
-/// Replaces an element that already holds an instance, or reports a wrong index.
-void setArrayElementSlow(hvArray* array, std::size_t index, COSInterface* element);
-} // namespace objsys::detail
-
 /// Stores an instance (null empties the element) and adds a reference to it for the array. The
 /// array must be an object array made by omCreateOBJSYSMatrix that nobody shares. Raises
 /// "varnix:badIndex" for an index outside it.
-inline void omSetArrayElement(hvArray* array, std::size_t index, objsys::COSInterface* element) {
-    if (index < array->count() && array->objects()[index] == nullptr && element != nullptr) {
-        ++element->handle()->refs;
-        array->objects()[index] = element;
-        return;
-    }
-    objsys::detail::setArrayElementSlow(array, index, element);
-}
+void omSetArrayElement(hvArray* array, std::size_t index, objsys::COSInterface* element);
 
 /// Gives the array the most derived class that all its elements have in common and marks it as
 /// heterogeneous where they differ. An empty array, and one whose elements share its class

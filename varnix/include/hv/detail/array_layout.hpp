@@ -21,6 +21,9 @@ struct hvArray {
         Heterogeneous = 2,
         /// The elements are a separate allocation rather than following the header.
         SeparateData = 4,
+        /// An object array whose elements all have the array's own class, as far as is known from
+        /// the way it was filled.
+        Uniform = 8,
     };
 
     std::uint32_t refs;
@@ -45,6 +48,14 @@ struct hvArray {
 
 /// Frees an array whose last reference went; for hvDestroyArray only.
 void hvFreeUnreferenced(hvArray* array) noexcept;
+
+inline std::size_t hvGetNumberOfElements(const hvArray* array) {
+    return array ? array->count() : 0;
+}
+
+inline hvClassID hvGetClassID(const hvArray* array) {
+    return array ? array->classID : hvUNKNOWN_CLASS;
+}
 
 inline hvArray* hvShareArray(hvArray* array) {
     if (array)

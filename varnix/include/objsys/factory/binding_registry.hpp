@@ -6,6 +6,8 @@
 #include <objsys/interface.hpp>
 #include <objsys/name_id.hpp>
 
+#include <cstddef>
+
 namespace objsys::factory::basic {
 
 class BindingRegistry {
@@ -22,6 +24,26 @@ public:
             return handle;
         }
         return announceNew(object, className);
+    }
+
+    /// Announces `count` objects and stores their handles as the first elements, still empty, of
+    /// `row`, an object array made by omCreateOBJSYSMatrix: what announce, omGetArrayElement,
+    /// omSetArrayElement and hvDestroyArray do for one object after the other.
+    template <class Object>
+    static void announceRow(hvArray* row, Object* const* objects, std::size_t count,
+                            COSNameID className) {
+        COSInterface** const elements = row->objects();
+        const COSClass* const cls = row->objectClass;
+        for (std::size_t i = 0; i < count; ++i) {
+            full::Wrappable* const object = objects[i];
+            COSInterface* const instance = object ? object->instance_ : nullptr;
+            if (instance && instance->getClass() == cls) {
+                ++instance->handle()->refs;
+                elements[i] = instance;
+            } else {
+                announceElement(row, i, object, className);
+            }
+        }
     }
 
     /// Binds a new native object to the instance under construction, which is element 0 of
@@ -45,6 +67,8 @@ public:
 
 private:
     static hvArray* announceNew(full::Wrappable* object, COSNameID className);
+    static void announceElement(hvArray* row, std::size_t index, full::Wrappable* object,
+                                COSNameID className);
 };
 
 } // namespace objsys::factory::basic
