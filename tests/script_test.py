@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Runs a script test: NAME.vx, whose expected text stands beside it in NAME.out.
+"""Runs script tests: NAME.vx, whose expected text stands beside it in NAME.out.
 
-    script_test.py --varnix PROGRAM --folder FOLDER [--accept] NAME...
+    script_test.py --varnix PROGRAM [--accept] NAME...
 
-NAME is the path of the script below FOLDER, without ".vx". The expected text is what the script
-prints on the console. When it also writes to standard error, or ends with another status than 0,
-these follow in this form:
+NAME is the path of a script below tests/script, without ".vx", or examples/NAME, whose expected
+text is tests/examples/NAME.out. The expected text is what the script prints on the console. When it
+also writes to standard error, or ends with another status than 0, these follow in this form:
 
     --- stderr
     error: no such variable or function: x
@@ -80,19 +80,26 @@ def run(varnix, script):
         return out
 
 
+def files_of(name):
+    """The script of a test and the file of its expected text."""
+    tests = pathlib.Path(__file__).resolve().parent
+    name = re.sub(r"\.(vx|out)$", "", name)
+    if name.startswith("examples/"):
+        return tests.parent / f"{name}.vx", tests / f"{name}.out"
+    name = name.removeprefix("tests/").removeprefix("script/")
+    return tests / "script" / f"{name}.vx", tests / "script" / f"{name}.out"
+
+
 def main():
     parser = argparse.ArgumentParser(add_help=True, description=__doc__.splitlines()[0])
     parser.add_argument("--varnix", required=True)
-    parser.add_argument("--folder", required=True, type=pathlib.Path)
     parser.add_argument("--accept", action="store_true")
     parser.add_argument("names", nargs="+")
     options = parser.parse_args()
 
     failed = 0
     for name in options.names:
-        name = re.sub(r"^script/|\.(vx|out)$", "", name)
-        script = (options.folder / f"{name}.vx").resolve()
-        expected_file = script.with_suffix(".out")
+        script, expected_file = files_of(name)
         if not script.is_file():
             print(f"no such script test: {name} (no file {script})")
             failed += 1
@@ -104,6 +111,7 @@ def main():
         if actual == expected and expected_file.is_file():
             continue
         if options.accept:
+            expected_file.parent.mkdir(parents=True, exist_ok=True)
             expected_file.write_text(actual, encoding="utf-8", errors="surrogateescape")
         difference = difflib.unified_diff(expected.splitlines(True), actual.splitlines(True),
                                           f"{name}.out (expected)", f"{name}.vx (printed)")

@@ -12,6 +12,8 @@ namespace varnix::console {
 
 /// Prints text as it stands.
 void print(std::string_view text);
+/// Prints a line end, unless the console text so far ends with one.
+void endLine();
 /// Sends everything on its way; call before the process ends or another one starts.
 void flush();
 
