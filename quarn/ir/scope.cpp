@@ -19,9 +19,9 @@ Function::Function(Scope& scope, std::string_view nameInPool, const Type* result
 
 Function::~Function() = default;
 
-Var* Function::addParam(const Type* type, std::string_view name) {
+Var* Function::addParam(const Type* type, std::string_view name, std::uint32_t line) {
     paramTypes_.push_back(type);
-    return cfg_->addVar(VarKind::Param, type, name, line_);
+    return cfg_->addVar(VarKind::Param, type, name, line);
 }
 
 void Function::deleteCfg() noexcept {

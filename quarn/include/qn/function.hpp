@@ -34,7 +34,7 @@ public:
     void setExported(bool exported) noexcept { exported_ = exported; }
 
     /// Appends a parameter to the signature and to the graph, which must be there.
-    Var* addParam(const Type* type, std::string_view name);
+    Var* addParam(const Type* type, std::string_view name, std::uint32_t line = 0);
 
     [[nodiscard]] bool hasCfg() const noexcept { return cfg_ != nullptr; }
     /// The graph; there must be one.

@@ -141,10 +141,15 @@ public:
 
     [[nodiscard]] bool has(std::uint16_t flag) const noexcept { return hasFlag(op(), flag); }
     [[nodiscard]] bool isTerminator() const noexcept { return has(OpFlag::Terminator); }
+    /// Whether the node may end the execution; an element access may unless its index is known to
+    /// be inside the bounds.
+    [[nodiscard]] bool mayTrap() const noexcept {
+        return has(OpFlag::Traps) || (has(OpFlag::Indexes) && !mode().inBounds());
+    }
     /// Whether the node has an effect beside its value, so that it stays although nobody uses it.
     /// Reading a variable is no effect.
     [[nodiscard]] bool hasEffect() const noexcept {
-        return has(OpFlag::Writes | OpFlag::Traps | OpFlag::Terminator);
+        return has(OpFlag::Writes | OpFlag::Terminator) || mayTrap();
     }
 
     /// Bytes of the node with its operands.

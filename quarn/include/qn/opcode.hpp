@@ -72,6 +72,16 @@ inline constexpr std::size_t opCount = std::size(detail::opTable);
 [[nodiscard]] constexpr bool hasFlag(Op op, std::uint16_t flag) noexcept {
     return (infoOf(op).flags & flag) != 0;
 }
+/// Whether nodes of the operation give a value: always, never, or as their type says (calls).
+enum class GivesValue : std::uint8_t { Always, Never, ByType };
+[[nodiscard]] constexpr GivesValue givesValue(Op op) noexcept {
+    if (hasFlag(op, OpFlag::Calls)) {
+        return GivesValue::ByType;
+    }
+    const bool check = op == Op::ChkBounds || op == Op::ChkZero || op == Op::ChkLossy;
+    return check || hasFlag(op, OpFlag::Writes | OpFlag::Terminator) ? GivesValue::Never
+                                                                     : GivesValue::Always;
+}
 /// The operation that is written as `text`.
 [[nodiscard]] std::optional<Op> opNamed(std::string_view text) noexcept;
 

@@ -69,6 +69,7 @@ public:
 
 private:
     friend class Service;
+    friend class ServiceBracket; // the hooks around one run of a transform
 
     /// While a walk is under way, leaving services leave a null slot behind, so that indices stay
     /// valid; the slots are closed when the last walk ends.

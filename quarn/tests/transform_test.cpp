@@ -1,0 +1,188 @@
+// The funnel: hooks in order and in pairs, whatever happens; tags; the registry.
+#include <qn/collect_statistics_service.hpp>
+#include <qn/default_services.hpp>
+#include <qn/ir.hpp>
+#include <qn/pipeline.hpp>
+#include <qn/transform.hpp>
+#include <qn/transform_run.hpp>
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+using namespace QN;
+
+namespace {
+
+std::vector<std::string> events;
+
+class Watching : public Service {
+public:
+    explicit Watching(std::string name) : name_(std::move(name)) {
+        DefaultServices::debugServices().addService(this);
+    }
+    void prepass(TransformRun& run) override {
+        events.push_back(name_ + " before " + run.tag());
+        if (act) {
+            act(run);
+        }
+    }
+    void postpass(TransformRun& run) override {
+        const char* const how = run.failed()    ? " failed"
+                                : run.changed() ? " changed"
+                                                : " unchanged";
+        events.push_back(name_ + " after " + run.tag() + how);
+        if (actAfter) {
+            actAfter(run);
+        }
+    }
+    std::function<void(TransformRun&)> act;
+    std::function<void(TransformRun&)> actAfter;
+
+private:
+    std::string name_;
+};
+
+bool change(Function&) {
+    events.push_back("transform");
+    return true;
+}
+bool leaveScope(Scope&) {
+    return false;
+}
+bool failing(Function&) {
+    throw std::runtime_error("no");
+}
+
+constexpr Transform changing{"change", "", change, nullptr};
+constexpr Transform leaving{"leave", "", nullptr, leaveScope};
+constexpr Transform throwing{"throw", "", failing, nullptr};
+
+class Funnel : public ::testing::Test {
+protected:
+    void SetUp() override { events.clear(); }
+    Scope scope{ScopeFlavor::Unit, "u"};
+    Function& f = *scope.addFunction("f", Type::voidType());
+};
+
+using Events = std::vector<std::string>;
+
+} // namespace
+
+TEST_F(Funnel, WithoutServicesOnlyTheTransformRuns) {
+    EXPECT_TRUE(runTransform(changing, f));
+    EXPECT_FALSE(runTransform(leaving, scope));
+    EXPECT_EQ(events, Events{"transform"});
+}
+
+TEST_F(Funnel, HooksNestAroundTheRun) {
+    Watching a("a");
+    Watching b("b");
+    EXPECT_TRUE(runTransform(changing, f));
+    EXPECT_FALSE(runTransform(leaving, scope));
+    EXPECT_EQ(events,
+              (Events{"a before change-fcn_f", "b before change-fcn_f", "transform",
+                      "b after change-fcn_f changed", "a after change-fcn_f changed",
+                      "a before leave-scope_u", "b before leave-scope_u",
+                      "b after leave-scope_u unchanged", "a after leave-scope_u unchanged"}));
+}
+
+TEST_F(Funnel, AFailedTransformLeavesTheHooksPaired) {
+    Watching a("a");
+    EXPECT_THROW(runTransform(throwing, f), std::runtime_error);
+    EXPECT_EQ(events, (Events{"a before throw-fcn_f", "a after throw-fcn_f failed"}));
+}
+
+TEST_F(Funnel, AFailedHookClosesTheOnesBeforeIt) {
+    Watching a("a");
+    Watching b("b");
+    b.act = [](TransformRun&) { throw std::runtime_error("no"); };
+    EXPECT_THROW(runTransform(changing, f), std::runtime_error);
+    EXPECT_EQ(events, (Events{"a before change-fcn_f", "b before change-fcn_f",
+                              "a after change-fcn_f failed"}));
+}
+
+TEST_F(Funnel, AServiceCanStopTheCompilation) {
+    Watching a("a");
+    a.act = [](TransformRun& run) { run.requestStop("enough"); };
+    try {
+        runTransform(changing, f);
+        FAIL();
+    } catch (const CompilationStopped& stopped) {
+        EXPECT_STREQ(stopped.what(), "enough");
+    }
+    EXPECT_EQ(events, (Events{"a before change-fcn_f", "a after change-fcn_f failed"}));
+    events.clear();
+    a.act = nullptr;
+    a.actAfter = [](TransformRun& run) { run.requestStop(""); };
+    EXPECT_THROW(runTransform(changing, f), CompilationStopped);
+    EXPECT_EQ(events,
+              (Events{"a before change-fcn_f", "transform", "a after change-fcn_f changed"}));
+}
+
+TEST_F(Funnel, ServicesMayLeaveAndComeDuringARun) {
+    auto a = std::make_unique<Watching>("a");
+    Watching b("b");
+    std::unique_ptr<Watching> late;
+    b.act = [&](TransformRun&) {
+        a.reset();
+        late = std::make_unique<Watching>("late");
+    };
+    runTransform(changing, f);
+    // The late one is registered while the services are being told, so it is told too.
+    EXPECT_EQ(events, (Events{"a before change-fcn_f", "b before change-fcn_f",
+                              "late before change-fcn_f", "transform",
+                              "late after change-fcn_f changed", "b after change-fcn_f changed"}));
+}
+
+TEST_F(Funnel, AServiceAddedAfterTheHooksWaits) {
+    Watching a("a");
+    std::unique_ptr<Watching> late;
+    a.actAfter = [&](TransformRun&) {
+        if (late == nullptr) {
+            late = std::make_unique<Watching>("late");
+        }
+    };
+    runTransform(changing, f);
+    EXPECT_EQ(events.size(), 3U);
+}
+
+TEST_F(Funnel, RunsOnAllFunctionsWithAGraph) {
+    scope.addFunction("g", Type::voidType())->deleteCfg();
+    scope.addFunction("h", Type::voidType());
+    Watching a("a");
+    EXPECT_TRUE(runTransformOnAll(changing, scope));
+    EXPECT_EQ(events,
+              (Events{"a before change-fcn_f", "transform", "a after change-fcn_f changed",
+                      "a before change-fcn_h", "transform", "a after change-fcn_h changed"}));
+}
+
+TEST_F(Funnel, StatisticsCountRuns) {
+    CollectStatisticsService statistics;
+    DefaultServices::debugServices().addService(&statistics);
+    runTransform(changing, f);
+    runTransform(changing, f);
+    runTransform(leaving, scope);
+    const std::string table = statistics.table();
+    EXPECT_NE(table.find("change "), std::string::npos) << table;
+    EXPECT_NE(table.find("leave "), std::string::npos) << table;
+    ::testing::internal::CaptureStdout();
+    DefaultServices::debugServices().removeService(&statistics);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), table);
+}
+
+TEST(Registry, NamesAreUniqueAndKinded) {
+    std::set<std::string_view> names;
+    for (const Transform& transform : allTransforms()) {
+        EXPECT_TRUE(names.insert(transform.name).second) << transform.name;
+        EXPECT_NE(transform.onFunction == nullptr, transform.onScope == nullptr);
+        EXPECT_FALSE(transform.summary.empty());
+        EXPECT_EQ(transformNamed(transform.name), &transform);
+    }
+    EXPECT_EQ(transformNamed("nothing"), nullptr);
+    for (const std::string_view stage : pipeline()) {
+        EXPECT_NE(transformNamed(stage), nullptr) << stage;
+    }
+}

@@ -1,0 +1,204 @@
+// Prints QNEL. Its grammar is in qn/text.hpp; the parser is qnel_parser.cpp, and the two change
+// together.
+#include "text/labels.hpp"
+#include "text/writer.hpp"
+
+#include <qn/scope.hpp>
+#include <qn/text.hpp>
+
+namespace QN {
+
+namespace {
+
+using text::Labels;
+using text::Writer;
+
+class QnelPrinter {
+public:
+    explicit QnelPrinter(std::string& out) : writer_(out) {}
+
+    void print(const Scope& scope, std::size_t indent) {
+        startLine(indent);
+        std::string head = "(scope ";
+        head += toString(scope.flavor());
+        head += ' ';
+        text::appendName(head, scope.name());
+        writer_.write(head);
+        for (const auto& function : scope.functions()) {
+            writer_.write("\n");
+            print(*function, indent + 2);
+        }
+        for (const auto& child : scope.children()) {
+            writer_.write("\n");
+            print(*child, indent + 2);
+        }
+        writer_.write(")");
+    }
+
+    void print(const Function& function, std::size_t indent) {
+        startLine(indent);
+        std::string head = function.hasCfg() ? "(function " : "(declare ";
+        text::appendName(head, function.name());
+        head += ' ';
+        head += function.resultType()->name();
+        if (!function.hasCfg()) {
+            for (const Type* const type : function.paramTypes()) {
+                head += ' ';
+                head += type->name();
+            }
+            writer_.write(head + ")");
+            return;
+        }
+        if (!function.isExported()) {
+            head += " local";
+        }
+        writer_.write(head);
+        writeLine(function.line());
+        const Cfg& cfg = function.cfg();
+        const Labels labels(cfg, Labels::Style::Qnel);
+        for (const Var& var : cfg.vars()) {
+            print(var, labels, indent + 2);
+        }
+        for (const Block& block : cfg.blocks()) {
+            writer_.write("\n");
+            startLine(indent + 2);
+            writer_.need(32);
+            writer_.put("(block b");
+            writer_.putNumber(block.id());
+            writer_.commit();
+            for (const Node& node : block.nodes()) {
+                print(node, labels, indent + 4);
+            }
+            writer_.write(")");
+        }
+        writer_.write(")");
+    }
+
+    void endOfFile() { writer_.write("\n"); }
+
+private:
+    void startLine(std::size_t indent) {
+        writer_.need(indent);
+        writer_.spaces(indent);
+        writer_.commit();
+    }
+
+    void writeLine(std::uint32_t line) {
+        if (line != 0) {
+            writer_.need(24);
+            writer_.put(" @");
+            writer_.putNumber(line);
+            writer_.commit();
+        }
+    }
+
+    void print(const Var& var, const Labels& labels, std::size_t indent) {
+        constexpr std::string_view kinds[] = {"(param ", "(user ", "(temp "};
+        std::string line = "\n";
+        line.append(indent, ' ');
+        line += kinds[static_cast<std::size_t>(var.varKind())];
+        line += labels.of(var);
+        if (!var.name().empty() && !text::isIdentifier(var.name())) {
+            line += ' ';
+            text::appendQuoted(line, var.name());
+        }
+        line += ' ';
+        line += var.type()->name();
+        writer_.write(line);
+        writeLine(var.line());
+        writer_.write(")");
+    }
+
+    void print(const Node& node, const Labels& labels, std::size_t indent) {
+        writer_.need(indent + 128 + node.numOperands() * (labels.longest() + 24));
+        writer_.put('\n');
+        writer_.spaces(indent);
+        writer_.put('(');
+        if (node.hasValue()) {
+            writer_.put('%');
+            writer_.putNumber(node.id());
+            writer_.put(' ');
+            writer_.put(node.type()->name());
+            writer_.put(' ');
+        }
+        writer_.put(infoOf(node.op()).text);
+        if (node.mode() != Mode()) {
+            putMode(node.mode());
+        }
+        for (const Operand& operand : node.operands()) {
+            writer_.put(' ');
+            putOperand(operand.value(), labels);
+        }
+        if (node.line() != 0) {
+            writer_.put(" @");
+            writer_.putNumber(node.line());
+        }
+        writer_.put(')');
+        writer_.commit();
+    }
+
+    void putMode(Mode mode) {
+        if (mode.rounding() != Rounding::NearestAway) {
+            writer_.put(':');
+            writer_.put(toString(mode.rounding()));
+        }
+        if (mode.overflow() == Overflow::Wrap) {
+            writer_.put(":wrap");
+        }
+        if (mode.inBounds()) {
+            writer_.put(":inb");
+        }
+    }
+
+    void putOperand(const Entity* value, const Labels& labels) {
+        if (value == nullptr) { // broken IR is printed too: that is when one wants to see it
+            writer_.put("null");
+            return;
+        }
+        switch (value->kind()) {
+        case EntityKind::Node:
+            writer_.put('%');
+            writer_.putNumber(static_cast<const Node*>(value)->id());
+            break;
+        case EntityKind::Const:
+            writer_.put(labels.of(*static_cast<const Const*>(value)));
+            break;
+        case EntityKind::Var:
+            writer_.put(labels.of(*static_cast<const Var*>(value)));
+            break;
+        case EntityKind::Block:
+            writer_.put('b');
+            writer_.putNumber(static_cast<const Block*>(value)->id());
+            break;
+        case EntityKind::Callee: {
+            // Names have any length; the rest of the line needs its room again behind one.
+            std::string name = "&";
+            text::appendName(name, static_cast<const Callee*>(value)->name());
+            writer_.commit();
+            writer_.write(name);
+            writer_.need(128 + Node::maxOperands * (labels.longest() + 24));
+            break;
+        }
+        default:
+            writer_.put("null");
+        }
+    }
+
+    Writer writer_;
+};
+
+} // namespace
+
+void printQnel(const Function& function, std::string& out) {
+    QnelPrinter printer(out);
+    printer.print(function, 0);
+    printer.endOfFile();
+}
+
+void printQnel(const Scope& scope, std::string& out) {
+    QnelPrinter printer(out);
+    printer.print(scope, 0);
+    printer.endOfFile();
+}
+
+} // namespace QN

@@ -1,0 +1,220 @@
+// Prints the text form: for people, one line per node.
+#include "text/labels.hpp"
+#include "text/writer.hpp"
+
+#include <qn/scope.hpp>
+#include <qn/text.hpp>
+
+#include <algorithm>
+
+namespace QN {
+
+namespace {
+
+using text::Labels;
+using text::Writer;
+
+class TextPrinter {
+public:
+    TextPrinter(std::string& out, TextOptions options) : writer_(out), options_(options) {}
+
+    void print(const Scope& scope) {
+        std::string head = "scope ";
+        head += scope.name();
+        head += " (";
+        head += toString(scope.flavor());
+        head += ")\n";
+        writer_.write(head);
+        for (const auto& function : scope.functions()) {
+            writer_.write("\n");
+            print(*function);
+        }
+        for (const auto& child : scope.children()) {
+            writer_.write("\n");
+            print(*child);
+        }
+    }
+
+    void print(const Function& function) {
+        if (!function.hasCfg()) {
+            printSignature(function, nullptr);
+            writer_.write("\n");
+            return;
+        }
+        const Cfg& cfg = function.cfg();
+        const Labels labels(cfg, options_.disambiguateNames ? Labels::Style::Disambiguate
+                                                            : Labels::Style::Plain);
+        printSignature(function, &labels);
+        if (function.line() != 0) {
+            writer_.write("    # line " + std::to_string(function.line()));
+        }
+        writer_.write("\n");
+        for (const Var& var : cfg.vars()) {
+            if (var.varKind() != VarKind::Param) {
+                std::string line = var.varKind() == VarKind::User ? "    user " : "    temp ";
+                line += labels.of(var);
+                line += ": ";
+                line += var.type()->name();
+                line += '\n';
+                writer_.write(line);
+            }
+        }
+        for (const Block& block : cfg.blocks()) {
+            writer_.need(32);
+            writer_.put("  b");
+            writer_.putNumber(block.id());
+            writer_.put(":\n");
+            writer_.commit();
+            for (const Node& node : block.nodes()) {
+                printLine(node, labels);
+            }
+        }
+    }
+
+    /// A node alone: the labels of its own operands only, so that its cost does not depend on the
+    /// function around it.
+    void printAlone(const Node& node) {
+        writer_.need(128 + roomFor(node));
+        putNode(node, nullptr);
+        writer_.commit();
+    }
+
+private:
+    void printSignature(const Function& function, const Labels* labels) {
+        std::string head = "function ";
+        head += function.name();
+        head += '(';
+        const Var* param = labels != nullptr ? function.cfg().firstVar() : nullptr;
+        for (std::size_t i = 0; i < function.paramTypes().size(); ++i) {
+            head += i > 0 ? ", " : "";
+            if (param != nullptr) {
+                head += labels->of(*param);
+                head += ": ";
+                param = param->next();
+            }
+            head += function.paramTypes()[i]->name();
+        }
+        head += ")";
+        if (!function.resultType()->isVoid()) {
+            head += " -> ";
+            head += function.resultType()->name();
+        }
+        writer_.write(head);
+    }
+
+    /// Room for the operands of a node whose labels are not known.
+    static std::size_t roomFor(const Node& node) {
+        std::size_t room = 0;
+        for (const Operand& operand : node.operands()) {
+            room += 40;
+            if (const Var* const var = asVar(operand.value()); var != nullptr) {
+                room += var->name().size();
+            } else if (const Callee* const callee = asCallee(operand.value()); callee != nullptr) {
+                room += callee->name().size();
+            }
+        }
+        return room;
+    }
+
+    void printLine(const Node& node, const Labels& labels) {
+        std::size_t room = 160 + node.numOperands() * (labels.longest() + 24);
+        if (node.has(OpFlag::Calls)) {
+            room += roomFor(node);
+        }
+        writer_.need(room);
+        writer_.put("    ");
+        putNode(node, &labels);
+        if (node.line() != 0) {
+            writer_.put("  # ");
+            writer_.putNumber(node.line());
+        }
+        writer_.put('\n');
+        writer_.commit();
+    }
+
+    void putNode(const Node& node, const Labels* labels) {
+        if (node.hasValue()) {
+            writer_.put('%');
+            writer_.putNumber(node.id());
+            writer_.put(": ");
+            writer_.put(node.type()->name());
+            writer_.put(" = ");
+        }
+        writer_.put(infoOf(node.op()).text);
+        if (options_.showModes && node.has(OpFlag::Arithmetic) && node.type()->isInteger()) {
+            writer_.put('<');
+            writer_.put(toString(node.mode().rounding()));
+            writer_.put(',');
+            writer_.put(toString(node.mode().overflow()));
+            writer_.put('>');
+        }
+        bool first = true;
+        for (const Operand& operand : node.operands()) {
+            writer_.put(first ? " " : ", ");
+            first = false;
+            putOperand(operand.value(), labels);
+        }
+    }
+
+    void putOperand(const Entity* value, const Labels* labels) {
+        if (value == nullptr) {
+            writer_.put("null");
+            return;
+        }
+        switch (value->kind()) {
+        case EntityKind::Node:
+            writer_.put('%');
+            writer_.putNumber(static_cast<const Node*>(value)->id());
+            return;
+        case EntityKind::Const:
+            if (labels != nullptr) {
+                writer_.put(labels->of(*static_cast<const Const*>(value)));
+            } else {
+                std::string constant;
+                text::appendConstant(constant, *static_cast<const Const*>(value));
+                writer_.put(constant);
+            }
+            return;
+        case EntityKind::Var: {
+            const auto& var = *static_cast<const Var*>(value);
+            if (labels != nullptr) {
+                writer_.put(labels->of(var));
+            } else if (var.name().empty()) {
+                writer_.put('t');
+                writer_.putNumber(var.id());
+            } else {
+                writer_.put(var.name());
+            }
+            return;
+        }
+        case EntityKind::Block:
+            writer_.put('b');
+            writer_.putNumber(static_cast<const Block*>(value)->id());
+            return;
+        case EntityKind::Callee:
+            writer_.put(static_cast<const Callee*>(value)->name());
+            return;
+        default:
+            writer_.put("null");
+        }
+    }
+
+    Writer writer_;
+    TextOptions options_;
+};
+
+} // namespace
+
+void printText(const Function& function, std::string& out, TextOptions options) {
+    TextPrinter(out, options).print(function);
+}
+
+void printText(const Scope& scope, std::string& out, TextOptions options) {
+    TextPrinter(out, options).print(scope);
+}
+
+void printText(const Node& node, std::string& out, TextOptions options) {
+    TextPrinter(out, options).printAlone(node);
+}
+
+} // namespace QN

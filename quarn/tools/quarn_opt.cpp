@@ -1,0 +1,155 @@
+// quarn-opt: reads QNEL, runs transforms by name, and prints what became of it. IR tests and bug
+// reports are written with it.
+//
+// Exit status: 0; 1 after an error in the input or in a transform; 2 for wrong usage.
+#include <qn/pipeline.hpp>
+#include <qn/scope.hpp>
+#include <qn/text.hpp>
+#include <qn/transform.hpp>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Options {
+    std::string input = "-";
+    std::string output = "-";
+    std::string print = "qnel";
+    std::vector<std::string> passes;
+    bool pipeline = false;
+    bool listPasses = false;
+    bool disambiguate = false;
+    bool showModes = false;
+};
+
+/// The text of a file, or of standard input for "-"; false after a message.
+bool readInput(const std::string& name, std::string& text) {
+    if (name == "-") {
+        text.assign(std::istreambuf_iterator<char>(std::cin), {});
+        return true;
+    }
+    std::ifstream file(name, std::ios::binary);
+    if (file) {
+        text.assign(std::istreambuf_iterator<char>(file), {});
+    }
+    if (!file || file.bad()) {
+        std::fprintf(stderr, "quarn-opt: cannot read '%s': %s\n", name.c_str(),
+                     std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+bool writeOutput(const std::string& name, const std::string& text) {
+    if (name == "-") {
+        return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    }
+    // Under another name first, so that nothing half-written stands under the final one.
+    const std::string unfinished = name + ".tmp";
+    std::ofstream file(unfinished, std::ios::binary);
+    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file.close();
+    if (!file || std::rename(unfinished.c_str(), name.c_str()) != 0) {
+        std::fprintf(stderr, "quarn-opt: cannot write '%s': %s\n", name.c_str(),
+                     std::strerror(errno));
+        std::remove(unfinished.c_str());
+        return false;
+    }
+    return true;
+}
+
+/// Calls `act` on a scope and all scopes inside it, the outer ones first.
+template <typename Act>
+void onScopes(QN::Scope& scope, Act act) {
+    act(scope);
+    for (const auto& child : scope.children()) {
+        onScopes(*child, act);
+    }
+}
+
+std::string printed(const QN::Scope& scope, const Options& options) {
+    std::string text;
+    if (options.print == "qnel") {
+        QN::printQnel(scope, text);
+    } else if (options.print == "text") {
+        QN::printText(scope, text, {options.disambiguate, options.showModes});
+    }
+    return text;
+}
+
+int listPasses() {
+    for (const QN::Transform& transform : QN::allTransforms()) {
+        std::printf("%-24s %-8s  %s\n", std::string(transform.name).c_str(),
+                    transform.onScope != nullptr ? "scope" : "function",
+                    std::string(transform.summary).c_str());
+    }
+    return 0;
+}
+
+int run(const Options& options) {
+    std::vector<const QN::Transform*> transforms;
+    for (const std::string& name : options.passes) {
+        transforms.push_back(QN::transformNamed(name));
+        if (transforms.back() == nullptr) {
+            std::fprintf(stderr, "quarn-opt: no transform is named '%s'; see --list-passes\n",
+                         name.c_str());
+            return 2;
+        }
+    }
+    std::string text;
+    if (!readInput(options.input, text)) {
+        return 1;
+    }
+    QN::ParseError error;
+    const std::unique_ptr<QN::Scope> scope = QN::parseQnel(text, error);
+    if (scope == nullptr) {
+        const std::string file = options.input == "-" ? "<stdin>" : options.input;
+        std::fprintf(stderr, "%s\n", error.format(file).c_str());
+        return 1;
+    }
+    for (const QN::Transform* const transform : transforms) {
+        onScopes(*scope, [&](QN::Scope& each) { QN::runTransformOnAll(*transform, each); });
+    }
+    if (options.pipeline) {
+        onScopes(*scope, [](QN::Scope& each) { QN::runPipeline(each); });
+    }
+    return writeOutput(options.output, printed(*scope, options)) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    CLI::App app{"Reads QNEL, runs transforms, prints the result."};
+    app.name("quarn-opt");
+    app.add_option("FILE", options.input, "QNEL to read; '-' is standard input");
+    app.add_option("-o", options.output, "where to print; '-' is standard output");
+    app.add_option("--passes", options.passes, "transforms to run, in order: a,b,c")
+        ->delimiter(',');
+    app.add_flag("--pipeline", options.pipeline, "run the whole pipeline (after --passes)");
+    app.add_option("--print", options.print, "form of the output")
+        ->check(CLI::IsMember({"qnel", "text", "none"}));
+    app.add_flag("--disambiguate", options.disambiguate, "text: tell equal names apart");
+    app.add_flag("--show-modes", options.showModes, "text: show rounding and overflow");
+    app.add_flag("--list-passes", options.listPasses, "list the transforms and leave");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& wrong) {
+        return app.exit(wrong) == 0 ? 0 : 2;
+    }
+    try {
+        return options.listPasses ? listPasses() : run(options);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "quarn-opt: %s\n", failure.what());
+        return 1;
+    }
+}
