@@ -283,6 +283,14 @@ double remOf(double a, double b) noexcept {
     return b == 0 ? a : std::fmod(a, b);
 }
 
+bool isSameNumber(double value, const Type& integerType, std::uint64_t bits) noexcept {
+    if (!(value >= -0x1p63 && value < 0x1p64)) {
+        return false;
+    }
+    const Wide whole = static_cast<Wide>(value);
+    return static_cast<double>(whole) == value && whole == widen(integerType, bits);
+}
+
 std::uint64_t normalizeScalar(const Type& type, std::uint64_t bits) noexcept {
     const int width = type.bits();
     if (width == 64) {

@@ -33,6 +33,9 @@ namespace QN {
     return normalizeScalar(type, bits) == bits;
 }
 
+/// Whether a double and a value of an integer type are the same number.
+[[nodiscard]] bool isSameNumber(double value, const Type& integerType, std::uint64_t bits) noexcept;
+
 /// The index that a double means; false if it is not a whole number from 1 to 2^53.
 [[nodiscard]] inline bool toIndex(double value, std::int64_t& index) noexcept {
     if (!(value >= 1.0 && value <= 9007199254740992.0)) {
