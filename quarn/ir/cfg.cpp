@@ -10,6 +10,7 @@ namespace detail {
 std::uint32_t observedKinds = 0;
 void (*entityMade)(Cfg* cfg, Entity& entity) = nullptr;
 void (*nodeDerived)(Cfg& cfg, Node& from, Node& to) = nullptr;
+void (*cfgGone)(Cfg& cfg) = nullptr;
 } // namespace detail
 
 double Const::asDouble() const noexcept {
@@ -30,7 +31,11 @@ const Type* typeOf(const Entity* e) noexcept {
 }
 
 Cfg::Cfg(Function& function) : function_(&function), pool_(PoolKind::Graph) {}
-Cfg::~Cfg() = default;
+Cfg::~Cfg() {
+    if (detail::cfgGone != nullptr) [[unlikely]] {
+        detail::cfgGone(*this);
+    }
+}
 
 // Blocks
 

@@ -168,6 +168,8 @@ extern std::uint32_t observedKinds;
 extern void (*entityMade)(Cfg* cfg, Entity& entity);
 /// Called by replaceUses() from one node to another while it is not null.
 extern void (*nodeDerived)(Cfg& cfg, Node& from, Node& to);
+/// Called by the destructor of each graph while it is not null; the entities are still there.
+extern void (*cfgGone)(Cfg& cfg);
 
 inline void noteMade(Cfg* cfg, Entity& entity) {
     if ((observedKinds >> static_cast<unsigned>(entity.kind())) & 1U) [[unlikely]] {
