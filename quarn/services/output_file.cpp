@@ -1,0 +1,126 @@
+// See output_file.hpp.
+#include "services/output_file.hpp"
+
+#include <qn/console.hpp>
+#include <qn/default_services.hpp>
+#include <ts/debug_log.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+namespace QN::detail {
+
+namespace {
+
+// Zero, or the error number.
+int writeAll(int file, std::string_view bytes) noexcept {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file, bytes.data(), bytes.size());
+        if (written > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0) {
+            return ENOSPC;
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+int writeNewFile(const std::string& path, std::string_view bytes) noexcept {
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file < 0) {
+        return errno;
+    }
+    const int error = writeAll(file, bytes);
+    const int closeError = ::close(file) == 0 ? 0 : errno; // network disks tell here
+    return error != 0 ? error : closeError;
+}
+
+} // namespace
+
+void FailureReport::failed(const std::string& what) {
+    if (what != last_) {
+        last_ = what;
+        consoleWrite(what + "\n");
+    }
+}
+
+bool FileWriter::write(const std::string& path, std::string_view bytes) {
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    // The process id keeps two processes that write the same file apart.
+    const std::string temporary = path + "." + std::to_string(::getpid()) + ".part";
+    int error = writeNewFile(temporary, bytes);
+    if (error == ENOENT && !folder.empty()) {
+        std::error_code noFolder;
+        std::filesystem::create_directories(folder, noFolder);
+        if (noFolder) {
+            report_.failed("Cannot make the folder '" + folder.string() +
+                           "': " + noFolder.message() + ".");
+            return false;
+        }
+        error = writeNewFile(temporary, bytes);
+    }
+    if (error == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        ::unlink(temporary.c_str());
+        const std::string place =
+            folder.empty() ? std::string("this folder") : "'" + folder.string() + "'";
+        report_.failed("Cannot write files in " + place + ": " + std::strerror(error) + ".");
+        return false;
+    }
+    report_.succeeded();
+    return true;
+}
+
+bool LogFile::open(const std::string& folder) {
+    close();
+    folder_ = folder;
+    tssv::debug::DebugLog& log = DefaultServices::debugServices().debugLog();
+    if (const std::string problem = log.makeLogDirectory(); !problem.empty()) {
+        report_.failed("Cannot write the " + std::string(stem_) + ": " + problem + ".");
+        return false;
+    }
+    path_ = log.logFilePath(std::string(stem_), "txt");
+    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file_ < 0) {
+        report_.failed("Cannot write the " + std::string(stem_) + ": cannot open '" + path_ +
+                       "': " + std::strerror(errno) + ".");
+        path_.clear();
+        return false;
+    }
+    return true;
+}
+
+void LogFile::close() noexcept {
+    if (file_ >= 0) {
+        ::close(file_);
+        file_ = -1;
+    }
+    path_.clear();
+    size_ = 0;
+}
+
+void LogFile::append(std::string_view lines) {
+    const std::string folder = DefaultServices::debugServices().debugLog().logDirectory();
+    if ((file_ < 0 || folder != folder_) && !open(folder)) {
+        return;
+    }
+    if (const int error = writeAll(file_, lines); error != 0) {
+        // What got into the file of these lines goes out again.
+        if (::ftruncate(file_, size_) == 0) {
+            ::lseek(file_, size_, SEEK_SET);
+        }
+        report_.failed("Cannot write to '" + path_ + "': " + std::strerror(error) + ".");
+        return;
+    }
+    size_ += static_cast<std::int64_t>(lines.size());
+    report_.succeeded();
+}
+
+} // namespace QN::detail

@@ -1,0 +1,64 @@
+// Writing of debug files. Each file appears under its final name whole or not at all; what goes
+// wrong is said once on the console, and the compilation goes on.
+//
+// Owner: each service has its own writer or log. Inside the library only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace QN::detail {
+
+/// Says on the console what goes wrong, but not the same thing twice in a row.
+class FailureReport {
+public:
+    /// `what` is one sentence without its line end.
+    void failed(const std::string& what);
+    /// After a success the next failure is told again, whatever it is.
+    void succeeded() noexcept { last_.clear(); }
+
+private:
+    std::string last_;
+};
+
+/// Writes whole files.
+class FileWriter {
+public:
+    /// Makes `bytes` the contents of the file `path`, whose folder is made if it is not there.
+    /// Returns whether it worked; if not, a file of that name is as it was before.
+    bool write(const std::string& path, std::string_view bytes);
+
+private:
+    FailureReport report_;
+};
+
+/// A text file in the debug log's folder that grows line by line. The file is made at the first
+/// line, and a new one when the debug log's folder has changed since the last.
+class LogFile {
+public:
+    /// `stem` is the first part of the file's name and outlives this object.
+    explicit LogFile(std::string_view stem) noexcept : stem_(stem) {}
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    ~LogFile() { close(); }
+
+    /// Appends `lines`, which end with a line end, whole or not at all. Nothing is kept in memory.
+    void append(std::string_view lines);
+
+    /// The file that append() wrote to last; empty if there is none.
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+private:
+    bool open(const std::string& folder);
+    void close() noexcept;
+
+    std::string_view stem_;
+    std::string folder_;
+    std::string path_;
+    std::int64_t size_ = 0;
+    int file_ = -1;
+    FailureReport report_;
+};
+
+} // namespace QN::detail
