@@ -1,0 +1,224 @@
+// See profile_events.hpp.
+#include "services/profile_events.hpp"
+
+#include <qn/timer.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <unistd.h>
+
+namespace QN::detail {
+
+namespace {
+
+template <typename Small>
+Small clamped(std::size_t value) noexcept {
+    return static_cast<Small>(std::min<std::size_t>(value, std::numeric_limits<Small>::max()));
+}
+
+const char* nameOf(RunOutcome outcome) noexcept {
+    switch (outcome) {
+    case RunOutcome::Changed:
+        return "changed";
+    case RunOutcome::Failed:
+        return "failed";
+    default:
+        return "unchanged";
+    }
+}
+
+double microseconds(std::uint64_t ticks) {
+    return 1e6 * static_cast<double>(ticks) * Timer::secondsPerTick();
+}
+
+double durationOf(const ProfileEvent& event) {
+    return microseconds(event.end > event.start ? event.end - event.start : 0);
+}
+
+double momentOf(std::uint64_t ticks, const ProfileReport& report) {
+    return microseconds(ticks > report.origin ? ticks - report.origin : 0);
+}
+
+std::string targetName(const ProfileEvents& events, const ProfileEvent& event,
+                       const ProfileReport& report) {
+    std::string name(events.targetOf(event));
+    if (report.tagFcnsWithLogId && !event.scopeRun) {
+        name += '#' + std::to_string(event.run);
+    }
+    return name;
+}
+
+template <typename... Arguments>
+void print(std::string& text, const char* format, Arguments... arguments) {
+    char buffer[256];
+    const int length = std::snprintf(buffer, sizeof buffer, format, arguments...);
+    text.append(buffer, std::min(sizeof buffer - 1, static_cast<std::size_t>(length)));
+}
+
+using Number = unsigned long long;
+
+void appendQuotedCsv(std::string& text, std::string_view value) {
+    if (value.find_first_of(",\"\r\n") == std::string_view::npos) {
+        text += value;
+        return;
+    }
+    text += '"';
+    for (const char c : value) {
+        text.append(c == '"' ? 2 : 1, c);
+    }
+    text += '"';
+}
+
+// Bytes that are no printable ASCII go out as code points of their own value, so that any name
+// gives a valid text.
+void appendQuotedJson(std::string& text, std::string_view value) {
+    text += '"';
+    for (const char c : value) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            text += '\\';
+            text += c;
+        } else if (byte < 0x20 || byte >= 0x7F) {
+            print(text, "\\u%04x", static_cast<unsigned>(byte));
+        } else {
+            text += c;
+        }
+    }
+    text += '"';
+}
+
+struct Sum {
+    std::size_t runs = 0;
+    std::size_t changed = 0;
+    double microseconds = 0;
+};
+
+} // namespace
+
+void ProfileEvents::add(ProfileEvent event, const TransformRun& run) {
+    event.names = names_.size();
+    event.transformLength = clamped<std::uint16_t>(run.transformName().size());
+    event.targetLength = clamped<std::uint16_t>(run.targetName().size());
+    names_.append(run.transformName().substr(0, event.transformLength));
+    names_.append(run.targetName().substr(0, event.targetLength));
+    events_.push_back(event);
+}
+
+void ProfileEvents::clear() {
+    events_.clear();
+    names_.clear();
+}
+
+std::string profileTable(const ProfileEvents& events, const ProfileReport& report) {
+    std::string text;
+    const auto numbered = [&](const char* format, auto value) {
+        if (report.recordNumbering) {
+            print(text, format, value);
+        }
+    };
+    numbered("%8s ", "record");
+    print(text, "%14s %12s %9s %9s %12s %-9s %s\n", "start us", "time us", "nodes", "after",
+          "pool bytes", "outcome", "transform and target");
+    std::map<std::string_view, Sum> sums;
+    Number record = report.firstRecord;
+    for (const ProfileEvent& event : events.all()) {
+        numbered("%8llu ", record++);
+        print(text, "%14.3f %12.3f %9u %9u ", momentOf(event.start, report), durationOf(event),
+              event.nodesBefore, event.nodesAfter);
+        if (event.poolAfter == ProfileEvent::noMemory) {
+            print(text, "%12s ", "-");
+        } else {
+            print(text, "%12llu ", static_cast<Number>(event.poolAfter));
+        }
+        print(text, "%-9s ", nameOf(event.outcome));
+        text.append(std::min<std::size_t>(2U * event.depth, 40), ' ');
+        text.append(events.transformOf(event)).append(event.scopeRun ? " scope " : " ");
+        text.append(targetName(events, event, report)).append(1, '\n');
+
+        Sum& sum = sums[events.transformOf(event)];
+        ++sum.runs;
+        sum.changed += event.outcome == RunOutcome::Changed ? 1 : 0;
+        sum.microseconds += durationOf(event);
+    }
+
+    std::vector<std::pair<std::string_view, Sum>> sorted(sums.begin(), sums.end());
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
+        return a.second.microseconds > b.second.microseconds;
+    });
+    print(text, "\n%9s %9s %14s %12s  %s\n", "runs", "changed", "time us", "per run", "transform");
+    for (const auto& [transform, sum] : sorted) {
+        print(text, "%9zu %9zu %14.3f %12.3f  ", sum.runs, sum.changed, sum.microseconds,
+              sum.microseconds / static_cast<double>(sum.runs));
+        text.append(transform).append(1, '\n');
+    }
+    return text;
+}
+
+std::string profileCsv(const ProfileEvents& events, const ProfileReport& report) {
+    std::string text = report.recordNumbering ? "record," : "";
+    text += "run,transform,kind,target,start_us,time_us,nodes_before,nodes_after,pool_bytes_before,"
+            "pool_bytes_after,outcome\n";
+    Number record = report.firstRecord;
+    for (const ProfileEvent& event : events.all()) {
+        if (report.recordNumbering) {
+            print(text, "%llu,", record++);
+        }
+        print(text, "%llu,", static_cast<Number>(event.run));
+        appendQuotedCsv(text, events.transformOf(event));
+        text += event.scopeRun ? ",scope," : ",function,";
+        appendQuotedCsv(text, targetName(events, event, report));
+        print(text, ",%.3f,%.3f,%u,%u,", momentOf(event.start, report), durationOf(event),
+              event.nodesBefore, event.nodesAfter);
+        if (event.poolAfter != ProfileEvent::noMemory) {
+            print(text, "%llu,%llu", static_cast<Number>(event.poolBefore),
+                  static_cast<Number>(event.poolAfter));
+        } else {
+            text += ',';
+        }
+        text.append(1, ',').append(nameOf(event.outcome)).append(1, '\n');
+    }
+    return text;
+}
+
+std::string profileTrace(const ProfileEvents& events, const ProfileReport& report) {
+    const int process = static_cast<int>(::getpid());
+    std::string text = "{\"displayTimeUnit\":\"ns\",\"traceEvents\":[\n";
+    print(text,
+          "{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":%d,\"tid\":1,\"args\":{\"name\":"
+          "\"quarn\"}}",
+          process);
+    Number record = report.firstRecord;
+    for (const ProfileEvent& event : events.all()) {
+        text += ",\n{\"name\":";
+        appendQuotedJson(text, events.transformOf(event));
+        text += event.scopeRun ? ",\"cat\":\"scope\"" : ",\"cat\":\"function\"";
+        // Both moments are rounded down, so that a run inside another stays inside it.
+        const auto start = static_cast<Number>(1e3 * momentOf(event.start, report));
+        const auto end = std::max(start, static_cast<Number>(1e3 * momentOf(event.end, report)));
+        print(text, ",\"ph\":\"X\",\"pid\":%d,\"tid\":1,\"ts\":%llu.%03llu,\"dur\":%llu.%03llu",
+              process, start / 1000, start % 1000, (end - start) / 1000, (end - start) % 1000);
+        text += ",\"args\":{";
+        if (report.recordNumbering) {
+            print(text, "\"record\":%llu,", record++);
+        }
+        print(text, "\"run\":%llu,\"target\":", static_cast<Number>(event.run));
+        appendQuotedJson(text, targetName(events, event, report));
+        print(text, ",\"nodesBefore\":%u,\"nodesAfter\":%u,\"outcome\":\"%s\"}}", event.nodesBefore,
+              event.nodesAfter, nameOf(event.outcome));
+        if (event.poolAfter != ProfileEvent::noMemory) {
+            const auto counter = [&](Number moment, std::uint64_t bytes) {
+                print(text,
+                      ",\n{\"name\":\"pools\",\"ph\":\"C\",\"pid\":%d,\"tid\":1,\"ts\":%llu.%03llu,"
+                      "\"args\":{\"bytes\":%llu}}",
+                      process, moment / 1000, moment % 1000, static_cast<Number>(bytes));
+            };
+            counter(start, event.poolBefore);
+            counter(end, event.poolAfter);
+        }
+    }
+    return text += "\n]}\n";
+}
+
+} // namespace QN::detail

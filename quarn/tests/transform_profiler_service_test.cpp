@@ -1,0 +1,209 @@
+// The transform profiler: what is recorded, where the report goes, and its three forms.
+#include "tests/service_support.hpp"
+
+#include <qn/transform_profiler_service.hpp>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+using namespace QN;
+using namespace QN::testing_support;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+namespace {
+
+class TransformProfiler : public ServiceTest {
+protected:
+    TransformProfiler() {
+        Builder b(f.cfg(), f.cfg().addBlock());
+        b.ret(f.cfg().constantDouble(0));
+    }
+    void fold(Function& function) {
+        run("folding", function, [&] {
+            Builder(function.cfg(), *function.cfg().entry()->last())
+                .toIndex(function.cfg().constantDouble(1));
+            return true;
+        });
+    }
+
+    Scope unit{ScopeFlavor::Unit, "u"};
+    Function& f = *unit.addFunction("say \"hi\", \\o/\x01\xC3\xA9", Type::f64());
+    Function& g = *unit.addFunction("g", Type::f64());
+    TransformProfilerService service{false, false};
+};
+
+// Events that overlap must lie one inside the other.
+void expectNested(const nlohmann::json& trace) {
+    std::vector<std::pair<double, double>> open;
+    std::vector<std::pair<double, double>> runs;
+    for (const auto& event : trace.at("traceEvents")) {
+        if (event.at("ph") == "X") {
+            const double start = event.at("ts");
+            const double duration = event.at("dur");
+            ASSERT_GE(duration, 0.0);
+            runs.emplace_back(start, start + duration);
+        }
+    }
+    std::sort(runs.begin(), runs.end(), [](const auto& a, const auto& b) {
+        return a.first != b.first ? a.first < b.first : a.second > b.second;
+    });
+    constexpr double halfNanosecond = 0.0005;
+    for (const auto& current : runs) {
+        while (!open.empty() && open.back().second <= current.first + halfNanosecond) {
+            open.pop_back();
+        }
+        if (!open.empty()) {
+            EXPECT_LE(current.second, open.back().second + halfNanosecond);
+        }
+        open.push_back(current);
+    }
+}
+
+} // namespace
+
+TEST_F(TransformProfiler, Defaults) {
+    EXPECT_EQ(service.dumpDestination(), "");
+    EXPECT_TRUE(service.recordNumbering());
+    EXPECT_FALSE(service.tagFcnsWithLogId());
+    EXPECT_EQ(service.eventEmitThreshold(), 0U);
+    EXPECT_EQ(service.memEventInterval(), 1U);
+    EXPECT_EQ(service.eventCount(), 0U);
+}
+
+TEST_F(TransformProfiler, CountsRunsWhileASideIsRequested) {
+    fold(f);
+    EXPECT_EQ(service.eventCount(), 0U);
+    service.setRequestedBefore(true);
+    fold(f);
+    EXPECT_EQ(service.eventCount(), 1U);
+    service.setRequestedBefore(false);
+    service.setRequestedAfter(true);
+    fold(f);
+    EXPECT_EQ(service.eventCount(), 2U);
+    service.setFilter("scope_");
+    fold(f);
+    EXPECT_EQ(service.eventCount(), 2U);
+    service.reset();
+    EXPECT_EQ(service.eventCount(), 0U);
+}
+
+TEST_F(TransformProfiler, ConsoleTable) {
+    service.setRequestedAfter(true);
+    service.setDumpDestination("console");
+    fold(f);
+    runOnScope("inline", unit, [this] {
+        run("folding", g, [] { return false; });
+        return false;
+    });
+    service.dump();
+    const std::string number = " *[0-9.]+";
+    EXPECT_THAT(linesOf(console),
+                ElementsAre(MatchesRegex(" +record +start us +time us .*"),
+                            MatchesRegex(" +1" + number + number +
+                                         " +1 +2 +[0-9]+ changed   "
+                                         "folding say .*"),
+                            MatchesRegex(" +2.* unchanged   folding g"),
+                            MatchesRegex(" +3.* unchanged inline scope u"), "",
+                            MatchesRegex(" +runs +changed .*transform"), MatchesRegex(" +[12] .*"),
+                            MatchesRegex(" +[12] .*")));
+}
+
+TEST_F(TransformProfiler, DefaultDestinationIsANewFileInTheDebugLogsFolder) {
+    service.setRequestedAfter(true);
+    fold(f);
+    service.dump();
+    service.dump();
+    EXPECT_EQ(filesIn(folder), (std::vector<std::string>{"transform-profile-0001.txt",
+                                                         "transform-profile-0002.txt"}));
+    EXPECT_EQ(console, "");
+}
+
+TEST_F(TransformProfiler, CommaSeparatedValues) {
+    service.setRequestedAfter(true);
+    service.setDumpDestination(folder + "/p.csv");
+    service.setRecordNumbering(false);
+    service.setTagFcnsWithLogId(true);
+    service.setMemEventInterval(2);
+    run("folding", g, [] { return false; });
+    fold(f);
+    service.dump();
+    EXPECT_THAT(
+        linesOf(contentsOf(folder + "/p.csv")),
+        ElementsAre("run,transform,kind,target,start_us,time_us,nodes_before,nodes_after,"
+                    "pool_bytes_before,pool_bytes_after,outcome",
+                    MatchesRegex("1,folding,function,g#1,0\\.000,[0-9.]+,0,0,,,unchanged"),
+                    MatchesRegex("2,folding,function,\"say \"\"hi\"\", .*#2\",[0-9.]+,[0-9.]+,1,2,"
+                                 "[0-9]+,[0-9]+,changed")));
+}
+
+TEST_F(TransformProfiler, TraceIsValidAndNested) {
+    service.setRequestedAfter(true);
+    service.setDumpDestination(folder + "/new folder/trace.json");
+    for (int i = 0; i < 200; ++i) {
+        runOnScope("outer", unit, [this] {
+            fold(f);
+            run("middle", g, [this] {
+                fold(f);
+                return false;
+            });
+            return true;
+        });
+    }
+    service.dump();
+    const auto trace = nlohmann::json::parse(contentsOf(folder + "/new folder/trace.json"));
+    expectNested(trace);
+    std::size_t runEvents = 0;
+    std::size_t counters = 0;
+    for (const auto& event : trace.at("traceEvents")) {
+        EXPECT_TRUE(event.at("pid").is_number_integer());
+        if (event.at("ph") == "C") {
+            ++counters;
+            EXPECT_GT(event.at("args").at("bytes"), 0);
+        }
+        if (event.at("ph") != "X") {
+            continue;
+        }
+        ++runEvents;
+        EXPECT_EQ(event.at("args").at("record"), runEvents);
+        if (event.at("name") == "folding") {
+            EXPECT_EQ(event.at("args").at("target"),
+                      "say \"hi\", \\o/\x01\xC3\x83\xC2\xA9"); // its bytes as code points
+            EXPECT_EQ(event.at("args").at("outcome"), "changed");
+            EXPECT_EQ(event.at("args").at("nodesAfter").get<int>(),
+                      event.at("args").at("nodesBefore").get<int>() + 1);
+        }
+    }
+    EXPECT_EQ(runEvents, 800U);
+    EXPECT_EQ(counters, 1600U);
+}
+
+TEST_F(TransformProfiler, ThresholdWritesPartsAndBoundsWhatIsKept) {
+    service.setRequestedAfter(true);
+    service.setDumpDestination(folder + "/p.csv");
+    service.setEventEmitThreshold(2);
+    for (int i = 0; i < 5; ++i) {
+        fold(f);
+    }
+    EXPECT_EQ(service.eventCount(), 5U);
+    service.dump();
+    EXPECT_EQ(filesIn(folder), (std::vector<std::string>{"p-1.csv", "p-2.csv", "p.csv"}));
+    EXPECT_EQ(linesOf(contentsOf(folder + "/p-1.csv")).size(), 3U);
+    EXPECT_THAT(linesOf(contentsOf(folder + "/p-2.csv")).at(1), MatchesRegex("3,3,folding.*"));
+    EXPECT_EQ(linesOf(contentsOf(folder + "/p.csv")).size(), 2U);
+}
+
+TEST_F(TransformProfiler, DestinationThatCannotBeWrittenIsToldAndLeavesNothing) {
+    service.setRequestedAfter(true);
+    fold(f);
+    service.setDumpDestination("/dev/null/x/p.csv");
+    service.dump();
+    EXPECT_EQ(console, "Cannot write files in '/dev/null/x': Not a directory.\n");
+    service.setDumpDestination(folder); // a folder stands in the way of the name
+    console.clear();
+    service.dump();
+    EXPECT_THAT(console, HasSubstr("Is a directory"));
+    EXPECT_TRUE(filesIn(folder).empty());
+}
