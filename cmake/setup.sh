@@ -44,9 +44,10 @@ _build() {
   shift
   # Without a terminal ninja prints one line for each step, which is turned into progress here.
   ninja -C "$tree" "$@" </dev/null 2>&1 | tee "$log" | while IFS= read -r line; do
-    [[ $line == \[*\]* ]] && _progress "$line"
-  done
-  status=${PIPESTATUS[0]}
+    if [[ $line == \[*\]* ]]; then
+      _progress "$line"
+    fi
+  done || status=1 # with pipefail: ninja failed
   _progress ""
   if [[ $status -ne 0 ]]; then
     # From the first failure on, without the steps that went well.

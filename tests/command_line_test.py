@@ -5,6 +5,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -129,12 +130,37 @@ class CommandLine(unittest.TestCase):
                               check=False)
         self.assertTrue(done.stdout.startswith("first\nerror: second\n"), done.stdout)
 
+    def test_text_that_cannot_be_written_is_an_error(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            done = subprocess.run([VARNIX, "-e", "disp(1)"], stdout=full, stderr=subprocess.PIPE,
+                                  text=True, check=False)
+        self.assertEqual(done.stderr, "error: standard output could not be written\n")
+        self.assertEqual(done.returncode, 1)
+
     def test_a_reader_that_leaves_ends_the_script(self):
         with subprocess.Popen([VARNIX, "-e", "while true\ndisp(1)\nend"], stdout=subprocess.PIPE,
                               stderr=subprocess.DEVNULL) as program:
             program.stdout.readline()
             program.stdout.close()
             self.assertNotEqual(program.wait(timeout=300), 0)
+
+    # ---- Ctrl-C
+
+    def interrupted(self, code, presses):
+        with subprocess.Popen([VARNIX, "-e", code], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True) as program:
+            self.assertEqual(program.stdout.readline(), "ready\n")
+            for _ in range(presses):
+                program.send_signal(signal.SIGINT)
+            out, err = program.communicate(timeout=300)
+        return out, err, program.returncode
+
+    def test_interrupt_is_an_uncaught_error(self):
+        # shell() sends the console text on its way before it starts another process.
+        out, err, status = self.interrupted(
+            'disp("ready"); shell("true");\nx = 0;\nwhile true\n  x = x + 1;\nend', 1)
+        self.assertEqual((out, status), ("", 1))
+        self.assertRegex(err, r"^error: .*interrupt.*\n  at <command>:[345]:\d+\n$")
 
     # ---- modules
 
