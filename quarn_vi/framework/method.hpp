@@ -61,10 +61,10 @@ public:
 
     template <class Member>
     MethodImpl(const String& name, MethodAttributes attributes, const String& text,
-               COSMethodSignature signature, InvokeFunction invokeFunction, Member member)
+               COSMethodSignature signature, InvokeFunction invokeFunction, Member function)
         : ObjsysMethod(name, attributes, text, std::move(signature)), invoke_(invokeFunction) {
         static_assert(sizeof(Member) <= sizeof member_);
-        ::new (static_cast<void*>(member_.data())) Member(member);
+        ::new (static_cast<void*>(member_.data())) Member(function);
     }
 
     bool isConstructor() const override { return false; }

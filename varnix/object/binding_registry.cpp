@@ -2,6 +2,7 @@
 
 #include "object/instances.hpp"
 #include "value/errors.hpp"
+#include "value/small_heap.hpp"
 
 #include <objsys/class.hpp>
 #include <objsys/factory/binding_registry.hpp>
@@ -10,7 +11,23 @@
 namespace objsys::factory {
 
 full::Wrappable::~Wrappable() {
-    basic::BindingRegistry::retract(this);
+    basic::BindingRegistry::remove(this);
+}
+
+void* full::Wrappable::operator new(std::size_t bytes) {
+    return varnix::heap::takeSized(bytes);
+}
+
+void* full::Wrappable::operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    try {
+        return varnix::heap::takeSized(bytes);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void full::Wrappable::operator delete(void* memory) noexcept {
+    varnix::heap::giveSized(memory);
 }
 
 namespace basic {

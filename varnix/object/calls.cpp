@@ -156,9 +156,9 @@ Value callMethod(const COSMethod& method, const Value& self, std::span<const Val
 }
 
 Value construct(COSClass& cls, std::span<const Value> arguments) {
+    if (const COSMethodInfo* const plain = arguments.empty() ? cls.plainConstructor() : nullptr)
+        return Value::fromArray(makeInstance(cls, *plain, nullptr));
     const COSMethodInfo& constructor = findConstructor(cls, arguments.size());
-    if (arguments.empty())
-        return Value::fromArray(makeInstance(cls, constructor, nullptr));
     Inputs inputs(arguments.size());
     convertArguments(constructor.getSignature(), cls.getFullName(), constructor.getName(),
                      arguments, inputs, 0);
@@ -198,8 +198,9 @@ COSValue COSMethod::callConverted(hvArray* self, std::span<const COSValue> argum
 }
 
 hvArray* COSClass::construct(std::span<const COSValue> arguments) {
-    if (arguments.empty()) // no conversions, so no copies either
-        return varnix::makeInstance(*this, varnix::findConstructor(*this, 0), nullptr);
+    // Without arguments there are no conversions, so no copies either.
+    if (const COSMethodInfo* const plain = arguments.empty() ? plainConstructor() : nullptr)
+        return varnix::makeInstance(*this, *plain, nullptr);
     return varnix::construct(*this, borrowed(arguments)).toArray();
 }
 

@@ -65,6 +65,11 @@ public:
         cls_.properties_ = std::move(properties_);
         cls_.methods_ = std::move(methods_);
         cls_.constructors_ = std::move(constructors_);
+        const auto plain = std::find_if(
+            cls_.constructors_.begin(), cls_.constructors_.end(),
+            [](const COSMethodInfo* info) { return info->getSignature().arguments.empty(); });
+        cls_.plainConstructor_ =
+            plain == cls_.constructors_.end() || cls_.info().isAbstract() ? nullptr : *plain;
         cls_.ownProperties_ = std::move(ownProperties_);
         cls_.ownMethods_ = std::move(ownMethods_);
         for (std::size_t i = 0; i < cls_.properties_.size(); ++i)
@@ -181,6 +186,7 @@ void COSClass::withdraw() noexcept {
     if (fullName_.entry()->registeredClass == this)
         fullName_.entry()->registeredClass = nullptr;
     constructors_.clear();
+    plainConstructor_ = nullptr;
     ownProperties_.clear();
     ownMethods_.clear();
     propertyIndex_.clear();

@@ -19,8 +19,6 @@ namespace {
 
 using FunctionPointer = std::shared_ptr<const FunctionRecord>;
 
-constexpr std::size_t headerBytes = (sizeof(hvArray) + 15) / 16 * 16;
-
 /// Bytes of one element, by hvClassID.
 constexpr std::array<std::uint8_t, 16> elementSizes{0,
                                                     sizeof(hvArray*),
@@ -40,19 +38,14 @@ constexpr std::array<std::uint8_t, 16> elementSizes{0,
                                                     8};
 
 constexpr bool holdsReferences(hvClassID id) {
-    return id == hvCELL_CLASS || id == hvOBJECT_CLASS || id == hvSTRUCT_CLASS ||
-           id == hvFUNCTION_CLASS;
+    constexpr unsigned holding =
+        1U << hvCELL_CLASS | 1U << hvOBJECT_CLASS | 1U << hvSTRUCT_CLASS | 1U << hvFUNCTION_CLASS;
+    return (holding >> id & 1U) != 0;
 }
 
 /// Bytes of the elements that follow the header; records of structs and functions count as one.
 std::size_t dataBytes(const hvArray* array) {
-    return array->count() * elementSize(array->classID);
-}
-
-inline hvArray* newHeader(hvClassID id, std::size_t rows, std::size_t columns, std::size_t bytes) {
-    void* const memory = heap::take(headerBytes + bytes);
-    return new (memory)
-        hvArray{1, id, 0, 0, rows, columns, static_cast<char*>(memory) + headerBytes, nullptr};
+    return array->count() * elementSizes[array->classID];
 }
 
 /// Releases what an array's elements hold; the references that drop to zero are freed later by the
@@ -160,7 +153,8 @@ namespace {
 hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns) {
     std::size_t bytes = 0;
     if (__builtin_mul_overflow(rows, columns, &bytes) ||
-        __builtin_mul_overflow(bytes, elementSize(id), &bytes) || bytes > maxArrayBytes)
+        __builtin_mul_overflow(bytes, std::size_t{elementSizes[id]}, &bytes) ||
+        bytes > maxArrayBytes)
         raiseTooLarge(id, rows, columns);
     hvArray* array = nullptr;
     try {
@@ -204,10 +198,8 @@ hvArray* copyArray(const hvArray* array) {
     return copy;
 }
 
-hvArray* newText(std::size_t length) {
-    if (length > maxArrayBytes)
-        raiseTooLarge(hvCHAR_CLASS, 1, length);
-    return newHeader(hvCHAR_CLASS, 1, length, length);
+hvArray* newLongText(std::size_t length) {
+    return newArray(hvCHAR_CLASS, 1, length);
 }
 
 Value* StructRecord::find(objsys::COSNameID name) {
@@ -274,7 +266,10 @@ void hvFreeUnreferenced(hvArray* array) noexcept {
         return;
     }
     if (!varnix::holdsReferences(array->classID)) { // most arrays: nothing can follow
-        varnix::freeMemory(array);
+        if (array->flags == 0) [[likely]]
+            varnix::heap::give(array, varnix::headerBytes + varnix::dataBytes(array));
+        else
+            varnix::freeMemory(array);
         return;
     }
     // Freeing one array may drop the last reference to others, nested to any depth. They are

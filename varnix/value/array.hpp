@@ -2,6 +2,7 @@
 // structs and functions.
 #pragma once
 
+#include "value/small_heap.hpp"
 #include "value/value.hpp"
 
 #include <hv/detail/array_layout.hpp>
@@ -9,6 +10,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -28,8 +30,26 @@ inline constexpr std::size_t maxArrayBytes = std::size_t{1} << 33;
 /// A new array with one reference, its elements not yet set (cells and objects: null).
 /// Raises "varnix:tooLarge".
 [[nodiscard]] hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns);
-/// A new 1 by N text with one reference, its characters not yet set.
-[[nodiscard]] hvArray* newText(std::size_t length);
+
+/// From the start of an array's memory to the elements that follow its header.
+inline constexpr std::size_t headerBytes = (sizeof(hvArray) + 15) / 16 * 16;
+
+/// A new array with one reference and that many bytes of elements behind its header, none of them
+/// set; `bytes` must fit the class and the dimensions. Throws std::bad_alloc.
+[[nodiscard]] inline hvArray* newHeader(hvClassID id, std::size_t rows, std::size_t columns,
+                                        std::size_t bytes) {
+    void* const memory = heap::take(headerBytes + bytes);
+    return new (memory)
+        hvArray{1, id, 0, 0, rows, columns, static_cast<char*>(memory) + headerBytes, nullptr};
+}
+
+/// A new 1 by N text with one reference, its characters not yet set. Raises "varnix:tooLarge".
+[[nodiscard]] hvArray* newLongText(std::size_t length);
+[[nodiscard]] inline hvArray* newText(std::size_t length) {
+    return length <= heap::mostPooled - headerBytes ? newHeader(hvCHAR_CLASS, 1, length, length)
+                                                    : newLongText(length);
+}
+
 /// A copy with one reference: elements copied, cells shared. Not for handles.
 [[nodiscard]] hvArray* copyArray(const hvArray* array);
 

@@ -4,9 +4,9 @@
 #include "value/errors.hpp"
 
 #include <hv/array.hpp>
-#include <ut/ut.hpp>
 
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -28,37 +28,6 @@ inline void copyText(char* to, const char* from, std::size_t length) {
 }
 
 } // namespace
-
-std::size_t hvGetM(const hvArray* array) {
-    return array ? array->rows : 0;
-}
-
-std::size_t hvGetN(const hvArray* array) {
-    return array ? array->columns : 0;
-}
-
-namespace {
-bool hasPlainData(const hvArray* array) {
-    switch (hvGetClassID(array)) {
-    case hvUNKNOWN_CLASS:
-    case hvCELL_CLASS:
-    case hvSTRUCT_CLASS:
-    case hvFUNCTION_CLASS:
-    case hvOBJECT_CLASS:
-        return false;
-    default:
-        return true;
-    }
-}
-} // namespace
-
-void* hvGetData(hvArray* array) {
-    return hasPlainData(array) ? array->data : nullptr;
-}
-
-const void* hvGetData(const hvArray* array) {
-    return hasPlainData(array) ? array->data : nullptr;
-}
 
 hvArray* hvCreateArray(hvClassID classID, std::size_t m, std::size_t n) {
     hvArray* const array = varnix::newArray(classID, m, n);
@@ -89,18 +58,23 @@ hvArray* hvCreateStringN(const char* text, std::size_t length) {
 }
 
 namespace {
-[[noreturn]] void raiseNoTextMemory(std::size_t length) {
-    varnix::fail(varnix::id::outOfMemory, "there is no memory for a text of {} characters", length);
+
+char* takeText(std::size_t length) {
+    try {
+        return static_cast<char*>(varnix::heap::takeSized(length + 1));
+    } catch (const std::bad_alloc&) {
+        varnix::fail(varnix::id::outOfMemory, "there is no memory for a text of {} characters",
+                     length);
+    }
 }
+
 } // namespace
 
 char* hvArray2String(const hvArray* array) {
     if (hvGetClassID(array) != hvCHAR_CLASS)
         return nullptr;
     const std::size_t length = array->count();
-    auto* const text = static_cast<char*>(utMalloc(length + 1));
-    if (!text)
-        raiseNoTextMemory(length);
+    char* const text = takeText(length);
     copyText(text, varnix::elements<char>(array), length);
     text[length] = '\0';
     return text;
@@ -111,11 +85,11 @@ char* hvArrayToString(const hvArray* array) {
 }
 
 void hvFree(void* memory) {
-    utFree(memory);
+    varnix::heap::giveSized(memory);
 }
 
 void hvFreeEx(void* memory) {
-    utFree(memory);
+    varnix::heap::giveSized(memory);
 }
 
 hvArray* hvCreateCellMatrix(std::size_t m, std::size_t n) {

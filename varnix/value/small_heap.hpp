@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <new>
 
 namespace varnix::heap {
 
@@ -39,6 +40,9 @@ extern constinit std::array<Block*, largest / grain + 1> freeBlocks;
 
 } // namespace detail
 
+/// Blocks up to this size come from the free lists.
+inline constexpr std::size_t mostPooled = detail::largest;
+
 /// Memory of at least `bytes`, aligned to 16; throws std::bad_alloc.
 [[nodiscard]] inline void* take(std::size_t bytes) {
     if (detail::pooled && bytes <= detail::largest) {
@@ -61,6 +65,27 @@ inline void give(void* memory, std::size_t bytes) noexcept {
     detail::Block*& list = detail::freeBlocks[(bytes + detail::grain - 1) / detail::grain];
     block->next = list;
     list = block;
+}
+
+namespace detail {
+/// What stands in front of a sized block.
+struct alignas(16) BlockSize {
+    std::size_t bytes;
+};
+} // namespace detail
+
+/// The same for blocks whose owner does not know their size when it gives them back.
+[[nodiscard]] inline void* takeSized(std::size_t bytes) {
+    const std::size_t whole = sizeof(detail::BlockSize) + bytes;
+    return new (take(whole)) detail::BlockSize{whole} + 1;
+}
+
+/// Returns memory from takeSized. Null is ignored.
+inline void giveSized(void* memory) noexcept {
+    if (memory == nullptr)
+        return;
+    auto* const size = static_cast<detail::BlockSize*>(memory) - 1;
+    give(size, size->bytes);
 }
 
 } // namespace varnix::heap

@@ -44,12 +44,12 @@ inline hvClassID hvGetClassID(const hvArray* array);
 /// 0 for null.
 inline std::size_t hvGetNumberOfElements(const hvArray* array);
 /// Number of rows (first dimension).
-std::size_t hvGetM(const hvArray* array);
+inline std::size_t hvGetM(const hvArray* array);
 /// Number of columns (second dimension).
-std::size_t hvGetN(const hvArray* array);
+inline std::size_t hvGetN(const hvArray* array);
 /// First element of the data: double, bool, char, intN_t or uintN_t by class; null for others.
-void* hvGetData(hvArray* array);
-const void* hvGetData(const hvArray* array);
+inline void* hvGetData(hvArray* array);
+inline const void* hvGetData(const hvArray* array);
 
 /// An m by n array of a numeric, logical or character class, filled with zeros.
 hvArray* hvCreateArray(hvClassID classID, std::size_t m, std::size_t n);

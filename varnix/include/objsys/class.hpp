@@ -123,6 +123,11 @@ public:
     [[nodiscard]] const std::vector<COSMethod>& methods();
     /// Constructors in order of declaration; none: scripts cannot make objects of the class.
     [[nodiscard]] const std::vector<const COSMethodInfo*>& constructors();
+    /// The constructor without arguments; null when there is none or when the class is abstract.
+    [[nodiscard]] const COSMethodInfo* plainConstructor() {
+        ensureDefined();
+        return plainConstructor_;
+    }
     /// By name, or null. The pointer lives as long as the class.
     [[nodiscard]] const COSProperty* findProperty(COSNameID name);
     [[nodiscard]] const COSMethod* findMethod(COSNameID name);
@@ -161,6 +166,8 @@ private:
     std::vector<std::unique_ptr<COSPropertyInfo>> ownProperties_;
     std::vector<std::unique_ptr<COSMethodInfo>> ownMethods_;
     std::vector<const COSMethodInfo*> constructors_;
+    /// The constructor without arguments of a class that is not abstract, or null.
+    const COSMethodInfo* plainConstructor_ = nullptr;
     std::vector<COSProperty> properties_;
     std::vector<COSMethod> methods_;
     std::unordered_map<COSNameID, std::size_t> propertyIndex_;

@@ -57,6 +57,25 @@ inline hvClassID hvGetClassID(const hvArray* array) {
     return array ? array->classID : hvUNKNOWN_CLASS;
 }
 
+inline std::size_t hvGetM(const hvArray* array) {
+    return array ? array->rows : 0;
+}
+
+inline std::size_t hvGetN(const hvArray* array) {
+    return array ? array->columns : 0;
+}
+
+inline const void* hvGetData(const hvArray* array) {
+    constexpr unsigned withoutData = 1U << hvUNKNOWN_CLASS | 1U << hvCELL_CLASS |
+                                     1U << hvSTRUCT_CLASS | 1U << hvFUNCTION_CLASS |
+                                     1U << hvOBJECT_CLASS;
+    return array && (withoutData >> array->classID & 1U) == 0 ? array->data : nullptr;
+}
+
+inline void* hvGetData(hvArray* array) {
+    return const_cast<void*>(hvGetData(static_cast<const hvArray*>(array)));
+}
+
 inline hvArray* hvShareArray(hvArray* array) {
     if (array)
         ++array->refs;

@@ -3,6 +3,9 @@
 
 #include <objsys/interface.hpp>
 
+#include <cstddef>
+#include <new>
+
 namespace objsys::factory {
 
 namespace basic {
@@ -21,6 +24,21 @@ public:
     Wrappable(const Wrappable&) = delete;
     Wrappable& operator=(const Wrappable&) = delete;
     virtual ~Wrappable();
+
+    // Native objects come from the host's free lists, as handles do: scripts make and drop many.
+    static void* operator new(std::size_t bytes);
+    static void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept;
+    static void* operator new(std::size_t bytes, std::align_val_t alignment) {
+        return ::operator new(bytes, alignment);
+    }
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* memory) noexcept;
+    static void operator delete(void* memory, const std::nothrow_t&) noexcept {
+        operator delete(memory);
+    }
+    static void operator delete(void* memory, std::align_val_t alignment) noexcept {
+        ::operator delete(memory, alignment);
+    }
 
 private:
     friend class basic::BindingRegistry;
