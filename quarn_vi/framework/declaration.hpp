@@ -19,7 +19,9 @@
 
 #include <objsys/class_definition.hpp>
 
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace objsys::factory {
 
@@ -45,18 +47,16 @@ public:
 
     template <auto Get, auto Set>
     void property(const char* name, PropertyAttributes attributes = {}) {
-        using T = typename impl::SetterArgument<decltype(Set)>::Type;
+        using T = impl::SetterArgument<decltype(Set)>;
         using Class = typename impl::MemberTraits<decltype(Set)>::Class;
-        auto* const setter = new (std::nothrow) impl::ClassSetter<T, Class, Set>;
-        auto* const getter = makeGetter<Get>();
-        definition_.addProperty(new (std::nothrow)
-                                    impl::PropertyImpl(name, getter, setter, attributes));
+        std::unique_ptr<impl::Setter> setter(new (std::nothrow) impl::ClassSetter<T, Class, Set>);
+        std::unique_ptr<impl::Getter> getter(makeGetter<Get>());
+        addProperty(name, attributes, std::move(getter), std::move(setter));
     }
 
     template <auto Get>
     void readOnly(const char* name, PropertyAttributes attributes = {}) {
-        auto* const getter = makeGetter<Get>();
-        definition_.addProperty(new (std::nothrow) impl::PropertyImpl(name, getter, attributes));
+        addProperty(name, attributes, std::unique_ptr<impl::Getter>(makeGetter<Get>()));
     }
 
     template <auto Member>
@@ -81,6 +81,18 @@ private:
         using Traits = impl::MemberTraits<decltype(Get)>;
         return new (std::nothrow)
             impl::ClassGetter<typename Traits::Result, typename Traits::Class, Get>;
+    }
+
+    /// Hands over a property with its getter and, if it can be written, its setter.
+    template <class... Accessors>
+    void addProperty(const char* name, PropertyAttributes attributes,
+                     std::unique_ptr<Accessors>... accessors) {
+        impl::PropertyImpl* property = nullptr;
+        if ((accessors && ...))
+            property = new (std::nothrow) impl::PropertyImpl(name, accessors.get()..., attributes);
+        if (property)
+            ((void)accessors.release(), ...);
+        definition_.addProperty(property);
     }
 
     template <class Member, class... Args>

@@ -19,6 +19,10 @@ struct MemberTraits<R (C::*)(A...)> {
 
 template <class R, class C, class... A>
 struct MemberTraits<R (C::*)(A...) const> : MemberTraits<R (C::*)(A...)> {};
+template <class R, class C, class... A>
+struct MemberTraits<R (C::*)(A...) noexcept> : MemberTraits<R (C::*)(A...)> {};
+template <class R, class C, class... A>
+struct MemberTraits<R (C::*)(A...) const noexcept> : MemberTraits<R (C::*)(A...)> {};
 
 /// The same for a static member function.
 template <class R, class... A>
@@ -28,15 +32,21 @@ struct MemberTraits<R (*)(A...)> {
     using Arguments = List<std::remove_cvref_t<A>...>;
 };
 
+template <class R, class... A>
+struct MemberTraits<R (*)(A...) noexcept> : MemberTraits<R (*)(A...)> {};
+
 template <class... T>
 struct TypeList {};
 
+template <class... T>
+struct OnlyType;
+template <class T>
+struct OnlyType<T> {
+    using Type = T;
+};
+
 /// The only argument of a setter.
 template <class Pointer>
-struct SetterArgument;
-template <class R, class C, class A>
-struct SetterArgument<R (C::*)(A)> {
-    using Type = std::remove_cvref_t<A>;
-};
+using SetterArgument = typename MemberTraits<Pointer>::template Arguments<OnlyType>::Type;
 
 } // namespace objsys::factory::impl

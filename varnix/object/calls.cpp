@@ -119,6 +119,26 @@ hvArray* makeInstance(COSClass& cls, const COSMethodInfo& constructor, const COS
     return instance->handle();
 }
 
+/// The method's result as it comes; an array in it carries a reference.
+COSValue callRaw(const COSMethod& method, const Value& self, std::span<const Value> arguments) {
+    const COSMethodSignature& signature = *method.signature;
+    const COSNameID owner = method.declaringClass->getFullName();
+    checkCount(signature, owner, method.name, arguments.size());
+    if (arguments.empty()) {
+        Value box;
+        COSValue input;
+        if (signature.hasSelf)
+            input = convertSelf(method, self, box);
+        return method.call(&input);
+    }
+    const std::size_t first = signature.hasSelf ? 1 : 0;
+    Inputs inputs(first + arguments.size());
+    if (signature.hasSelf)
+        inputs.values()[0] = convertSelf(method, self, inputs.box(0));
+    convertArguments(signature, owner, method.name, arguments, inputs, first);
+    return method.call(inputs.values());
+}
+
 } // namespace
 
 Value getProperty(const COSProperty& property, COSInterface* instance) {
@@ -137,22 +157,7 @@ void setProperty(const COSProperty& property, COSInterface* instance, const Valu
 }
 
 Value callMethod(const COSMethod& method, const Value& self, std::span<const Value> arguments) {
-    const COSMethodSignature& signature = *method.signature;
-    const COSNameID owner = method.declaringClass->getFullName();
-    checkCount(signature, owner, method.name, arguments.size());
-    if (arguments.empty()) {
-        Value box;
-        COSValue input;
-        if (signature.hasSelf)
-            input = convertSelf(method, self, box);
-        return fromDoor(method.call(&input));
-    }
-    const std::size_t first = signature.hasSelf ? 1 : 0;
-    Inputs inputs(first + arguments.size());
-    if (signature.hasSelf)
-        inputs.values()[0] = convertSelf(method, self, inputs.box(0));
-    convertArguments(signature, owner, method.name, arguments, inputs, first);
-    return fromDoor(method.call(inputs.values()));
+    return fromDoor(callRaw(method, self, arguments));
 }
 
 Value construct(COSClass& cls, std::span<const Value> arguments) {
@@ -185,16 +190,7 @@ std::vector<varnix::Value> borrowed(std::span<const COSValue> arguments) {
 
 COSValue COSMethod::callConverted(hvArray* self, std::span<const COSValue> arguments) const {
     const varnix::Value object = varnix::Value::fromArray(hvShareArray(self));
-    const std::vector<varnix::Value> values = borrowed(arguments);
-    const varnix::Value result = varnix::callMethod(*this, object, values);
-    if (result.isUnset())
-        return {};
-    varnix::Value box;
-    COSValue converted = varnix::toDoor(
-        result, signature->result, varnix::DoorPlace{declaringClass->getFullName(), name, 0}, box);
-    if (result.isCounted())
-        hvShareArray(converted.asArray());
-    return converted;
+    return varnix::callRaw(*this, object, borrowed(arguments));
 }
 
 hvArray* COSClass::construct(std::span<const COSValue> arguments) {
