@@ -3,6 +3,7 @@
 
 #include "tests/sample.hpp"
 
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

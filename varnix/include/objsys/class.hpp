@@ -64,9 +64,9 @@ public:
     bool plainText = false;
 
 private:
-    static bool isTextRow(const hvArray* array) {
-        return array && array->classID == hvCHAR_CLASS && (array->rows == 1 || array->count() == 0);
-    }
+    // Out of line: compilers that see a scalar's payload here take it for an array's address and
+    // warn, although the data type keeps the two apart.
+    static bool isTextRow(const hvArray* array);
     void setConverted(COSInterface* instance, const COSValue& value) const;
 };
 
