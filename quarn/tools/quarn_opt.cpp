@@ -2,6 +2,7 @@
 // reports are written with it.
 //
 // Exit status: 0; 1 after an error in the input or in a transform; 2 for wrong usage.
+#include <qn/pages.hpp>
 #include <qn/pipeline.hpp>
 #include <qn/scope.hpp>
 #include <qn/text.hpp>
@@ -82,6 +83,10 @@ std::string printed(const QN::Scope& scope, const Options& options) {
         QN::printQnel(scope, text);
     } else if (options.print == "text") {
         QN::printText(scope, text, {options.disambiguate, options.showModes});
+    } else if (options.print == "dot") {
+        QN::printDot(scope, text, {{options.disambiguate, options.showModes}, {}, {}});
+    } else if (options.print == "html") {
+        QN::printHtml(scope, text, {{options.disambiguate, options.showModes}, {}, {}});
     }
     return text;
 }
@@ -137,9 +142,9 @@ int main(int argc, char** argv) {
         ->delimiter(',');
     app.add_flag("--pipeline", options.pipeline, "run the whole pipeline (after --passes)");
     app.add_option("--print", options.print, "form of the output")
-        ->check(CLI::IsMember({"qnel", "text", "none"}));
-    app.add_flag("--disambiguate", options.disambiguate, "text: tell equal names apart");
-    app.add_flag("--show-modes", options.showModes, "text: show rounding and overflow");
+        ->check(CLI::IsMember({"qnel", "text", "dot", "html", "none"}));
+    app.add_flag("--disambiguate", options.disambiguate, "tell equal names of variables apart");
+    app.add_flag("--show-modes", options.showModes, "show rounding and overflow");
     app.add_flag("--list-passes", options.listPasses, "list the transforms and leave");
     try {
         app.parse(argc, argv);
