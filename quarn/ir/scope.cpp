@@ -8,6 +8,12 @@
 
 namespace QN {
 
+namespace {
+
+std::uint64_t scopesMade = 0;
+
+} // namespace
+
 std::string_view toString(ScopeFlavor flavor) noexcept {
     constexpr std::string_view names[] = {"global", "session", "unit"};
     return names[static_cast<std::size_t>(flavor)];
@@ -36,7 +42,8 @@ void Function::replaceCfg(std::unique_ptr<Cfg> cfg) noexcept {
 Scope::Scope(ScopeFlavor flavor, std::string_view name) : Scope(flavor, name, nullptr) {}
 
 Scope::Scope(ScopeFlavor flavor, std::string_view name, Scope* parent)
-    : pool_(PoolKind::Scope), flavor_(flavor), name_(pool_.copy(name)), parent_(parent) {}
+    : pool_(PoolKind::Scope), flavor_(flavor), name_(pool_.copy(name)), serial_(++scopesMade),
+      parent_(parent) {}
 
 Scope::~Scope() = default;
 

@@ -78,26 +78,18 @@ bool FileWriter::write(const std::string& path, std::string_view bytes) {
     return true;
 }
 
-bool LogFile::open(const std::string& folder) {
+bool GrowingFile::create(const std::string& path) {
     close();
-    folder_ = folder;
-    tssv::debug::DebugLog& log = DefaultServices::debugServices().debugLog();
-    if (const std::string problem = log.makeLogDirectory(); !problem.empty()) {
-        report_.failed("Cannot write the " + std::string(stem_) + ": " + problem + ".");
-        return false;
-    }
-    path_ = log.logFilePath(std::string(stem_), "txt");
-    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (file_ < 0) {
-        report_.failed("Cannot write the " + std::string(stem_) + ": cannot open '" + path_ +
-                       "': " + std::strerror(errno) + ".");
-        path_.clear();
+        report_.failed("Cannot open '" + path + "': " + std::strerror(errno) + ".");
         return false;
     }
+    path_ = path;
     return true;
 }
 
-void LogFile::close() noexcept {
+void GrowingFile::close() noexcept {
     if (file_ >= 0) {
         ::close(file_);
         file_ = -1;
@@ -106,21 +98,38 @@ void LogFile::close() noexcept {
     size_ = 0;
 }
 
-void LogFile::append(std::string_view lines) {
-    const std::string folder = DefaultServices::debugServices().debugLog().logDirectory();
-    if ((file_ < 0 || folder != folder_) && !open(folder)) {
+void GrowingFile::append(std::string_view piece) {
+    if (file_ < 0) {
         return;
     }
-    if (const int error = writeAll(file_, lines); error != 0) {
-        // What got into the file of these lines goes out again.
+    if (const int error = writeAll(file_, piece); error != 0) {
+        // What got into the file of this piece goes out again.
         if (::ftruncate(file_, size_) == 0) {
             ::lseek(file_, size_, SEEK_SET);
         }
         report_.failed("Cannot write to '" + path_ + "': " + std::strerror(error) + ".");
         return;
     }
-    size_ += static_cast<std::int64_t>(lines.size());
+    size_ += static_cast<std::int64_t>(piece.size());
     report_.succeeded();
+}
+
+bool LogFile::open(const std::string& folder) {
+    file_.close();
+    folder_ = folder;
+    tssv::debug::DebugLog& log = DefaultServices::debugServices().debugLog();
+    if (const std::string problem = log.makeLogDirectory(); !problem.empty()) {
+        report_.failed("Cannot write the " + std::string(stem_) + ": " + problem + ".");
+        return false;
+    }
+    return file_.create(log.logFilePath(std::string(stem_), "txt"));
+}
+
+void LogFile::append(std::string_view lines) {
+    const std::string folder = DefaultServices::debugServices().debugLog().logDirectory();
+    if ((file_.isOpen() && folder == folder_) || open(folder)) {
+        file_.append(lines);
+    }
 }
 
 } // namespace QN::detail

@@ -33,31 +33,50 @@ private:
     FailureReport report_;
 };
 
+/// A file that grows piece by piece; each piece gets in whole or not at all.
+class GrowingFile {
+public:
+    GrowingFile() noexcept = default;
+    GrowingFile(const GrowingFile&) = delete;
+    GrowingFile& operator=(const GrowingFile&) = delete;
+    ~GrowingFile() { close(); }
+
+    /// Begins the file `path` anew, empty; its folder must be there. Returns whether it worked.
+    bool create(const std::string& path);
+    /// Appends to the file, if one is open.
+    void append(std::string_view piece);
+    void close() noexcept;
+
+    [[nodiscard]] bool isOpen() const noexcept { return file_ >= 0; }
+    /// Empty if no file is open.
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+private:
+    std::string path_;
+    std::int64_t size_ = 0;
+    int file_ = -1;
+    FailureReport report_;
+};
+
 /// A text file in the debug log's folder that grows line by line. The file is made at the first
 /// line, and a new one when the debug log's folder has changed since the last.
 class LogFile {
 public:
     /// `stem` is the first part of the file's name and outlives this object.
     explicit LogFile(std::string_view stem) noexcept : stem_(stem) {}
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
-    ~LogFile() { close(); }
 
-    /// Appends `lines`, which end with a line end, whole or not at all. Nothing is kept in memory.
+    /// Appends `lines`, which end with a line end. Nothing is kept in memory.
     void append(std::string_view lines);
 
     /// The file that append() wrote to last; empty if there is none.
-    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+    [[nodiscard]] const std::string& path() const noexcept { return file_.path(); }
 
 private:
     bool open(const std::string& folder);
-    void close() noexcept;
 
     std::string_view stem_;
     std::string folder_;
-    std::string path_;
-    std::int64_t size_ = 0;
-    int file_ = -1;
+    GrowingFile file_;
     FailureReport report_;
 };
 

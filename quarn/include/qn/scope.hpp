@@ -30,6 +30,8 @@ public:
 
     [[nodiscard]] ScopeFlavor flavor() const noexcept { return flavor_; }
     [[nodiscard]] std::string_view name() const noexcept { return name_; }
+    /// Unique in the process and never given again; tells a scope from a later one in its place.
+    [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
     [[nodiscard]] Scope* parent() const noexcept { return parent_; }
     [[nodiscard]] Pool& pool() noexcept { return pool_; }
     [[nodiscard]] const Pool& pool() const noexcept { return pool_; }
@@ -62,6 +64,7 @@ private:
     Pool pool_;
     ScopeFlavor flavor_;
     std::string_view name_;
+    std::uint64_t serial_;
     Scope* parent_ = nullptr;
     std::vector<std::unique_ptr<Scope>> children_;
     std::vector<std::unique_ptr<Function>> functions_;
