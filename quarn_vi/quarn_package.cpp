@@ -1,6 +1,12 @@
 #include "quarn_package.hpp"
 
 #include "debug/collectstatistics.hpp"
+#include "debug/debuglogger.hpp"
+#include "debug/debugservicevi.hpp"
+#include "debug/profiler.hpp"
+#include "debug/profilinginstrumentation.hpp"
+#include "debug/timerprobe.hpp"
+#include "debug/timervi.hpp"
 
 #include <objsys/package.hpp>
 
@@ -19,6 +25,12 @@ objsys::COSClassInfo* make() {
 // PoolHighWaterMark, CollectStatistics, LlvmDebugger, UserVarLogging, SerializerFbtService.
 // A class adds its row at its place among those that are there.
 constexpr CatalogueRow rows[] = {
+    {make<debug::CosDebugService>},
+    {make<debug::CosProfiler>},
+    {make<debug::CosTimer>},
+    {make<debug::CosTimerProbe>},
+    {make<debug::CosDebugLogger>},
+    {make<debug::CosProfilingInstrumentation>},
     {make<debug::CosCollectStatistics>},
 };
 

@@ -113,7 +113,8 @@ struct HostType<C*> {
     }
 };
 
-/// A row of objects: a 1 by N array of handles. The objects stay their owner's.
+/// A row of objects: a 1 by N array of handles. The objects stay their owner's. The other way, as
+/// the input of a method, the first row's elements count: one for each column.
 template <Controller C>
 struct HostType<std::vector<C*>> {
     static COSNameID name() {
@@ -126,6 +127,17 @@ struct HostType<std::vector<C*>> {
         basic::BindingRegistry::announceRow(row.get(), value.data(), value.size(), element);
         omSetClassOfHeterogeneousArray(row.get());
         return COSValue::ofArray(row.release(), name());
+    }
+    static std::vector<C*> unpack(const COSValue& value) {
+        const std::size_t columns = hvGetN(value.asArray());
+        std::vector<C*> result;
+        result.reserve(columns);
+        for (std::size_t i = 0; i < columns; ++i) {
+            const COSInterface* const element = omGetArrayElement(value.asArray(), i);
+            result.push_back(validateSelfPointer(
+                dynamic_cast<C*>(element ? element->getNativeObject(scriptName<C>()) : nullptr)));
+        }
+        return result;
     }
 };
 

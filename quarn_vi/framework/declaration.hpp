@@ -66,6 +66,15 @@ public:
                                     typename Traits::template Arguments<impl::TypeList>{});
     }
 
+    /// A method that is called on a whole row of objects: `Function` is a static member function
+    /// whose first argument is the vector of native objects.
+    template <auto Function>
+    void vectorMethod(const char* name, MethodAttributes attributes = {}) {
+        using Traits = impl::MemberTraits<decltype(Function)>;
+        addVectorMethod<decltype(Function)>(name, attributes, Function,
+                                            typename Traits::template Arguments<impl::TypeList>{});
+    }
+
     /// A method that is called on the class: `Function` is a static member function.
     template <auto Function>
     void staticMethod(const char* name, MethodAttributes attributes = {}) {
@@ -106,6 +115,20 @@ private:
                                            impl::HostType<typename Traits::Result>::name(), &self,
                                            {impl::HostType<Args>::name()...}),
             &impl::invokeMember<Member, Args...>, member));
+    }
+
+    template <class Function, class Self, class... Args>
+    void addVectorMethod(const char* name, MethodAttributes attributes, Function function,
+                         impl::TypeList<Self, Args...>) {
+        using Traits = impl::MemberTraits<Function>;
+        const COSNameID self = impl::HostType<Self>::name();
+        // The row is the function's first input, as the arguments of a static method are.
+        definition_.addMethod(new impl::MethodImpl(
+            name, attributes, String(),
+            impl::Invoker::createSignature(String(),
+                                           impl::HostType<typename Traits::Result>::name(), &self,
+                                           {impl::HostType<Args>::name()...}),
+            &impl::invokeStatic<Function, Self, Args...>, function));
     }
 
     template <class Function, class... Args>

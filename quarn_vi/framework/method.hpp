@@ -105,7 +105,7 @@ int invokeMember(const MethodImpl& method, int requested, COSValue* outputs,
     return Invoker::outputCount(requested);
 }
 
-/// The invoke function of a static method.
+/// The invoke function of a static method, and of a method whose first input is a row of objects.
 template <class Function, class... Args>
 int invokeStatic(const MethodImpl& method, int requested, COSValue* outputs,
                  [[maybe_unused]] const COSValue* inputs) {
