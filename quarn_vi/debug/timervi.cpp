@@ -56,20 +56,21 @@ void TimerVI::disp(const std::vector<TimerVI*>& timers) {
     std::size_t width = 32;
     for (const TimerVI* const timer : timers)
         width = std::max(width, timer->name().size());
-    for (const TimerVI* const timer : timers) {
-        double elapsed = timer->elapsedTime();
-        const std::int64_t hits = timer->hits();
-        const char* unit = "s";
-        if (0.1 > elapsed) { // not for a NaN
-            unit = "ms";
-            elapsed *= 1000.0;
-        }
-        const double perHit = hits != 0 ? elapsed / static_cast<double>(hits) : 0.0;
-        std::ostringstream label;
-        label << std::left << std::setw(static_cast<int>(width)) << timer->name();
-        utPrintf("%s: %10.2g %2s / %7d  = %10.2g %2s/hit\n", label.str().c_str(), elapsed, unit,
-                 static_cast<int>(hits), perHit, unit);
+    for (const TimerVI* const timer : timers)
+        printTimerLine(timer->name(), width, timer->elapsedTime(), timer->hits());
+}
+
+void printTimerLine(const std::string& name, std::size_t width, double elapsed, std::int64_t hits) {
+    const char* unit = "s";
+    if (0.1 > elapsed) { // not for a NaN
+        unit = "ms";
+        elapsed *= 1000.0;
     }
+    const double perHit = hits != 0 ? elapsed / static_cast<double>(hits) : 0.0;
+    std::ostringstream label;
+    label << std::left << std::setw(static_cast<int>(width)) << name;
+    utPrintf("%s: %10.2g %2s / %7d  = %10.2g %2s/hit\n", label.str().c_str(), elapsed, unit,
+             static_cast<int>(hits), perHit, unit);
 }
 
 CosTimer::CosTimer() : HandleClassInfo("Timer", "QUARN stopwatch timer.") {}

@@ -5,6 +5,7 @@
 
 #include <objsys/factory/wrappable.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -43,6 +44,10 @@ private:
     bool fOwnsTimer;
     QN::Timer* fTimer;
 };
+
+/// Prints one line of the table that disp prints: `name` padded to `width`, `elapsed` in seconds
+/// (in milliseconds below 0.1), `hits`, and the time per hit in the same unit.
+void printTimerLine(const std::string& name, std::size_t width, double elapsed, std::int64_t hits);
 
 class CosTimer : public objsys::factory::HandleClassInfo<TimerVI, 1> {
 public:
