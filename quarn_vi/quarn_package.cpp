@@ -3,10 +3,17 @@
 #include "debug/collectstatistics.hpp"
 #include "debug/debuglogger.hpp"
 #include "debug/debugservicevi.hpp"
+#include "debug/memoryanalyzervi.hpp"
+#include "debug/nameprinter.hpp"
+#include "debug/poolhighwatermarkvi.hpp"
 #include "debug/profiler.hpp"
 #include "debug/profilinginstrumentation.hpp"
+#include "debug/stacktraces.hpp"
 #include "debug/timerprobe.hpp"
 #include "debug/timervi.hpp"
+#include "debug/transformlogservicevi.hpp"
+#include "debug/transformprofilervi.hpp"
+#include "debug/uservarloggingvi.hpp"
 
 #include <objsys/package.hpp>
 
@@ -26,12 +33,19 @@ objsys::COSClassInfo* make() {
 // A class adds its row at its place among those that are there.
 constexpr CatalogueRow rows[] = {
     {make<debug::CosDebugService>},
+    {make<debug::CosTransformProfiler>},
+    {make<debug::CosTransformLogService>},
+    {make<debug::CosStackTraces>},
     {make<debug::CosProfiler>},
     {make<debug::CosTimer>},
     {make<debug::CosTimerProbe>},
     {make<debug::CosDebugLogger>},
     {make<debug::CosProfilingInstrumentation>},
+    {make<debug::CosNamePrinter>},
+    {make<debug::CosMemoryAnalyzer>},
+    {make<debug::CosPoolHighWaterMark>},
     {make<debug::CosCollectStatistics>},
+    {make<debug::CosUserVarLogging>},
 };
 
 } // namespace
