@@ -2,6 +2,8 @@
 // reports are written with it.
 //
 // Exit status: 0; 1 after an error in the input or in a transform; 2 for wrong usage.
+#include "tools/generate.hpp"
+
 #include <qn/pages.hpp>
 #include <qn/pipeline.hpp>
 #include <qn/scope.hpp>
@@ -26,6 +28,7 @@ struct Options {
     std::string output = "-";
     std::string print = "qnel";
     std::vector<std::string> passes;
+    std::uint32_t generate = 0;
     bool pipeline = false;
     bool listPasses = false;
     bool disambiguate = false;
@@ -100,6 +103,20 @@ int listPasses() {
     return 0;
 }
 
+/// The scope that the input describes; null after a message.
+std::unique_ptr<QN::Scope> readScope(const std::string& input) {
+    std::string text;
+    if (!readInput(input, text)) {
+        return nullptr;
+    }
+    QN::ParseError error;
+    std::unique_ptr<QN::Scope> scope = QN::parseQnel(text, error);
+    if (scope == nullptr) {
+        std::fprintf(stderr, "%s\n", error.format(input == "-" ? "<stdin>" : input).c_str());
+    }
+    return scope;
+}
+
 int run(const Options& options) {
     std::vector<const QN::Transform*> transforms;
     for (const std::string& name : options.passes) {
@@ -110,15 +127,9 @@ int run(const Options& options) {
             return 2;
         }
     }
-    std::string text;
-    if (!readInput(options.input, text)) {
-        return 1;
-    }
-    QN::ParseError error;
-    const std::unique_ptr<QN::Scope> scope = QN::parseQnel(text, error);
+    const std::unique_ptr<QN::Scope> scope =
+        options.generate != 0 ? QN::tools::generate({options.generate}) : readScope(options.input);
     if (scope == nullptr) {
-        const std::string file = options.input == "-" ? "<stdin>" : options.input;
-        std::fprintf(stderr, "%s\n", error.format(file).c_str());
         return 1;
     }
     for (const QN::Transform* const transform : transforms) {
@@ -140,6 +151,8 @@ int main(int argc, char** argv) {
     app.add_option("-o", options.output, "where to print; '-' is standard output");
     app.add_option("--passes", options.passes, "transforms to run, in order: a,b,c")
         ->delimiter(',');
+    app.add_option("--generate", options.generate,
+                   "take IR made at random from this seed as input");
     app.add_flag("--pipeline", options.pipeline, "run the whole pipeline (after --passes)");
     app.add_option("--print", options.print, "form of the output")
         ->check(CLI::IsMember({"qnel", "text", "dot", "html", "none"}));

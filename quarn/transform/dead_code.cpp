@@ -27,8 +27,9 @@ public:
     }
 
     bool run() {
-        bool changed = removeOverwrittenStores();
-        changed = removeUnusedValues() || changed;
+        // A load that nobody needs must not keep an earlier store alive, so unused values go first.
+        bool changed = removeUnusedValues();
+        changed = removeOverwrittenStores() || changed;
         return removeUnreadVariables() || changed;
     }
 

@@ -1,17 +1,32 @@
 // The pipeline, on one screen. A transform that prepares the ground for another comes before it;
-// what cleans up comes behind what makes a mess.
+// what cleans up comes behind what makes a mess. Not in it: rounding-overflow, for engines that
+// cannot saturate.
 #include <qn/pipeline.hpp>
+#include <qn/testing_hooks.hpp>
 #include <qn/transform.hpp>
 
 namespace QN {
 
 namespace {
 
+constexpr std::string_view profiling = "profiling";
+
 constexpr std::string_view stages[] = {
-    "control-flow",     // branches on constants written in the program
-    "constant-folding", //
-    "control-flow",     // branches that folding has decided
-    "dead-code",        //
+    "control-flow",       // branches on constants that the program has
+    "constant-folding",   //
+    "inlining",           // of small functions, cleaned up above
+    "control-flow",       // the seams of inlining
+    "bounds-checks",      // all at once, so that the next stages see and thin them out
+    "value-numbering",    //
+    "constant-folding",   // on what was stored and loaded again
+    "loop-invariants",    // sizes of arrays, for the most part
+    "strength-reduction", //
+    "value-numbering",    // on what has moved together
+    "dead-code",          //
+    "control-flow",       // branches that folding has decided
+    profiling,            // on the final blocks; only while its feature is on
+    "unused-functions",   // those that were inlined everywhere
+    "compaction",         // gives back what all these have left behind
 };
 
 } // namespace
@@ -21,8 +36,11 @@ std::span<const std::string_view> pipeline() noexcept {
 }
 
 void runPipeline(Scope& scope) {
+    const bool profiles = TSFEAT_QUARNProfilingInstrumentation->isOn();
     for (const std::string_view name : stages) {
-        runTransformOnAll(*transformNamed(name), scope);
+        if (name != profiling || profiles) {
+            runTransformOnAll(*transformNamed(name), scope);
+        }
     }
 }
 
