@@ -171,7 +171,7 @@ class CommandLine(unittest.TestCase):
     def test_no_modules(self):
         done = self.varnix("--no-modules", "-e", "internal.quarn.CollectStatistics")
         self.assertEqual(done.returncode, 1)
-        self.assertIn("internal.quarn", done.stderr)
+        self.assertRegex(done.stderr, r"^error: .*'quarn'\n  at <command>:1:\d+\n$")
 
     def folder_of(self, *names):
         for name in names:

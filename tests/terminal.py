@@ -19,7 +19,7 @@ class Terminal:
     """A running program; use as a context manager, so that it never outlives its test."""
 
     # Ends a test that would wait for ever; says nothing about speed.
-    limit = 60
+    limit = 20
 
     def __init__(self, command, environment, folder):
         self.shown = ""     # everything shown so far
