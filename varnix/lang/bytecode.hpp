@@ -132,6 +132,11 @@ class Code;
 /// The value of a slot operand that names no variable.
 inline constexpr Slot noSlot = 0xFFFF;
 
+/// Registers that a loop keeps its state in. Over a range: index, count, first, step, and the last
+/// value where rounding would carry it past the end. Over anything else: the value in the first, the
+/// next column in the second; the fourth is unset.
+inline constexpr std::size_t loopState = 5;
+
 /// What a call of any kind has in common: arguments in R[window] ..., results to R[result] ...
 struct CallShape {
     std::uint16_t window = 0;
@@ -162,9 +167,9 @@ struct MemberSite : CallShape {
     std::uint16_t base = 0; ///< of CallMember
     bool written = false;   ///< with parentheses
 
-    // Cache: what the class has under the name; both null: unknown.
+    // Cache: what the class has under the name; both null: unknown. A class that is withdrawn leaves
+    // no valid instances behind, so a valid instance in hand vouches for the pointers.
     objsys::COSClass* cls = nullptr;
-    std::uint64_t generation = 0;
     const objsys::COSProperty* property = nullptr;
     const objsys::COSMethod* method = nullptr;
 };

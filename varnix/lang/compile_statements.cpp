@@ -138,7 +138,7 @@ void FunctionCompiler::forStatement(const ForStatement& node) {
     Label exit;
     const bool isRange = node.range->kind == ExpressionKind::Range;
     // The loop's state: see forRange and forEach in the machine.
-    const Register state = take(node.place, 4);
+    const Register state = take(node.place, loopState);
     if (isRange)
         rangeParts(static_cast<const RangeExpression&>(*node.range), state);
     else
@@ -150,7 +150,7 @@ void FunctionCompiler::forStatement(const ForStatement& node) {
     emit(node.place, isRange ? Op::ForRangeStep : Op::ForEachStep, state, node.variable->slot);
     jump(node.place, Op::Jump, 0, start);
     bind(exit);
-    emitWide(node.place, Op::Clear, state, 4);
+    emitWide(node.place, Op::Clear, state, loopState);
 }
 
 void FunctionCompiler::whileStatement(const WhileStatement& node) {

@@ -90,6 +90,8 @@ public:
     /// Adds a folder that is searched for function files, after the script's own folder and the
     /// current folder.
     void addPath(const std::string& folder);
+    /// Tells that function files may be found elsewhere now: for what changes the current folder.
+    void foldersChanged();
 
     /// Asks the machine to stop at the next loop turn or call with "varnix:interrupted". The one
     /// function that may be called from a signal handler.

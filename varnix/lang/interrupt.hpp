@@ -1,0 +1,20 @@
+// The request to stop, as a signal handler leaves it and the machine looks for it.
+#pragma once
+
+#include <csignal>
+
+namespace varnix::detail {
+
+/// Non-zero while an interrupt is pending. The one piece of state that a signal handler touches.
+extern volatile std::sig_atomic_t interruptRequested;
+
+/// Withdraws the request and raises "varnix:interrupted".
+[[noreturn]] void raiseInterrupted();
+
+/// Called at every turn of a loop and every call of a function.
+inline void pollInterrupt() {
+    if (interruptRequested != 0) [[unlikely]]
+        raiseInterrupted();
+}
+
+} // namespace varnix::detail
