@@ -10,9 +10,8 @@
 namespace varnix {
 
 const Code* Unit::find(objsys::COSNameID function) const {
-    const auto found = std::find_if(functions.begin(), functions.end(), [&](const auto& code) {
-        return code->name == function;
-    });
+    const auto found = std::find_if(functions.begin(), functions.end(),
+                                    [&](const auto& code) { return code->name == function; });
     return found == functions.end() ? nullptr : found->get();
 }
 
@@ -73,7 +72,7 @@ Operands operandsOf(Op op) {
 
 std::string shapeText(const Code& code, const CallShape& shape) {
     const auto name = [&](std::uint16_t r) {
-        return r == noSlot              ? std::string("-")
+        return r == noSlot             ? std::string("-")
                : r < code.names.size() ? code.names[r].str()
                                        : fmt::format("r{}", r);
     };
@@ -106,8 +105,8 @@ std::string disassemble(const Code& code) {
             break;
         case Operands::Wide:
             if (i.op == Op::Call)
-                text += " " + code.calls[i.wide()].name.str() +
-                        shapeText(code, code.calls[i.wide()]);
+                text +=
+                    " " + code.calls[i.wide()].name.str() + shapeText(code, code.calls[i.wide()]);
             else if (i.op == Op::CallValue)
                 text += shapeText(code, code.calls[i.wide()]);
             else if (i.op == Op::CallMember)

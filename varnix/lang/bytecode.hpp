@@ -29,11 +29,11 @@ namespace varnix {
 
 // One row per operation; operands a, b, c, or w, which is b and c taken together.
 #define VARNIX_OPERATIONS(X)                                                                       \
-    X(LoadConstant)      /* R[a] = K[w] */                                                         \
-    X(Copy)              /* R[a] = value R[b] */                                                   \
-    X(Move)              /* R[a] = R[b], a temporary, which becomes unset */                       \
-    X(Clear)             /* R[a] becomes unset, and those up to R[a + w - 1] */                    \
-    X(Add)               /* R[a] = value R[b] op value R[c], and so on */                          \
+    X(LoadConstant) /* R[a] = K[w] */                                                              \
+    X(Copy)         /* R[a] = value R[b] */                                                        \
+    X(Move)         /* R[a] = R[b], a temporary, which becomes unset */                            \
+    X(Clear)        /* R[a] becomes unset, and those up to R[a + w - 1] */                         \
+    X(Add)          /* R[a] = value R[b] op value R[c], and so on */                               \
     X(Subtract)                                                                                    \
     X(Multiply)                                                                                    \
     X(Divide)                                                                                      \
@@ -49,20 +49,20 @@ namespace varnix {
     X(GreaterEqual)                                                                                \
     X(And)                                                                                         \
     X(Or)                                                                                          \
-    X(AddConstant)       /* R[a] = value R[b] op K[c], a double */                                 \
+    X(AddConstant) /* R[a] = value R[b] op K[c], a double */                                       \
     X(SubtractConstant)                                                                            \
     X(MultiplyConstant)                                                                            \
     X(DivideConstant)                                                                              \
-    X(Plus)              /* R[a] = op value R[b] */                                                \
+    X(Plus) /* R[a] = op value R[b] */                                                             \
     X(Negate)                                                                                      \
     X(Not)                                                                                         \
-    X(Truth)             /* R[a] = truth of value R[b], a logical */                               \
-    X(Range)             /* R[a] = R[b] : R[b + 1] : R[b + 2] */                                   \
-    X(Jump)              /* on by w */                                                             \
-    X(JumpBack)          /* on by w, which is negative; looks for an interrupt */                  \
-    X(JumpIfTrue)        /* on by w if value R[a] is true */                                       \
+    X(Truth)      /* R[a] = truth of value R[b], a logical */                                      \
+    X(Range)      /* R[a] = R[b] : R[b + 1] : R[b + 2] */                                          \
+    X(Jump)       /* on by w */                                                                    \
+    X(JumpBack)   /* on by w, which is negative; looks for an interrupt */                         \
+    X(JumpIfTrue) /* on by w if value R[a] is true */                                              \
     X(JumpIfFalse)                                                                                 \
-    X(TestEqual)         /* if (value R[a] op value R[b]) == c the Jump that follows is taken */   \
+    X(TestEqual) /* if (value R[a] op value R[b]) == c the Jump that follows is taken */           \
     X(TestNotEqual)                                                                                \
     X(TestLess)                                                                                    \
     X(TestLessEqual)                                                                               \
@@ -74,37 +74,37 @@ namespace varnix {
     X(TestLessEqualConstant)                                                                       \
     X(TestGreaterConstant)                                                                         \
     X(TestGreaterEqualConstant)                                                                    \
-    X(CaseTest)          /* if value R[a] does not match value R[b] the Jump that follows is taken */ \
-    X(ForRange)          /* R[a], R[a + 1], R[a + 2] first, step, last: gets ready, jumps by w */  \
-    X(ForRangeStep)      /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */ \
-    X(ForEach)           /* R[a] what to walk over: gets ready, jumps by w */                      \
-    X(ForEachStep)       /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */ \
-    X(Join)              /* R[a] = [R[b], ...], c of them, which become unset */                   \
-    X(Stack)             /* R[a] = [R[b]; ...] */                                                  \
-    X(MakeCell)          /* R[a] = {R[b], ...} */                                                  \
-    X(EndOf)             /* R[a] = what `end` means in index c & 255 of c >> 8 into value R[b] */  \
-    X(EndOfTarget)       /* the same; R[b] is a variable, 0 when it is unset */                    \
-    X(Index)             /* R[a] = value R[b] [ value R[c] ] */                                    \
-    X(IndexConstant)     /* R[a] = value R[b] [ K[c] ] */                                          \
-    X(IndexTwo)          /* R[a] = value R[b] [ R[c], R[c + 1] ] */                                \
-    X(IndexSite)         /* as site w says */                                                      \
-    X(Brace)             /* R[a] = value R[b] { value R[c] } */                                    \
-    X(StoreIndex)        /* R[a] [ value R[b] ] = value R[c] */                                    \
+    X(CaseTest)      /* if value R[a] does not match value R[b] the Jump that follows is taken */  \
+    X(ForRange)      /* R[a], R[a + 1], R[a + 2] first, step, last: gets ready, jumps by w */      \
+    X(ForRangeStep)  /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */    \
+    X(ForEach)       /* R[a] what to walk over: gets ready, jumps by w */                          \
+    X(ForEachStep)   /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */    \
+    X(Join)          /* R[a] = [R[b], ...], c of them, which become unset */                       \
+    X(Stack)         /* R[a] = [R[b]; ...] */                                                      \
+    X(MakeCell)      /* R[a] = {R[b], ...} */                                                      \
+    X(EndOf)         /* R[a] = what `end` means in index c & 255 of c >> 8 into value R[b] */      \
+    X(EndOfTarget)   /* the same; R[b] is a variable, 0 when it is unset */                        \
+    X(Index)         /* R[a] = value R[b] [ value R[c] ] */                                        \
+    X(IndexConstant) /* R[a] = value R[b] [ K[c] ] */                                              \
+    X(IndexTwo)      /* R[a] = value R[b] [ R[c], R[c + 1] ] */                                    \
+    X(IndexSite)     /* as site w says */                                                          \
+    X(Brace)         /* R[a] = value R[b] { value R[c] } */                                        \
+    X(StoreIndex)    /* R[a] [ value R[b] ] = value R[c] */                                        \
     X(StoreIndexConstant) /* R[a] [ K[b] ] = value R[c] */                                         \
-    X(StoreIndexTwo)     /* R[a] [ R[b], R[b + 1] ] = value R[c] */                                \
-    X(StorePath)         /* as path site w says */                                                 \
-    X(GetMember)         /* R[a] = value R[b] . site c */                                          \
-    X(SetMember)         /* R[a] . site c = value R[b] */                                          \
-    X(CallMember)        /* as member site w says, with arguments */                               \
-    X(Call)              /* as call site w says */                                                 \
-    X(CallValue)         /* calls the function value in call site w's window */                    \
-    X(CallPath)          /* as name path site w says */                                            \
-    X(MakeFunction)      /* R[a] = function w of this code with what it captures */                \
-    X(MakeHandle)        /* R[a] = fn name, with the path of name path site w */                   \
-    X(Return)            /* R[a] ..., w of them */                                                 \
-    X(Echo)              /* shows the variable R[a] */                                             \
-    X(EchoResult)        /* if R[a] is set: the variable R[b] gets it, and is shown if c */        \
-    X(CatchError)        /* R[a] = the error being handled */
+    X(StoreIndexTwo)      /* R[a] [ R[b], R[b + 1] ] = value R[c] */                               \
+    X(StorePath)          /* as path site w says */                                                \
+    X(GetMember)          /* R[a] = value R[b] . site c */                                         \
+    X(SetMember)          /* R[a] . site c = value R[b] */                                         \
+    X(CallMember)         /* as member site w says, with arguments */                              \
+    X(Call)               /* as call site w says */                                                \
+    X(CallValue)          /* calls the function value in call site w's window */                   \
+    X(CallPath)           /* as name path site w says */                                           \
+    X(MakeFunction)       /* R[a] = function w of this code with what it captures */               \
+    X(MakeHandle)         /* R[a] = fn name, with the path of name path site w */                  \
+    X(Return)             /* R[a] ..., w of them */                                                \
+    X(Echo)               /* shows the variable R[a] */                                            \
+    X(EchoResult)         /* if R[a] is set: the variable R[b] gets it, and is shown if c */       \
+    X(CatchError)         /* R[a] = the error being handled */
 
 enum class Op : std::uint16_t {
 #define X(name) name,
@@ -133,8 +133,8 @@ class Code;
 inline constexpr Slot noSlot = 0xFFFF;
 
 /// Registers that a loop keeps its state in. Over a range: index, count, first, step, and the last
-/// value where rounding would carry it past the end. Over anything else: the value in the first, the
-/// next column in the second; the fourth is unset.
+/// value where rounding would carry it past the end. Over anything else: the value in the first,
+/// the next column in the second; the fourth is unset.
 inline constexpr std::size_t loopState = 5;
 
 /// What a call of any kind has in common: arguments in R[window] ..., results to R[result] ...
@@ -167,8 +167,8 @@ struct MemberSite : CallShape {
     std::uint16_t base = 0; ///< of CallMember
     bool written = false;   ///< with parentheses
 
-    // Cache: what the class has under the name; both null: unknown. A class that is withdrawn leaves
-    // no valid instances behind, so a valid instance in hand vouches for the pointers.
+    // Cache: what the class has under the name; both null: unknown. A class that is withdrawn
+    // leaves no valid instances behind, so a valid instance in hand vouches for the pointers.
     objsys::COSClass* cls = nullptr;
     const objsys::COSProperty* property = nullptr;
     const objsys::COSMethod* method = nullptr;
@@ -229,8 +229,8 @@ public:
     std::string signature;
     Place place;
     std::size_t parameters = 0;
-    std::size_t registers = 0;                   ///< all of them
-    std::vector<objsys::COSNameID> names;        ///< of the named ones, which come first
+    std::size_t registers = 0;            ///< all of them
+    std::vector<objsys::COSNameID> names; ///< of the named ones, which come first
     std::unordered_map<objsys::COSNameID, Slot> slots;
 
     std::vector<Instruction> instructions;

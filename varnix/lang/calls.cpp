@@ -2,10 +2,10 @@
 //
 // Every begin...() function either completes the call and delivers its results, or pushes the frame
 // of a script function, which delivers them when it returns.
-#include "lang/machine.hpp"
+#include "object/calls.hpp"
 
 #include "lang/interrupt.hpp"
-#include "object/calls.hpp"
+#include "lang/machine.hpp"
 #include "object/package_tree.hpp"
 #include "value/array.hpp"
 #include "value/errors.hpp"
@@ -33,9 +33,9 @@ void Machine::deliver(std::span<Value> results, const Sink& sink, std::string_vi
     if (sink.base == nullptr) {
         const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
         const std::size_t count = std::min(results.size(), wanted);
-        returned_.assign(std::make_move_iterator(results.begin()),
-                         std::make_move_iterator(results.begin() +
-                                                 static_cast<std::ptrdiff_t>(count)));
+        returned_.assign(
+            std::make_move_iterator(results.begin()),
+            std::make_move_iterator(results.begin() + static_cast<std::ptrdiff_t>(count)));
         return;
     }
     if (sink.result == noSlot)
@@ -54,7 +54,10 @@ void Machine::deliver(std::span<Value> results, const Sink& sink, std::string_vi
 void Machine::invokeBuiltin(const Builtin& builtin, std::span<Value> arguments, const Sink& sink) {
     detail::pollInterrupt();
     ResultList results(*this);
-    BuiltinCall call{interpreter_, arguments, sink.requested, results.list()};
+    BuiltinCall call{.interpreter = interpreter_,
+                     .arguments = arguments,
+                     .requested = sink.requested,
+                     .results = results.list()};
     callBuiltin(builtin, call);
     for (Value& argument : arguments)
         argument = Value();
@@ -253,8 +256,7 @@ bool Machine::beginPath(std::span<const COSNameID> path, const Unit* unit, bool 
         const COSNameID name = path[at++];
         const COSMethod* const method = found.cls->findMethod(name);
         if (method == nullptr || !method->isStatic()) {
-            const bool isMember =
-                method != nullptr || found.cls->findProperty(name) != nullptr;
+            const bool isMember = method != nullptr || found.cls->findProperty(name) != nullptr;
             std::vector<std::string> known;
             for (const COSMethod& each : found.cls->methods())
                 if (each.isStatic())

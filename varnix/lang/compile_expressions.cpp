@@ -1,6 +1,5 @@
 // Expressions to code.
 #include "lang/compiler_state.hpp"
-
 #include "value/array.hpp"
 
 #include <algorithm>
@@ -84,7 +83,7 @@ void FunctionCompiler::into(const Expression& node, Register target) {
         const bool isSigned = number.tag >= Tag::Int8 && number.tag <= Tag::Int64;
         const std::size_t index =
             number.tag == Tag::Double ? doubleConstant(number.number)
-            : isSigned ? constant(Value::ofSigned(number.tag, number.signedValue))
+            : isSigned                ? constant(Value::ofSigned(number.tag, number.signedValue))
                        : constant(Value::ofUnsigned(number.tag, number.unsignedValue));
         emitWide(node.place, Op::LoadConstant, target, index);
         return;

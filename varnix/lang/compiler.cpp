@@ -35,8 +35,7 @@ std::shared_ptr<Unit> compile(const Source& source, const CompileOptions& option
     unit->parent = options.parent;
     for (const FunctionTree& function : tree->functions) {
         const bool isBody = &function == tree->body;
-        Code& code = isBody ? unit->body
-                            : *unit->functions.emplace_back(std::make_unique<Code>());
+        Code& code = isBody ? unit->body : *unit->functions.emplace_back(std::make_unique<Code>());
         describeFunction(function, *unit, code);
         CompileOptions own = options;
         if (!isBody) {

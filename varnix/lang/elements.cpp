@@ -3,7 +3,6 @@
 // An assignment works on the variable's own array where nobody else holds it. What lies in between
 // (a field, a cell) is changed in its place; nothing is lost when an error is raised on the way.
 #include "lang/machine.hpp"
-
 #include "object/calls.hpp"
 #include "value/array.hpp"
 #include "value/errors.hpp"
@@ -53,8 +52,7 @@ std::optional<std::size_t> cellNamed(const Value& cells, const Frame& frame, con
         const std::size_t extent = step.count == 1 ? cells.count()
                                    : i == 0        ? cells.rows()
                                                    : cells.columns();
-        if (!(number >= 1 && number <= static_cast<double>(extent)) ||
-            number != std::trunc(number))
+        if (!(number >= 1 && number <= static_cast<double>(extent)) || number != std::trunc(number))
             return std::nullopt;
         at[i] = static_cast<std::size_t>(number) - 1;
     }
@@ -222,9 +220,8 @@ void Machine::storeIntoCell(const Frame& frame, Value& place, std::span<const St
             storeInto(frame, content, rest, value);
             return;
         }
-        const double number = frame.base[step.window].tag() == Tag::Double
-                                  ? frame.base[step.window].asDouble()
-                                  : 0;
+        const double number =
+            frame.base[step.window].tag() == Tag::Double ? frame.base[step.window].asDouble() : 0;
         const bool appends = place.isCell() && step.count == 1 && step.colons == 0 &&
                              number > static_cast<double>(place.count());
         if (!appends)

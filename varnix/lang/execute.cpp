@@ -6,9 +6,8 @@
 //
 // frame->ip tells the rest of the machine where execution is. It is stored before anything that can
 // raise an error or look at frames, and only then.
-#include "lang/machine.hpp"
-
 #include "lang/interrupt.hpp"
+#include "lang/machine.hpp"
 #include "value/array.hpp"
 #include "value/door.hpp"
 #include "value/ops.hpp"
@@ -138,7 +137,7 @@ doLoadConstant:
     r[ip->a] = code->constants[ip->wide()];
     NEXT();
 
-doCopy: {
+doCopy : {
     const Value& source = r[ip->b];
     if (source.isUnset()) [[unlikely]] {
         SAVE();
@@ -153,25 +152,26 @@ doMove:
     r[ip->a] = std::move(r[ip->b]);
     NEXT();
 
-doClear: {
+doClear : {
     Value* const first = r + ip->a;
     for (std::uint32_t i = 0, n = ip->wide(); i < n; ++i)
         first[i] = Value();
     NEXT();
 }
 
-    // ---- operators
+// ---- operators
 
 #define ARITHMETIC(name, op)                                                                       \
-    do##name : {                                                                                   \
-        const Value& left = r[ip->b];                                                              \
-        const Value& right = r[ip->c];                                                             \
-        if (areDoubles(left, right)) [[likely]] {                                                  \
-            putDouble(r[ip->a], left.asDouble() op right.asDouble());                              \
-            NEXT();                                                                                \
-        }                                                                                          \
-        SLOW(binarySlow(*frame, BinaryOp::name, *ip));                                             \
-    }
+    do                                                                                             \
+        ##name : {                                                                                 \
+            const Value& left = r[ip->b];                                                          \
+            const Value& right = r[ip->c];                                                         \
+            if (areDoubles(left, right)) [[likely]] {                                              \
+                putDouble(r[ip->a], left.asDouble() op right.asDouble());                          \
+                NEXT();                                                                            \
+            }                                                                                      \
+            SLOW(binarySlow(*frame, BinaryOp::name, *ip));                                         \
+        }
     ARITHMETIC(Add, +)
     ARITHMETIC(Subtract, -)
     ARITHMETIC(Multiply, *)
@@ -181,14 +181,15 @@ doClear: {
 #undef ARITHMETIC
 
 #define ARITHMETIC_CONSTANT(name, op)                                                              \
-    do##name##Constant : {                                                                         \
-        const Value& left = r[ip->b];                                                              \
-        if (left.tag() == Tag::Double) [[likely]] {                                                \
-            putDouble(r[ip->a], left.asDouble() op code->constants[ip->c].asDouble());             \
-            NEXT();                                                                                \
-        }                                                                                          \
-        SLOW(binaryConstantSlow(*frame, BinaryOp::name, *ip));                                     \
-    }
+    do                                                                                             \
+        ##name##Constant : {                                                                       \
+            const Value& left = r[ip->b];                                                          \
+            if (left.tag() == Tag::Double) [[likely]] {                                            \
+                putDouble(r[ip->a], left.asDouble() op code->constants[ip->c].asDouble());         \
+                NEXT();                                                                            \
+            }                                                                                      \
+            SLOW(binaryConstantSlow(*frame, BinaryOp::name, *ip));                                 \
+        }
     ARITHMETIC_CONSTANT(Add, +)
     ARITHMETIC_CONSTANT(Subtract, -)
     ARITHMETIC_CONSTANT(Multiply, *)
@@ -201,15 +202,16 @@ doPowerElement:
     SLOW(binarySlow(*frame, BinaryOp::PowerElement, *ip));
 
 #define COMPARISON(name, op)                                                                       \
-    do##name : {                                                                                   \
-        const Value& left = r[ip->b];                                                              \
-        const Value& right = r[ip->c];                                                             \
-        if (areDoubles(left, right)) [[likely]] {                                                  \
-            putLogical(r[ip->a], left.asDouble() op right.asDouble());                             \
-            NEXT();                                                                                \
+    do                                                                                             \
+        ##name : {                                                                                 \
+            const Value& left = r[ip->b];                                                          \
+            const Value& right = r[ip->c];                                                         \
+            if (areDoubles(left, right)) [[likely]] {                                              \
+                putLogical(r[ip->a], left.asDouble() op right.asDouble());                         \
+                NEXT();                                                                            \
+            }                                                                                      \
+            SLOW(binarySlow(*frame, BinaryOp::name, *ip));                                         \
         }                                                                                          \
-        SLOW(binarySlow(*frame, BinaryOp::name, *ip));                                             \
-    }                                                                                              \
     doTest##name : {                                                                               \
         const Value& left = r[ip->a];                                                              \
         const Value& right = r[ip->b];                                                             \
@@ -266,7 +268,7 @@ doNot:
     }
     SLOW(unarySlow(*frame, UnaryOp::Not, *ip));
 
-doTruth: {
+doTruth : {
     const Value& source = r[ip->b];
     if (source.tag() == Tag::Logical) [[likely]] {
         putLogical(r[ip->a], source.asLogical());
@@ -293,7 +295,7 @@ doJumpBack:
     ip += ip->offset();
     DISPATCH();
 
-doJumpIfTrue: {
+doJumpIfTrue : {
     const Value& condition = r[ip->a];
     bool truth;
     if (condition.tag() == Tag::Logical) [[likely]] {
@@ -306,7 +308,7 @@ doJumpIfTrue: {
     DISPATCH();
 }
 
-doJumpIfFalse: {
+doJumpIfFalse : {
     const Value& condition = r[ip->a];
     bool truth;
     if (condition.tag() == Tag::Logical) [[likely]] {
@@ -319,7 +321,7 @@ doJumpIfFalse: {
     DISPATCH();
 }
 
-doCaseTest: {
+doCaseTest : {
     SAVE();
     const bool matches = caseMatches(*frame, *ip);
     ++ip;
@@ -335,7 +337,7 @@ doForRange:
     ip += ip->offset();
     DISPATCH();
 
-doForRangeStep: {
+doForRangeStep : {
     Value* const state = r + ip->a;
     const std::int64_t index = state[0].asSigned();
     // In a loop that is not over doubles state[3] is unset, and this turn is not plain.
@@ -344,8 +346,7 @@ doForRangeStep: {
             SAVE();
             detail::raiseInterrupted();
         }
-        putDouble(r[ip->b],
-                  state[2].asDouble() + static_cast<double>(index) * state[3].asDouble());
+        putDouble(r[ip->b], state[2].asDouble() + static_cast<double>(index) * state[3].asDouble());
         new (&state[0]) Value(Value::ofInt64(index + 1));
         ++ip;
         ip += ip->offset();
@@ -364,7 +365,7 @@ doForEach:
     ip += ip->offset();
     DISPATCH();
 
-doForEachStep: {
+doForEachStep : {
     SAVE();
     const bool goesOn = forEachStep(*frame, ip->a, ip->b);
     ++ip;
@@ -383,7 +384,7 @@ doEndOf:
 doEndOfTarget:
     SLOW(endOfIndex(*frame, *ip, true));
 
-doIndex: {
+doIndex : {
     const Value& base = r[ip->b];
     const double* const from = doublesOf(base);
     if (from != nullptr && r[ip->c].tag() == Tag::Double) [[likely]] {
@@ -397,7 +398,7 @@ doIndex: {
     SLOW(index(*frame, *ip));
 }
 
-doIndexConstant: {
+doIndexConstant : {
     const Value& base = r[ip->b];
     if (const double* const from = doublesOf(base)) [[likely]] {
         const std::size_t position = positionOf(code->constants[ip->c].asDouble());
@@ -410,7 +411,7 @@ doIndexConstant: {
     SLOW(indexConstant(*frame, *ip));
 }
 
-doIndexTwo: {
+doIndexTwo : {
     const Value& base = r[ip->b];
     const double* const from = doublesOf(base);
     if (from != nullptr && areDoubles(r[ip->c], r[ip->c + 1])) [[likely]] {
@@ -428,7 +429,7 @@ doIndexTwo: {
 doIndexSite:
     SLOW(indexSite(*frame, code->indices[ip->wide()]));
 
-doBrace: {
+doBrace : {
     const Value& base = r[ip->b];
     if (base.tag() == Tag::Array && base.array()->classID == hvCELL_CLASS &&
         r[ip->c].tag() == Tag::Double) [[likely]] {
@@ -441,7 +442,7 @@ doBrace: {
     SLOW(brace(*frame, *ip));
 }
 
-doStoreIndex: {
+doStoreIndex : {
     const Value& base = r[ip->a];
     double* const to = ownDoublesOf(base);
     if (to != nullptr && areDoubles(r[ip->b], r[ip->c])) [[likely]] {
@@ -454,7 +455,7 @@ doStoreIndex: {
     SLOW(storeIndex(*frame, *ip));
 }
 
-doStoreIndexConstant: {
+doStoreIndexConstant : {
     const Value& base = r[ip->a];
     double* const to = ownDoublesOf(base);
     if (to != nullptr && r[ip->c].tag() == Tag::Double) [[likely]] {
@@ -467,7 +468,7 @@ doStoreIndexConstant: {
     SLOW(storeIndexConstant(*frame, *ip));
 }
 
-doStoreIndexTwo: {
+doStoreIndexTwo : {
     const Value& base = r[ip->a];
     double* const to = ownDoublesOf(base);
     if (to != nullptr && areDoubles(r[ip->b], r[ip->b + 1]) && r[ip->c].tag() == Tag::Double)
@@ -487,7 +488,7 @@ doStorePath:
 
     // ---- members
 
-doGetMember: {
+doGetMember : {
     const Value& base = r[ip->b];
     const MemberSite& site = code->members[ip->c];
     if (base.isHandle() && site.property != nullptr && base.array()->objectClass == site.cls)
@@ -499,7 +500,7 @@ doGetMember: {
     SLOW(getMember(*frame, *ip));
 }
 
-doSetMember: {
+doSetMember : {
     const Value& base = r[ip->a];
     const Value& value = r[ip->b];
     const MemberSite& site = code->members[ip->c];
@@ -518,7 +519,7 @@ doSetMember: {
     SLOW(setMember(*frame, *ip));
 }
 
-doCallMember: {
+doCallMember : {
     MemberSite& site = code->members[ip->wide()];
     const Value& base = r[site.base];
     if (base.isHandle() && site.method != nullptr && site.arguments == 0 && site.requested <= 1 &&

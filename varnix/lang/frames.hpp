@@ -69,8 +69,8 @@ private:
         // Segments above the one in use are empty; one that is too small is replaced.
         if (segment == segments_.size())
             addSegment(count);
-        else if (static_cast<std::size_t>(segments_[segment].end -
-                                          segments_[segment].start.get()) < count) {
+        else if (static_cast<std::size_t>(segments_[segment].end - segments_[segment].start.get()) <
+                 count) {
             segments_.resize(segment);
             addSegment(count);
         }

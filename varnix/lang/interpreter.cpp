@@ -37,8 +37,8 @@ const InterpreterOptions& Interpreter::options() const {
 // ---- running
 
 void Interpreter::runFile(const std::string& path) {
-    machine_->runSource(readSource(path), Machine::Purpose::Statements,
-                        machine_->globalWorkspace(), nullptr);
+    machine_->runSource(readSource(path), Machine::Purpose::Statements, machine_->globalWorkspace(),
+                        nullptr);
 }
 
 void Interpreter::runCode(std::string_view code, const std::string& sourceName) {

@@ -1,12 +1,11 @@
 // The lexer. One pass over the bytes; see lexer.hpp.
 #include "lang/lexer.hpp"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <fmt/format.h>
 #include <limits>
 #include <unordered_map>
 
@@ -15,29 +14,28 @@ namespace varnix {
 namespace {
 
 constexpr std::array tokenNames = {
-    "end of input", "end of line", "a name",      "a number",   "a text",   "'if'",
-    "'elseif'",     "'else'",      "'for'",       "'while'",    "'switch'", "'case'",
-    "'otherwise'",  "'break'",     "'continue'",  "'try'",      "'catch'",  "'end'",
-    "'function'",   "'return'",    "'fn'",        "'true'",     "'false'",  "'('",
-    "')'",          "'['",         "']'",         "'{'",        "'}'",      "','",
-    "';'",          "':'",         "'.'",         "'='",        "'||'",     "'&&'",
-    "'|'",          "'&'",         "'=='",        "'!='",       "'<'",      "'<='",
-    "'>'",          "'>='",        "'+'",         "'-'",        "'*'",      "'/'",
-    "'.*'",         "'./'",        "'^'",         "'.^'",       "'!'",
+    "end of input", "end of line", "a name",  "a number", "a text",     "'if'",        "'elseif'",
+    "'else'",       "'for'",       "'while'", "'switch'", "'case'",     "'otherwise'", "'break'",
+    "'continue'",   "'try'",       "'catch'", "'end'",    "'function'", "'return'",    "'fn'",
+    "'true'",       "'false'",     "'('",     "')'",      "'['",        "']'",         "'{'",
+    "'}'",          "','",         "';'",     "':'",      "'.'",        "'='",         "'||'",
+    "'&&'",         "'|'",         "'&'",     "'=='",     "'!='",       "'<'",         "'<='",
+    "'>'",          "'>='",        "'+'",     "'-'",      "'*'",        "'/'",         "'.*'",
+    "'./'",         "'^'",         "'.^'",    "'!'",
 };
 static_assert(tokenNames.size() == static_cast<std::size_t>(TokenKind::Not) + 1);
 
 const std::unordered_map<std::string_view, TokenKind>& keywords() {
     static const std::unordered_map<std::string_view, TokenKind> table = {
-        {"if", TokenKind::If},           {"elseif", TokenKind::ElseIf},
-        {"else", TokenKind::Else},       {"for", TokenKind::For},
-        {"while", TokenKind::While},     {"switch", TokenKind::Switch},
-        {"case", TokenKind::Case},       {"otherwise", TokenKind::Otherwise},
-        {"break", TokenKind::Break},     {"continue", TokenKind::Continue},
-        {"try", TokenKind::Try},         {"catch", TokenKind::Catch},
-        {"end", TokenKind::End},         {"function", TokenKind::Function},
-        {"return", TokenKind::Return},   {"fn", TokenKind::Fn},
-        {"true", TokenKind::True},       {"false", TokenKind::False},
+        {"if", TokenKind::If},         {"elseif", TokenKind::ElseIf},
+        {"else", TokenKind::Else},     {"for", TokenKind::For},
+        {"while", TokenKind::While},   {"switch", TokenKind::Switch},
+        {"case", TokenKind::Case},     {"otherwise", TokenKind::Otherwise},
+        {"break", TokenKind::Break},   {"continue", TokenKind::Continue},
+        {"try", TokenKind::Try},       {"catch", TokenKind::Catch},
+        {"end", TokenKind::End},       {"function", TokenKind::Function},
+        {"return", TokenKind::Return}, {"fn", TokenKind::Fn},
+        {"true", TokenKind::True},     {"false", TokenKind::False},
     };
     return table;
 }
@@ -188,8 +186,7 @@ private:
         ++at_;
         newLine();
         // A join on the last line has nothing to join with.
-        list_.endsInJoin =
-            text_.find_first_not_of(" \t\r\n", at_) == std::string_view::npos;
+        list_.endsInJoin = text_.find_first_not_of(" \t\r\n", at_) == std::string_view::npos;
     }
 
     void name() {

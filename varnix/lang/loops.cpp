@@ -1,7 +1,6 @@
 // Loops: over a range without making it, and over the columns of anything else.
-#include "lang/machine.hpp"
-
 #include "lang/interrupt.hpp"
+#include "lang/machine.hpp"
 #include "value/array.hpp"
 #include "value/ops.hpp"
 

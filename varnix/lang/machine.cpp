@@ -263,10 +263,11 @@ Value Machine::runSource(const Source& source, Purpose purpose, std::uint32_t wo
     const std::shared_ptr<Unit> unit = compile(source, options);
     if (!parent && source.folder.empty())
         names_.addSession(unit);
-    Frame& frame = enter(unit->body, {}, {.base = nullptr,
-                                          .result = noSlot,
-                                          .requested = static_cast<std::uint16_t>(
-                                              purpose == Purpose::Value ? 1 : 0)});
+    Frame& frame =
+        enter(unit->body, {},
+              {.base = nullptr,
+               .result = noSlot,
+               .requested = static_cast<std::uint16_t>(purpose == Purpose::Value ? 1 : 0)});
     frame.workspace = workspace;
     moveIn(frame);
     frame.flags = static_cast<std::uint8_t>(frame.flags | Frame::Shares);

@@ -159,8 +159,7 @@ private:
     /// True: a frame was pushed for it.
     [[nodiscard]] bool callMember(Frame& frame, MemberSite& site);
     [[nodiscard]] bool callMemberOf(const Value& base, objsys::COSNameID name, bool written,
-                                    std::span<Value> arguments, const Sink& sink,
-                                    MemberSite* site);
+                                    std::span<Value> arguments, const Sink& sink, MemberSite* site);
 
     // ---- calls.cpp; true: a frame was pushed
     [[nodiscard]] bool callSite(Frame& frame, CallSite& site);

@@ -3,7 +3,6 @@
 // The fast halves, for a site that has seen the class before, are in execute.cpp; what is here
 // fills the sites.
 #include "lang/machine.hpp"
-
 #include "object/calls.hpp"
 #include "value/array.hpp"
 #include "value/errors.hpp"

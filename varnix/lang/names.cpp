@@ -22,10 +22,12 @@ namespace {
 using objsys::COSNameID;
 
 std::string fileIn(const std::string& folder, const std::string& name) {
-    const std::string file = name + ".vx";
-    if (folder.empty())
-        return file;
-    return folder.ends_with('/') ? folder + file : folder + '/' + file;
+    std::string path = folder;
+    if (!path.empty() && !path.ends_with('/'))
+        path += '/';
+    path += name;
+    path += ".vx";
+    return path;
 }
 
 bool isName(std::string_view text) {
@@ -47,11 +49,10 @@ Source readSource(const std::string& path) {
                                                          &std::fclose);
     if (!file)
         cannot();
-    Source source{.name = path,
-                  .folder = std::filesystem::path(path).parent_path().string(),
-                  .text = {}};
+    Source source{
+        .name = path, .folder = std::filesystem::path(path).parent_path().string(), .text = {}};
     if (source.folder.empty())
-        source.folder = ".";
+        source.folder.assign(1, '.');
     char buffer[1 << 16];
     for (;;) {
         const std::size_t got = std::fread(buffer, 1, sizeof buffer, file.get());
@@ -118,9 +119,8 @@ void NameResolver::addSession(const std::shared_ptr<Unit>& unit) {
     newEpoch();
     // A unit all of whose functions were replaced is kept only as long as it may be running.
     const auto inUse = [&](const std::shared_ptr<Unit>& each) {
-        return std::any_of(each->functions.begin(), each->functions.end(), [&](const auto& code) {
-            return session_.at(code->name) == code.get();
-        });
+        return std::any_of(each->functions.begin(), each->functions.end(),
+                           [&](const auto& code) { return session_.at(code->name) == code.get(); });
     };
     const auto unused = std::stable_partition(sessionUnits_.begin(), sessionUnits_.end(), inUse);
     replaced_.insert(replaced_.end(), std::make_move_iterator(unused),

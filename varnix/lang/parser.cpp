@@ -4,9 +4,8 @@
 #include "lang/parser_state.hpp"
 #include "value/errors.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace varnix {
 
@@ -124,8 +123,8 @@ void Parser::skipSeparators() {
 /// A statement ends with its line, with ';', or where the block around it goes on or ends.
 void Parser::endStatement(Statement& statement, const char* after) {
     statement.echo = !is(TokenKind::Semicolon);
-    if (accept(TokenKind::Semicolon) || accept(TokenKind::EndOfLine) ||
-        is(TokenKind::EndOfInput) || atBlockEnd())
+    if (accept(TokenKind::Semicolon) || accept(TokenKind::EndOfLine) || is(TokenKind::EndOfInput) ||
+        atBlockEnd())
         return;
     failExpected(after);
 }
@@ -434,16 +433,17 @@ void Parser::function() {
 /// The comment lines that end just above a line, or else those that start just below it.
 std::string Parser::helpAround(std::uint32_t headLine) const {
     const auto& comments = list_.comments;
-    const auto below =
-        std::lower_bound(comments.begin(), comments.end(), headLine,
-                         [](const Comment& comment, std::uint32_t line) { return comment.line < line; });
+    const auto below = std::lower_bound(
+        comments.begin(), comments.end(), headLine,
+        [](const Comment& comment, std::uint32_t line) { return comment.line < line; });
     auto first = below;
     for (std::uint32_t line = headLine;
          first != comments.begin() && std::prev(first)->line + 1 == line; --line)
         --first;
     auto last = below;
     if (first == below)
-        for (std::uint32_t line = headLine + 1; last != comments.end() && last->line == line; ++line)
+        for (std::uint32_t line = headLine + 1; last != comments.end() && last->line == line;
+             ++line)
             ++last;
     std::string help;
     for (; first != last; ++first) {

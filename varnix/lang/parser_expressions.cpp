@@ -3,7 +3,6 @@
 #include "lang/parser_state.hpp"
 
 #include <fmt/format.h>
-
 #include <optional>
 
 namespace varnix {
@@ -313,16 +312,16 @@ const Expression* Parser::number(bool negative) {
         return node;
     }
     const bool isSigned = first.tag >= Tag::Int8 && first.tag <= Tag::Int64;
-    const int width = 8 << (static_cast<int>(first.tag) -
-                            static_cast<int>(isSigned ? Tag::Int8 : Tag::UInt8));
+    const int width =
+        8 << (static_cast<int>(first.tag) - static_cast<int>(isSigned ? Tag::Int8 : Tag::UInt8));
     const std::uint64_t largest = ~std::uint64_t{0} >> (64 - width + (isSigned ? 1 : 0));
     const std::uint64_t limit = !negative ? largest : isSigned ? largest + 1 : 0;
     if (first.magnitude > limit)
-        fail(first.place, fmt::format("the number does not fit in {}{}", isSigned ? "int" : "uint",
-                                      width));
+        fail(first.place,
+             fmt::format("the number does not fit in {}{}", isSigned ? "int" : "uint", width));
     if (isSigned)
-        node->signedValue = static_cast<std::int64_t>(negative ? 0 - first.magnitude
-                                                               : first.magnitude);
+        node->signedValue =
+            static_cast<std::int64_t>(negative ? 0 - first.magnitude : first.magnitude);
     else
         node->unsignedValue = first.magnitude;
     return node;
@@ -394,8 +393,8 @@ const Expression* Parser::lambda(const Token& head) {
     const Scope& inner = *scope_;
     scope_ = outer;
     for (std::size_t slot = node->parameters; slot < inner.entries.size(); ++slot)
-        node->captures.push_back({static_cast<Slot>(slot),
-                                  mention(inner.entries[slot].name, node->place, false)});
+        node->captures.push_back(
+            {static_cast<Slot>(slot), mention(inner.entries[slot].name, node->place, false)});
     return node;
 }
 

@@ -1,7 +1,6 @@
 // The slow halves of the machine's simpler instructions: everything but scalar doubles and
 // logicals, and operands that turn out to be functions.
 #include "lang/machine.hpp"
-
 #include "object/package_tree.hpp"
 #include "shell/console.hpp"
 #include "value/array.hpp"
@@ -74,8 +73,7 @@ bool Machine::testSlow(Frame& frame, BinaryOp op, const Instruction& at) {
 
 bool Machine::testConstantSlow(Frame& frame, BinaryOp op, const Instruction& at) {
     Value left;
-    const bool result =
-        isTrue(binary(op, operand(frame, at.a, left), frame.code->constants[at.b]));
+    const bool result = isTrue(binary(op, operand(frame, at.a, left), frame.code->constants[at.b]));
     clearTemporary(frame, at.a);
     return result;
 }
