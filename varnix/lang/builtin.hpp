@@ -2,7 +2,8 @@
 //
 // A family of built-ins is one file `lang/builtins/FAMILY.cpp` with a table of rows and one
 // function that hands it over; `lang/builtins/families.hpp` lists the families. Adding a function
-// is a row in its family's table.
+// is a row in its family's table. In help texts a line `Example: EXPRESSION gives EXPRESSION` is
+// checked by the tests.
 #pragma once
 
 #include "value/value.hpp"
@@ -14,6 +15,7 @@
 namespace varnix {
 
 class Interpreter;
+struct Builtin;
 
 /// What a built-in gets and gives.
 struct BuiltinCall {
@@ -25,6 +27,8 @@ struct BuiltinCall {
     std::size_t requested = 1;
     /// Results in order. A function that gives nothing leaves it empty.
     std::vector<Value>& results;
+    /// The function itself, for its messages; callBuiltin sets it.
+    const Builtin* builtin = nullptr;
 
     void give(Value value) const { results.push_back(std::move(value)); }
 };
