@@ -161,6 +161,8 @@ TEST(BuiltinsWorkspace, VariablesComeAndGo) {
 
 TEST(BuiltinsWorkspace, ArgumentsHelpExit) {
     EXPECT_TRUE(same(evaluate("args"), cellRow({text("first"), text("second")})));
+    EXPECT_NE(printed("help(\"mod\")").find("mod(x, y)"), std::string::npos);
+    EXPECT_TRUE(same(evaluate("contains(help(fn mod), \"mod(x, y)\")"), Value::ofLogical(true)));
     try {
         interpreter().runCode("try\n exit(7)\ncatch err\n disp(err.message)\nend", "<test>");
         ADD_FAILURE() << "exit came back";

@@ -111,6 +111,9 @@ constexpr BadRow badRows[] = {
      "varnix:wrongType: getproperty: argument 1 must be an object, not double"},
     {"hasfield", "hasfield(struct(), 5)",
      "varnix:wrongType: hasfield: argument 2 must be a text, not double"},
+    {"help", "help(5)",
+     "varnix:wrongType: help: argument 1 must be a name, an object or a named function, not "
+     "double"},
     {"hypot", "hypot(1, {})",
      "varnix:wrongType: hypot: argument 2 must be numeric, not 0 by 0 cell"},
     {"inf", "inf(\"a\")", "varnix:wrongType: inf: argument 1 must be numeric, not a text"},

@@ -3,6 +3,8 @@
 #include "lang/builtins/families.hpp"
 #include "lang/interpreter.hpp"
 #include "shell/console.hpp"
+#include "shell/help.hpp"
+#include "value/format.hpp"
 
 namespace varnix::builtins {
 namespace {
@@ -50,6 +52,31 @@ void clear(BuiltinCall& call) {
         call.interpreter.clearInCaller(in.text(i));
 }
 
+/// What help is asked for: a name, a function value, an object.
+[[nodiscard]] std::string topic(const Arguments& in) {
+    if (in.count() == 0)
+        return {};
+    const Value& x = in[0];
+    if (x.isTextRow())
+        return std::string(x.textView());
+    if (x.isObject())
+        return className(x);
+    if (x.isFunction()) {
+        const std::string described = functionOf(x.array()).describe();
+        if (described.starts_with("fn ") && described.find('(') == std::string::npos)
+            return described.substr(3);
+    }
+    in.wrongType(0, "a name, an object or a named function");
+}
+
+void help(BuiltinCall& call) {
+    const std::string text = helpText(call.interpreter, topic(Arguments(call)));
+    if (call.requested == 0)
+        console::print(text);
+    else
+        call.give(Value::text(text));
+}
+
 void arguments(BuiltinCall& call) {
     const std::vector<std::string>& given = call.interpreter.options().arguments;
     numeric::ArrayHolder cell(newArray(hvCELL_CLASS, 1, given.size()));
@@ -95,6 +122,11 @@ constexpr Builtin table[] = {
     {"clear", "clear(names...)",
      "Removes the named variables, or all of them. Names without a variable are ignored.", 0,
      anyNumber, 0, clear},
+    {"help", "help(name)",
+     "Prints what is known about a function, class or package, or an overview without a name; in "
+     "an "
+     "expression gives it as a text.",
+     0, 1, 1, help},
     {"args", "args",
      "The arguments of the script on the command line as a 1 by N cell of texts.\n"
      "Example: iscell(args) gives true",
