@@ -30,7 +30,7 @@ std::string describeValue(const Value& value) {
 [[noreturn]] void refuse(const Value& value, COSNameID declared, const DoorPlace& place) {
     const std::string& type = declared.str();
     fail(id::wrongType, "{} takes {} {}, not {}", place.describe(),
-         type.find_first_of("aeiou") == 0 ? "an" : "a", type, describeValue(value));
+         type.find_first_of("aeio") == 0 ? "an" : "a", type, describeValue(value));
 }
 
 /// An integral scalar inside the range of T, or nothing.
