@@ -90,33 +90,41 @@ void PackageTree::withdrawBetween(Mark begin, Mark end) noexcept {
     instance().withdraw(begin.serial, end.serial);
 }
 
+namespace {
+/// Takes `item` out of a list of owners.
+template <class T>
+std::unique_ptr<T> take(std::vector<std::unique_ptr<T>>& list, const T* item) {
+    const auto at = std::find_if(list.begin(), list.end(),
+                                 [item](const auto& owner) { return owner.get() == item; });
+    std::unique_ptr<T> owner = std::move(*at);
+    list.erase(at);
+    return owner;
+}
+} // namespace
+
 void PackageTree::withdraw(std::size_t begin, std::size_t end) noexcept {
     ++detail::classGeneration;
-    const auto take = [](auto& list, const auto* item) {
-        const auto at = std::find_if(list.begin(), list.end(),
-                                     [item](const auto& p) { return p.get() == item; });
-        auto owner = std::move(*at);
-        list.erase(at);
-        return owner;
-    };
     for (std::size_t i = end; i-- > begin;) {
         Entry& entry = history_[i];
         if (entry.cls) {
             entry.cls->withdraw();
             withdrawn_.push_back(take(entry.parent->classes_, entry.cls));
+            removeAbandoned(entry.parent);
         } else if (entry.package) {
-            // Emptied already, unless somebody else has added to it: then it stays as a folder of
-            // the host's.
-            COSPackage* const package = entry.package;
-            if (package->classes_.empty() && package->packages_.empty()) {
-                auto owner = take(entry.parent->packages_, package);
-                owner->info_.reset();
-                withdrawnPackages_.push_back(std::move(owner));
-            } else {
-                package->info_.reset();
-            }
+            entry.package->info_.reset();
+            removeAbandoned(entry.package);
         }
         entry = {};
+    }
+}
+
+/// A package whose description was withdrawn stays, as a folder of the host's, while there is
+/// something in it that others have added, and goes with the last of that.
+void PackageTree::removeAbandoned(COSPackage* package) noexcept {
+    while (!package->info_ && package->classes_.empty() && package->packages_.empty()) {
+        COSPackage* const parent = package->parent_;
+        withdrawnPackages_.push_back(take(parent->packages_, package));
+        package = parent;
     }
 }
 

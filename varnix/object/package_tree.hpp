@@ -34,6 +34,7 @@ private:
     static PackageTree& instance();
     PackageTree();
     void withdraw(std::size_t begin, std::size_t end) noexcept;
+    void removeAbandoned(COSPackage* package) noexcept;
 
     struct Entry { // one addition, in order; null once withdrawn
         COSPackage* parent = nullptr;

@@ -182,6 +182,7 @@ TEST_F(FailingDefinition, TwoMethodsOfOneName) {
 
 TEST_F(FailingDefinition, TwoPropertiesThatReplaceOneInherited) {
     add("Base", declareBase);
+    (void)classOf("Base").properties();
     expectFailure("varnix:duplicateMember", [](COSClassDefinition& definition) {
         definition.addSuperclass(COSNameID("internal.objects.Base"), 1, 0, 1);
         definition.addProperty(new StoreProperty("First", "char"));

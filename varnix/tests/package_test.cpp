@@ -188,6 +188,10 @@ TEST_F(Withdrawing, PackageToWhichOthersAddedStaysAsAFolder) {
     EXPECT_THAT(classNames(*shared), ElementsAre("OfAnother"));
     EXPECT_STREQ(shared->getDescription(), ""); // its description left with its module
     EXPECT_EQ(SamplePackage::living, 1);
+
+    PackageTree::withdrawSince(end); // the last thing in it takes the folder along
+    EXPECT_EQ(find("internal.objects.shared"), nullptr);
+    EXPECT_TRUE(package_->packages().empty());
 }
 
 TEST_F(Withdrawing, DestroysInstancesFirst) {
