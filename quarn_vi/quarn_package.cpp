@@ -6,8 +6,10 @@
 #include "debug/memoryanalyzervi.hpp"
 #include "debug/nameprinter.hpp"
 #include "debug/poolhighwatermarkvi.hpp"
+#include "debug/prettyprintervi.hpp"
 #include "debug/profiler.hpp"
 #include "debug/profilinginstrumentation.hpp"
+#include "debug/scramblervi.hpp"
 #include "debug/stacktraces.hpp"
 #include "debug/timerprobe.hpp"
 #include "debug/timervi.hpp"
@@ -33,8 +35,10 @@ objsys::COSClassInfo* make() {
 // A class adds its row at its place among those that are there.
 constexpr CatalogueRow rows[] = {
     {make<debug::CosDebugService>},
+    {make<debug::CosPrettyPrinter>},
     {make<debug::CosTransformProfiler>},
     {make<debug::CosTransformLogService>},
+    {make<debug::CosScrambler>},
     {make<debug::CosStackTraces>},
     {make<debug::CosProfiler>},
     {make<debug::CosTimer>},
