@@ -261,7 +261,7 @@ class Prompt(unittest.TestCase):
         with self.start() as t:
             t.expect(">> ")
             self.enter(t, "if true", ".. ")
-            t.send(" \tx = 5\r")
+            t.send("\tx = 5\r")
             t.expect(".. ")
             self.assertEqual(self.enter(t, "end"), "x = 5\n")
 

@@ -24,8 +24,8 @@ std::size_t terminalWidth() {
     return 80;
 }
 
-/// Keeps interrupt signals, which can only come from another process while a line is edited, waiting
-/// until the terminal is in order again.
+/// Keeps interrupt signals, which can only come from another process while a line is edited,
+/// waiting until the terminal is in order again.
 class InterruptsHeld {
 public:
     InterruptsHeld() {
@@ -68,6 +68,7 @@ struct LineEditor::State {
     const NameWorld& world;
     std::string historyPath;
     std::string prompt;
+    Place place = Place::Start;
     bool cancelled = false;
     EditLine* editor = nullptr;
     History* history = nullptr;
@@ -102,7 +103,8 @@ unsigned char onComplete(EditLine* editor, int /*key*/) {
     const std::string_view text(line->buffer,
                                 static_cast<std::size_t>(line->lastchar - line->buffer));
     const auto cursor = static_cast<std::size_t>(line->cursor - line->buffer);
-    if (text.substr(0, cursor).find_first_not_of(" \t") == std::string_view::npos && cursor > 0)
+    const bool blank = text.substr(0, cursor).find_first_not_of(" \t") == std::string_view::npos;
+    if (blank && (cursor > 0 || stateOf(editor).place == LineEditor::Place::InBlock))
         return el_insertstr(editor, "    ") == 0 ? CC_REFRESH : CC_ERROR; // indents
     Completion completion;
     try {
@@ -170,12 +172,13 @@ LineEditor::LineEditor(const NameWorld& world, std::string historyPath)
 
 LineEditor::~LineEditor() = default;
 
-LineEditor::Outcome LineEditor::read(const std::string& prompt, std::string& line) {
+LineEditor::Outcome LineEditor::read(const std::string& prompt, Place place, std::string& line) {
     State& state = *state_;
     line.clear();
     if (state.editor == nullptr)
         return Outcome::End;
     state.prompt = prompt;
+    state.place = place;
     state.cancelled = false;
     const InterruptsHeld held;
     // Before the prompt shows: a person who sees it and presses Ctrl-C means the editor.

@@ -24,8 +24,11 @@ public:
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;
 
-    /// Shows `prompt` and reads one line, given without its line end.
-    Outcome read(const std::string& prompt, std::string& line);
+    enum class Place { Start, InBlock };
+
+    /// Shows `prompt` and reads one line, given without its line end. At the beginning of a line
+    /// Tab shows every name at the start of a statement, and indents inside a block.
+    Outcome read(const std::string& prompt, Place place, std::string& line);
     /// Adds a line to the history, unless it is blank or repeats the last one.
     void remember(const std::string& line);
 

@@ -60,7 +60,10 @@ int runOnTerminal(Interpreter& interpreter) {
     while (true) {
         console::endLine();
         console::flush();
-        switch (editor.read(typed.empty() ? ">> " : ".. ", line)) {
+        const LineEditor::Outcome outcome =
+            typed.empty() ? editor.read(">> ", LineEditor::Place::Start, line)
+                          : editor.read(".. ", LineEditor::Place::InBlock, line);
+        switch (outcome) {
         case LineEditor::Outcome::Cancelled:
             typed.clear();
             continue;
