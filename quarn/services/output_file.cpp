@@ -5,10 +5,13 @@
 #include <qn/default_services.hpp>
 #include <ts/debug_log.hpp>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <unistd.h>
 
 namespace QN::detail {
@@ -41,6 +44,20 @@ int writeNewFile(const std::string& path, std::string_view bytes) noexcept {
 }
 
 } // namespace
+
+std::string asFileName(std::string_view tag) {
+    constexpr std::size_t longest = 180;
+    std::string name(tag.substr(0, longest));
+    std::replace_if(
+        name.begin(), name.end(),
+        [](char c) { return c == '/' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '_');
+    if (tag.size() > longest) {
+        char hash[24];
+        std::snprintf(hash, sizeof hash, "~%016zx", std::hash<std::string_view>()(tag));
+        name += hash;
+    }
+    return name;
+}
 
 void FailureReport::failed(const std::string& what) {
     if (what != last_) {

@@ -10,6 +10,9 @@
 
 namespace QN::detail {
 
+/// The tag of a run as a part of a file name: without what cannot stand in one, and not too long.
+[[nodiscard]] std::string asFileName(std::string_view tag);
+
 /// Says on the console what goes wrong, but not the same thing twice in a row.
 class FailureReport {
 public:

@@ -50,21 +50,6 @@ std::string_view withoutTitle(std::string_view text, PrintForm form) noexcept {
     return at == std::string_view::npos ? text : text.substr(at);
 }
 
-// A tag may hold anything that a name may hold, and be of any length.
-std::string asFileName(std::string_view tag) {
-    constexpr std::size_t longest = 180;
-    std::string name(tag.substr(0, longest));
-    std::replace_if(
-        name.begin(), name.end(),
-        [](char c) { return c == '/' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '_');
-    if (tag.size() > longest) {
-        char hash[24];
-        std::snprintf(hash, sizeof hash, "~%016zx", std::hash<std::string_view>()(tag));
-        name += hash;
-    }
-    return name;
-}
-
 std::string asUrl(std::string_view name) {
     std::string url;
     for (const char c : name) {
@@ -214,7 +199,8 @@ void PrettyPrintService::dump(const TransformRun& run, bool after) {
     if (state.isRepeated(run, text, form) && after && removesIdentical_) {
         return;
     }
-    const std::string file = name + asFileName(run.tag()) + "." + std::string(endingOf(form));
+    const std::string file =
+        name + detail::asFileName(run.tag()) + "." + std::string(endingOf(form));
     if (!state.writer.write((std::filesystem::path(state.folder) / file).string(), text)) {
         return;
     }

@@ -1,5 +1,5 @@
-// quarn-opt: reads QNEL, runs transforms by name, and prints what became of it. IR tests and bug
-// reports are written with it.
+// quarn-opt: reads QNEL or serialized IR, runs transforms by name, and prints what became of it. IR
+// tests and bug reports are written with it.
 //
 // Exit status: 0; 1 after an error in the input or in a transform; 2 for wrong usage.
 #include "tools/generate.hpp"
@@ -7,6 +7,7 @@
 #include <qn/pages.hpp>
 #include <qn/pipeline.hpp>
 #include <qn/scope.hpp>
+#include <qn/serializer.hpp>
 #include <qn/text.hpp>
 #include <qn/transform.hpp>
 
@@ -109,10 +110,19 @@ std::unique_ptr<QN::Scope> readScope(const std::string& input) {
     if (!readInput(input, text)) {
         return nullptr;
     }
+    const std::string file = input == "-" ? "<stdin>" : input;
+    if (QN::isSerializedIr(text)) {
+        std::string problem;
+        std::unique_ptr<QN::Scope> scope = QN::deserialize(text, problem);
+        if (scope == nullptr) {
+            std::fprintf(stderr, "%s: error: %s\n", file.c_str(), problem.c_str());
+        }
+        return scope;
+    }
     QN::ParseError error;
     std::unique_ptr<QN::Scope> scope = QN::parseQnel(text, error);
     if (scope == nullptr) {
-        std::fprintf(stderr, "%s\n", error.format(input == "-" ? "<stdin>" : input).c_str());
+        std::fprintf(stderr, "%s\n", error.format(file).c_str());
     }
     return scope;
 }
@@ -147,7 +157,7 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Reads QNEL, runs transforms, prints the result."};
     app.name("quarn-opt");
-    app.add_option("FILE", options.input, "QNEL to read; '-' is standard input");
+    app.add_option("FILE", options.input, "QNEL or serialized IR to read; '-' is standard input");
     app.add_option("-o", options.output, "where to print; '-' is standard output");
     app.add_option("--passes", options.passes, "transforms to run, in order: a,b,c")
         ->delimiter(',');
