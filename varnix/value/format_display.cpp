@@ -143,16 +143,22 @@ private:
                 width = std::max(width, p.name.str().size());
         for (const objsys::COSProperty& p : cls->properties())
             if (!p.info->isHidden())
-                line(level, fmt::format("{:<{}}  ", p.name.str(), width), read(p, instance));
+                property(level, fmt::format("{:<{}}  ", p.name.str(), width), p, instance);
     }
 
-    /// The property's value, or the message of a getter that raises, as a brief note.
-    [[nodiscard]] static Value read(const objsys::COSProperty& p, objsys::COSInterface* instance) {
+    /// A line with the property's value, or with the message of a getter that raises.
+    void property(std::size_t level, std::string_view label, const objsys::COSProperty& p,
+                  objsys::COSInterface* instance) {
+        Value value;
         try {
-            return getProperty(p, instance);
+            value = getProperty(p, instance);
         } catch (const objsys::COSError& error) {
-            return Value::text("error: " + error.message());
+            out_.append(2 * level, ' ');
+            out_ += label;
+            out_ += "error: " + error.message() + "\n";
+            return;
         }
+        line(level, label, value);
     }
 
     std::string& out_;
