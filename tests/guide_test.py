@@ -10,12 +10,12 @@ import tempfile
 import unittest
 
 VARNIX = pathlib.Path(os.environ["BUILD_ROOT"]) / "bin" / "varnix"
-GUIDES = pathlib.Path(os.environ["SOURCE_ROOT"]) / "docs" / "guide"
+DOCS = pathlib.Path(os.environ["SOURCE_ROOT"]) / "docs"
 
 
 class Guide(unittest.TestCase):
     def test_examples_print_what_they_say(self):
-        guides = sorted(GUIDES.glob("*.md"))
+        guides = sorted(DOCS.glob("guide/*.md")) + sorted(DOCS.glob("reference/*.md"))
         self.assertTrue(guides)
         for guide in guides:
             text = guide.read_text(encoding="utf-8")

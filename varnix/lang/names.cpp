@@ -86,12 +86,11 @@ const Code* NameResolver::findFile(const std::string& folder, const std::string&
     File& file = files_[error ? path : absolute.string()];
     const std::int64_t modified =
         std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
-    if (file.code != nullptr && file.modified == modified && file.size == status.st_size)
+    if (file.unit && file.modified == modified && file.size == status.st_size)
         return file.code;
     std::shared_ptr<Unit> unit = compile(readSource(path), {});
+    // A script that happens to have the name defines no such function and hides nothing.
     const Code* const code = unit->find(COSNameID(name));
-    if (code == nullptr)
-        fail(id::undefined, "the file '{}' defines no function '{}'", path, name);
     if (file.unit)
         replaced_.push_back(std::move(file.unit));
     file = {.modified = modified, .size = status.st_size, .unit = std::move(unit), .code = code};

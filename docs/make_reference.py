@@ -1,0 +1,111 @@
+#!/usr/bin/env python3
+"""Keeps docs/reference/ true: one page per class of internal.quarn, whose tables are made from what
+the class itself declares.
+
+    make_reference.py --varnix build/bin/varnix            rewrites the tables
+    make_reference.py --varnix build/bin/varnix --check    says what differs, exit status 1 if anything
+
+A page is written by hand but for the lines between the two markers. A class without a page gets one
+with its tables only; what the class is for, and a worked example, are then written around them.
+"""
+
+import argparse
+import pathlib
+import re
+import subprocess
+import sys
+
+BEGIN = "<!-- declared: made by docs/make_reference.py -->"
+END = "<!-- end of declared -->"
+FOLDER = pathlib.Path(__file__).resolve().parent / "reference"
+
+
+def ask(varnix, code):
+    done = subprocess.run([varnix, "-e", code], stdin=subprocess.DEVNULL, capture_output=True,
+                          text=True, check=True)
+    return done.stdout
+
+
+def declared(help_text):
+    """The tables of one class, from what `help` prints of it."""
+    lines = help_text.splitlines()
+    full_name, description = lines[0].split(": ", 1)
+    facts, tables, rows = [], [], None
+    for line in lines[1:]:
+        if line.startswith("  "):
+            rows.append(line.strip())
+        elif line in ("Properties:", "Methods:"):
+            rows = []
+            tables.append((line[:-1], rows))
+        else:
+            facts.append(line)
+    text = [f"`{full_name}`: {description}", ""]
+    text += [f"- {fact}" for fact in facts]
+    for title, rows in tables:
+        text.append("")
+        if title == "Properties":
+            text += ["| property | type | access |", "| --- | --- | --- |"]
+            for row in rows:
+                name, rest = row.split(None, 1)
+                access = "read-only" if rest.endswith("read-only") else "read and write"
+                kind = rest.removesuffix("read-only").strip().rstrip(",")
+                text.append(f"| `{name}` | {kind} | {access} |")
+        else:
+            text += ["| method |", "| --- |"]
+            text += [f"| `{row}` |" for row in rows]
+    return "\n".join(text)
+
+
+def page(old, class_name, tables):
+    block = f"{BEGIN}\n{tables}\n{END}"
+    if old is None:
+        return f"# {class_name}\n\n{block}\n"
+    return re.sub(re.escape(BEGIN) + ".*?" + re.escape(END), lambda _: block, old, flags=re.DOTALL)
+
+
+def index(pages):
+    lines = ["# Reference", "",
+             "One page per class of `internal.quarn`, in the order in which the module publishes "
+             "them. The tables are made from what the classes declare.", "",
+             "| class | is |", "| --- | --- |"]
+    for name, description in pages:
+        lines.append(f"| [{name}]({name}.md) | {description} |")
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--varnix", required=True, help="the program to ask")
+    parser.add_argument("--check", action="store_true", help="write nothing")
+    options = parser.parse_args()
+
+    names = ask(options.varnix, 'for c = transpose(classes("internal.quarn"))\n'
+                                'printf("%s\\n", c)\nend').split()
+    wanted, pages = {}, []
+    for full_name in names:
+        short = full_name.rsplit(".", 1)[1]
+        text = ask(options.varnix, f'help("{full_name}")')
+        path = FOLDER / f"{short}.md"
+        old = path.read_text(encoding="utf-8") if path.exists() else None
+        wanted[path] = page(old, short, declared(text))
+        pages.append((short, text.splitlines()[0].split(": ", 1)[1]))
+    wanted[FOLDER / "README.md"] = index(pages)
+
+    different = 0
+    for path, text in wanted.items():
+        if path.exists() and path.read_text(encoding="utf-8") == text:
+            continue
+        different += 1
+        if options.check:
+            print(f"{path.name} differs from what the classes declare; "
+                  "run docs/make_reference.py and read the difference", file=sys.stderr)
+        else:
+            path.parent.mkdir(exist_ok=True)
+            path.write_text(text, encoding="utf-8")
+            print(f"wrote {path.name}")
+    return 1 if options.check and different else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
