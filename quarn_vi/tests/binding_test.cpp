@@ -61,7 +61,7 @@ TEST(HandleThatDies, WaitsForItsLastReference) {
 }
 
 TEST(HandleThatDies, IsHeldByArraysToo) {
-    Array row(omCreateOBJSYSMatrix(1, 2, COSNameID(Deleted::scriptClassName)));
+    Array row(omCreateOBJSYSMatrix(1, 2, deleted().getFullName()));
     for (std::size_t i = 0; i < 2; ++i)
         omSetArrayElement(row.get(), i, instanceIn(construct(deleted())));
     EXPECT_EQ(Deleted::living, 2);
