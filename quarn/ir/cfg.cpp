@@ -137,6 +137,8 @@ void Cfg::reorderLocals(std::span<Var* const> order) {
 namespace {
 
 std::size_t hashOf(const Type* type, std::uint64_t bits) noexcept {
+    // Most doubles have nothing in their low bits, which a product would carry no further down.
+    bits ^= bits >> 32;
     std::uint64_t hash = (bits ^ Ref<const Type>(type).bits()) * 0x9E3779B97F4A7C15;
     hash ^= hash >> 32;
     return static_cast<std::size_t>(hash);
