@@ -156,6 +156,15 @@ bool Pool::owns(const void* address) const noexcept {
     return false;
 }
 
+std::vector<std::span<const std::byte>> Pool::extents() const {
+    std::vector<std::span<const std::byte>> ranges;
+    for (const Chunk* chunk = chunk_; chunk != nullptr; chunk = chunk->previous) {
+        const auto* const start = reinterpret_cast<const std::byte*>(chunk);
+        ranges.emplace_back(start + sizeof(Chunk), chunk == chunk_ ? next_ : start + chunk->bytes);
+    }
+    return ranges;
+}
+
 bool Pool::hasCanaries() const noexcept {
     return checks_ != nullptr && checks_->canaries;
 }

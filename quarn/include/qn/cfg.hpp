@@ -56,6 +56,8 @@ public:
     /// All variables in the order of declaration, parameters first, as a range of Var&.
     [[nodiscard]] auto vars() const noexcept { return Chain<Var, &Var::next>(firstVar_.get()); }
     [[nodiscard]] Var* firstVar() const noexcept { return firstVar_.get(); }
+    [[nodiscard]] Var* lastVar() const noexcept { return lastVar_.get(); }
+    [[nodiscard]] Var* lastParam() const noexcept { return lastParam_.get(); }
     [[nodiscard]] std::size_t numVars() const noexcept { return numVars_; }
     [[nodiscard]] std::uint32_t varIdLimit() const noexcept { return nextVarId_; }
     [[nodiscard]] std::size_t numParams() const noexcept { return numParams_; }
@@ -82,12 +84,14 @@ public:
         return Chain<Const, &Const::next>(firstConst_.get());
     }
     [[nodiscard]] std::size_t numConstants() const noexcept { return numConsts_; }
+    [[nodiscard]] Const* lastConstant() const noexcept { return lastConst_.get(); }
 
     /// The callee of that name; made if it is new.
     Callee* callee(std::string_view name);
     [[nodiscard]] auto callees() const noexcept {
         return Chain<Callee, &Callee::next>(firstCallee_.get());
     }
+    [[nodiscard]] Callee* lastCallee() const noexcept { return lastCallee_.get(); }
 
     // Nodes --------------------------------------------------------------------------------------
 
@@ -125,6 +129,10 @@ public:
     /// Order and dominance of the blocks as they are now; computed again only after a change of
     /// edges. The reference holds until the next change.
     [[nodiscard]] const Dominators& dominators() const;
+    /// The dominators if they are kept at the moment, else null; nothing is computed.
+    [[nodiscard]] const Dominators* keptDominators() const noexcept {
+        return dominatorsAreValid_ ? &dominators_ : nullptr;
+    }
     /// To be called after changing block operands through Operand::set; all else here does so
     /// itself.
     void edgesChanged() noexcept { dominatorsAreValid_ = false; }

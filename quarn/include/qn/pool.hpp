@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <span>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -124,6 +125,9 @@ public:
     /// Whether `address` was handed out by this pool. Linear in the number of chunks, of which a
     /// pool has few.
     [[nodiscard]] bool owns(const void* address) const noexcept;
+    /// The memory handed out so far, one range for each chunk, newest first. A chunk starts at a
+    /// multiple of 1 KB, a few bytes before its range.
+    [[nodiscard]] std::vector<std::span<const std::byte>> extents() const;
 
     [[nodiscard]] bool keepsRecords() const noexcept { return checks_ != nullptr; }
     [[nodiscard]] bool hasCanaries() const noexcept;
