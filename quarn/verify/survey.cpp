@@ -1,0 +1,322 @@
+// Following the links of a graph without trusting any of them. An element of a list is taken up if
+// the pool holds it, it is of the right kind, and it has not been met before; so every walk ends.
+#include "verify/survey.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace QN::verification {
+
+namespace {
+
+std::string idText(std::uint32_t id) {
+    return "(id " + std::to_string(id) + ")";
+}
+
+/// Why an address cannot be the next element of a list of that kind; null if it can.
+template <typename T>
+const char* whatIsWrong(const MemoryMap& memory, const T* at, EntityKind kind) {
+    if (!memory.holds(at, sizeof(T))) {
+        return "leads out of the graph's pool";
+    }
+    if (at->kind() != kind) {
+        return "leads to something else";
+    }
+    if (memory.isListed(at)) {
+        return "leads back to an earlier one";
+    }
+    return nullptr;
+}
+
+std::string linkText(std::string_view list, const char* wrong) {
+    return std::string("a link of the list of ").append(list).append(" ").append(wrong);
+}
+
+} // namespace
+
+void Survey::take(const Function& function, const Scope* scope) {
+    function_ = &function;
+    blocks_.clear();
+    nodes_.clear();
+    vars_.clear();
+    consts_.clear();
+    callees_.clear();
+    flaws_.clear();
+    targets_.clear();
+    linked_ = 0;
+    followed_ = 0;
+    firstNodes_.assign(1, 0);
+    if (!function.hasCfg()) {
+        return;
+    }
+    const Cfg& graph = cfg();
+    memory_.reset(graph.pool());
+    // The graph's counts only help to choose sizes; what the pool holds bounds them.
+    const std::size_t room = memory_.bytes() / sizeof(Node);
+    const std::size_t nodes = graph.numNodes() < room ? graph.numNodes() : room;
+    const std::size_t blocks = graph.numBlocks() < room ? graph.numBlocks() : room;
+    nodes_.reserve(nodes);
+    nodeNumbers_.reset(graph.nodeIdLimit(), nodes);
+    blockNumbers_.reset(graph.blockIdLimit(), blocks);
+
+    walkList<Var>(graph.firstVar(), graph.lastVar(), EntityKind::Var, Flaw::Of::VarList, vars_);
+    const auto constants = graph.constants();
+    walkList<Const>(constants.empty() ? nullptr : &*constants.begin(), graph.lastConstant(),
+                    EntityKind::Const, Flaw::Of::ConstList, consts_);
+    const auto callees = graph.callees();
+    walkList<Callee>(callees.empty() ? nullptr : &*callees.begin(), graph.lastCallee(),
+                     EntityKind::Callee, Flaw::Of::CalleeList, callees_);
+    walkBlocks();
+    for (std::uint32_t block = 0; block < blocks_.size(); ++block) {
+        walkNodes(block);
+    }
+    blockNumbers_.finish(blocks_);
+    nodeNumbers_.finish(nodes_);
+    buildFlow();
+    lookUpCallees(scope);
+
+    followUsesOfAll(vars_, [this](std::size_t i) {
+        return Where{noIndex, noIndex, vars_[i]->line()};
+    });
+    followUsesOfAll(consts_, [](std::size_t) { return Where(); });
+    followUsesOfAll(callees_, [](std::size_t) { return Where(); });
+    followUsesOfAll(blocks_, Where::atBlock);
+}
+
+template <typename T>
+void Survey::walkList(const T* first, const T* last, EntityKind kind, Flaw::Of of,
+                      std::vector<const T*>& found) {
+    const std::string_view list = kind == EntityKind::Var     ? "variables"
+                                  : kind == EntityKind::Const ? "constants"
+                                                              : "callees";
+    const T* previous = nullptr;
+    for (const T* at = first; at != nullptr; at = at->next()) {
+        if (const char* const wrong = whatIsWrong(memory_, at, kind); wrong != nullptr) {
+            note(of, {}, linkText(list, wrong));
+            return;
+        }
+        memory_.list(at);
+        if constexpr (requires { at->previous(); }) {
+            if (at->previous() != previous) {
+                note(of, {noIndex, noIndex, at->line()},
+                     describe(*this, *at) + " does not lead back to the one before it");
+            }
+        }
+        found.push_back(at);
+        previous = at;
+    }
+    if (last != previous) {
+        note(of, {}, linkText(list, "ends before or behind what the graph takes for the last"));
+    }
+}
+
+void Survey::walkBlocks() {
+    const Block* previous = nullptr;
+    for (const Block* at = cfg().entry(); at != nullptr; at = at->next()) {
+        if (const char* const wrong = whatIsWrong(memory_, at, EntityKind::Block);
+            wrong != nullptr) {
+            note(Flaw::Of::BlockList,
+                 previous == nullptr ? Where() : Where::atBlock(blocks_.size() - 1),
+                 linkText("blocks", wrong));
+            return;
+        }
+        memory_.list(at);
+        const auto number = static_cast<std::uint32_t>(blocks_.size());
+        blockNumbers_.add(at, number);
+        blocks_.push_back(at);
+        if (at->previous() != previous) {
+            note(Flaw::Of::BlockList, Where::atBlock(number),
+                 "the block does not lead back to the one before it");
+        }
+        previous = at;
+    }
+    if (cfg().lastBlock() != previous) {
+        note(Flaw::Of::BlockList,
+             previous == nullptr ? Where() : Where::atBlock(blocks_.size() - 1),
+             "the layout ends before or behind what the graph takes for the last block");
+    }
+}
+
+void Survey::walkNodes(std::uint32_t block) {
+    const Node* previous = nullptr;
+    const auto place = [&] {
+        return previous == nullptr ? Where::atBlock(block) : Where::atNode(nodes_.size() - 1);
+    };
+    const Node* at = blocks_[block]->first();
+    for (; at != nullptr; at = at->next()) {
+        if (!memory_.holds(at, sizeof(Node)) || at->kind() != EntityKind::Node ||
+            !memory_.holds(at, at->bytes()) || !memory_.list(at)) [[unlikely]] {
+            const char* const wrong = whatIsWrong(memory_, at, EntityKind::Node);
+            note(Flaw::Of::NodeList, place(),
+                 linkText("nodes", wrong != nullptr
+                                       ? wrong
+                                       : "leads to one whose operands reach out of the pool"));
+            break;
+        }
+        const auto number = static_cast<std::uint32_t>(nodes_.size());
+        nodeNumbers_.add(at, number);
+        nodes_.push_back(at);
+        if (at->previous() != previous) [[unlikely]] {
+            note(Flaw::Of::NodeList, Where::atNode(number),
+                 "the node does not lead back to the one before it");
+        }
+        previous = at;
+    }
+    if (at == nullptr && blocks_[block]->last() != previous) {
+        note(Flaw::Of::NodeList, place(),
+             "the list ends before or behind what the block takes for its last node");
+    }
+    firstNodes_.push_back(static_cast<std::uint32_t>(nodes_.size()));
+}
+
+std::uint32_t Survey::blockOf(std::uint32_t node) const {
+    // What the node itself says is right if the node's number lies in that block's range.
+    const Block* const said = nodes_[node]->block();
+    if (memory_.isListed(said) && said->kind() == EntityKind::Block) {
+        const std::uint32_t block = blockNumbers_[said];
+        if (node - firstNodes_[block] < firstNodes_[block + 1] - firstNodes_[block]) {
+            return block;
+        }
+    }
+    const auto behind = std::upper_bound(firstNodes_.begin(), firstNodes_.end(), node);
+    return static_cast<std::uint32_t>(behind - firstNodes_.begin()) - 1;
+}
+
+void Survey::buildFlow() {
+    std::vector<FlowGraph::Successors> successors(blocks_.size(),
+                                                  {FlowGraph::none, FlowGraph::none});
+    for (std::size_t i = 0; i < blocks_.size(); ++i) {
+        const Node* const end = lastNode(i);
+        if (end == nullptr || (end->op() != Op::Jump && end->op() != Op::Br)) {
+            continue;
+        }
+        std::size_t side = 0;
+        for (const Operand& operand : end->operands()) {
+            const Entity* const to = operand.value();
+            if (side < 2 && to != nullptr && memory_.isListed(to) &&
+                to->kind() == EntityKind::Block) {
+                successors[i][side++] = blockNumbers_[static_cast<const Block*>(to)];
+            }
+        }
+    }
+    flow_.build(successors);
+}
+
+void Survey::lookUpCallees(const Scope* scope) {
+    if (scope == nullptr) {
+        return;
+    }
+    for (const Callee* const callee : callees_) {
+        const std::string_view name = safeName(memory_, callee->name());
+        if (const Function* const found = name.empty() ? nullptr : scope->lookUp(name);
+            found != nullptr) {
+            targets_.emplace(callee, found);
+        }
+    }
+}
+
+const Function* Survey::target(const Callee* callee) const {
+    const auto found = targets_.find(callee);
+    return found == targets_.end() ? nullptr : found->second;
+}
+
+// The uses of a variable or constant lie far apart, and each has to be there before the next is
+// known. Following several lists in turns lets the memory fetch for one what another waits for.
+template <typename T, typename Place>
+void Survey::followUsesOfAll(const std::vector<const T*>& entities, Place place) {
+    struct Walk {
+        std::size_t number;
+        const Operand* use;
+        const Operand* previous;
+    };
+    std::array<Walk, 16> walks;
+    std::size_t active = 0;
+    std::size_t next = 0;
+    while (true) {
+        for (; active < walks.size() && next < entities.size(); ++next) {
+            if (const Operand* const use = entities[next]->firstUse(); use != nullptr) {
+                walks[active++] = {next, use, nullptr};
+                __builtin_prefetch(use);
+            }
+        }
+        if (active == 0) {
+            return;
+        }
+        for (std::size_t i = 0; i < active;) {
+            Walk& walk = walks[i];
+            const Entity& entity = *entities[walk.number];
+            if (isSoundUse(*walk.use, entity, walk.previous)) [[likely]] {
+                ++followed_;
+                walk.previous = walk.use;
+                walk.use = walk.use->nextUse();
+                if (walk.use != nullptr) {
+                    __builtin_prefetch(walk.use);
+                    ++i;
+                    continue;
+                }
+            } else {
+                followOddUses(entity, place(walk.number), walk.use, walk.previous);
+            }
+            walk = walks[--active];
+        }
+    }
+}
+
+void Survey::followOddUses(const Entity& entity, Where where, const Operand* use,
+                           const Operand* previous) {
+    const bool isBlock = entity.kind() == EntityKind::Block;
+    const Flaw::Of of = isBlock ? Flaw::Of::Predecessors : Flaw::Of::Uses;
+    const auto fail = [&](std::string_view what) {
+        note(of, where, describe(*this, entity).append(": a use in its list ").append(what));
+    };
+    for (; use != nullptr; use = use->nextUse()) {
+        if (isSoundUse(*use, entity, previous)) {
+            ++followed_;
+        } else if (!memory_.holds(use, sizeof *use)) {
+            return fail("lies outside the graph's pool");
+        } else if (use->previousUse() != previous) {
+            return fail("does not lead back to the one before it");
+        } else if (use->value() != &entity) {
+            return fail("refers to something else");
+        } else if (memory_.isListed(use->user())) {
+            return fail("is not an operand of the node that it names");
+        } else {
+            note(isBlock ? Flaw::Of::Predecessors : Flaw::Of::DetachedUse, where,
+                 "a node that is in no block " + std::string(isBlock ? "leads to " : "uses ") +
+                     describe(*this, entity));
+        }
+        previous = use;
+    }
+}
+
+std::string describe(const Survey& survey, const Entity& entity) {
+    switch (entity.kind()) {
+    case EntityKind::Var: {
+        const auto& var = static_cast<const Var&>(entity);
+        const std::string_view name = safeName(survey.memory(), var.name());
+        return "variable " + std::string(name) + (name.empty() ? "" : " ") + idText(var.id());
+    }
+    case EntityKind::Const:
+        return "constant " + idText(static_cast<const Const&>(entity).id());
+    case EntityKind::Callee:
+        return "callee " +
+               std::string(safeName(survey.memory(), static_cast<const Callee&>(entity).name()));
+    case EntityKind::Node: {
+        const auto& node = static_cast<const Node&>(entity);
+        const auto op = static_cast<std::size_t>(node.op());
+        return "node " + (op < opCount ? std::string(infoOf(node.op()).text) + " " : "") +
+               idText(node.id());
+    }
+    case EntityKind::Block:
+        return "block " + std::to_string(static_cast<const Block&>(entity).id());
+    default:
+        return "an entity of an unknown kind";
+    }
+}
+
+std::string_view safeName(const MemoryMap& memory, std::string_view name) noexcept {
+    const bool isHeld = !name.empty() && memory.holds(name.data(), name.size());
+    return isHeld ? name : std::string_view();
+}
+
+} // namespace QN::verification
