@@ -77,7 +77,7 @@ namespace varnix {
     X(CaseTest)      /* if value R[a] does not match value R[b] the Jump that follows is taken */  \
     X(ForRange)      /* R[a], R[a + 1], R[a + 2] first, step, last: gets ready, jumps by w */      \
     X(ForRangeStep)  /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */    \
-    X(ForEach)       /* R[a] what to walk over: gets ready, jumps by w */                          \
+    X(ForEach)       /* R[a + 2] what to walk over: gets ready, jumps by w */                          \
     X(ForEachStep)   /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */    \
     X(Join)          /* R[a] = [R[b], ...], c of them, which become unset */                       \
     X(Stack)         /* R[a] = [R[b]; ...] */                                                      \
@@ -132,10 +132,10 @@ class Code;
 /// The value of a slot operand that names no variable.
 inline constexpr Slot noSlot = 0xFFFF;
 
-/// Registers that a loop keeps its state in. Over a range: index, count, first, step, and the last
-/// value where rounding would carry it past the end. Over anything else: the value in the first,
-/// the next column in the second; the fourth is unset.
+/// Registers that a loop keeps its state in; see loops.cpp.
 inline constexpr std::size_t loopState = 5;
+/// The one of them in which what is walked over lies.
+inline constexpr std::size_t loopSubject = 2;
 
 /// What a call of any kind has in common: arguments in R[window] ..., results to R[result] ...
 struct CallShape {

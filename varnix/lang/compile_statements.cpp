@@ -137,12 +137,11 @@ void FunctionCompiler::forStatement(const ForStatement& node) {
     Label next;
     Label exit;
     const bool isRange = node.range->kind == ExpressionKind::Range;
-    // The loop's state: see forRange and forEach in the machine.
     const Register state = take(node.place, loopState);
     if (isRange)
         rangeParts(static_cast<const RangeExpression&>(*node.range), state);
     else
-        into(*node.range, state);
+        into(*node.range, static_cast<Register>(state + loopSubject));
     jump(node.range->place, isRange ? Op::ForRange : Op::ForEach, state, next);
     bind(start);
     loopBody(node.block, next, exit);

@@ -340,8 +340,8 @@ doForRange:
 doForRangeStep : {
     Value* const state = r + ip->a;
     const std::int64_t index = state[0].asSigned();
-    // In a loop that is not over doubles state[3] is unset, and this turn is not plain.
-    if (state[3].tag() == Tag::Double && index < state[1].asSigned()) [[likely]] {
+    // In a loop that is not over doubles the count is -1.
+    if (index < state[1].asSigned()) [[likely]] {
         if (detail::interruptRequested != 0) [[unlikely]] {
             SAVE();
             detail::raiseInterrupted();

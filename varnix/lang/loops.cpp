@@ -12,13 +12,16 @@ namespace varnix {
 // State of a loop over a range of doubles: R[0] index and R[1] count as int64, R[2] first, R[3]
 // step; R[4] is the last value where first + i * step would pass it by a rounding error, and then
 // the count is one less. The values are those of range(), to the last bit.
+//
+// State of any other loop: R[0] next column, R[1] -1 (so that no turn looks like a plain one of a
+// range), R[2] what is walked over, R[3] unset.
 
 void Machine::forRange(Frame& frame, std::size_t state) {
     Value* const r = frame.base + state;
     if (r[0].tag() != Tag::Double || r[1].tag() != Tag::Double || r[2].tag() != Tag::Double ||
         std::isnan(r[0].asDouble()) || std::isnan(r[1].asDouble()) || std::isnan(r[2].asDouble())) {
         // Integers, or an error that range() reports.
-        r[0] = range(r[0], r[1], r[2]);
+        r[loopSubject] = range(r[0], r[1], r[2]);
         forEach(frame, state);
         return;
     }
@@ -56,19 +59,18 @@ bool Machine::forRangeEnd(Frame& frame, std::size_t state, std::size_t variable)
     return true;
 }
 
-// State of any other loop: R[0] what is walked over, R[1] the next column as int64; R[3] unset.
-
 void Machine::forEach(Frame& frame, std::size_t state) {
     Value* const r = frame.base + state;
-    r[1] = Value::ofInt64(0);
+    r[0] = Value::ofInt64(0);
+    r[1] = Value::ofInt64(-1);
     r[3] = Value();
 }
 
 bool Machine::forEachStep(Frame& frame, std::size_t state, std::size_t variable) {
     detail::pollInterrupt();
     Value* const r = frame.base + state;
-    const Value& all = r[0];
-    const auto column = static_cast<std::size_t>(r[1].asSigned());
+    const Value& all = r[loopSubject];
+    const auto column = static_cast<std::size_t>(r[0].asSigned());
     if (all.count() == 0 || column >= all.columns())
         return false;
     Value turn;
@@ -81,7 +83,7 @@ bool Machine::forEachStep(Frame& frame, std::size_t state, std::size_t variable)
                                {.value = Value::ofDouble(static_cast<double>(column + 1))}};
         turn = indexValue(all, whole);
     }
-    r[1] = Value::ofInt64(static_cast<std::int64_t>(column + 1));
+    r[0] = Value::ofInt64(static_cast<std::int64_t>(column + 1));
     frame.base[variable] = std::move(turn);
     return true;
 }
