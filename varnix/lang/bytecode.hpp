@@ -77,7 +77,7 @@ namespace varnix {
     X(CaseTest)      /* if value R[a] does not match value R[b] the Jump that follows is taken */  \
     X(ForRange)      /* R[a], R[a + 1], R[a + 2] first, step, last: gets ready, jumps by w */      \
     X(ForRangeStep)  /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */    \
-    X(ForEach)       /* R[a + 2] what to walk over: gets ready, jumps by w */                          \
+    X(ForEach)       /* R[a + 2] what to walk over: gets ready, jumps by w */                      \
     X(ForEachStep)   /* R[a] loop state, R[b] variable; the Jump that follows while it lasts */    \
     X(Join)          /* R[a] = [R[b], ...], c of them, which become unset */                       \
     X(Stack)         /* R[a] = [R[b]; ...] */                                                      \

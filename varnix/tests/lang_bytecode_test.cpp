@@ -31,7 +31,7 @@ TEST(Bytecode, PropertiesAndMethodsAreOneInstruction) {
                                     "h.void()\nend");
     EXPECT_THAT(code, HasSubstr("GetMember x h.Enabled\n"));
     EXPECT_THAT(code, HasSubstr("SetMember h.Enabled x\n"));
-    EXPECT_THAT(code, HasSubstr("CallMember h.void (0 from h) -> - x0\n"));
+    EXPECT_THAT(code, HasSubstr("CallMember h.void (0 from r8) -> - x0\n"));
     EXPECT_THAT(code, Not(HasSubstr("Copy")));
     EXPECT_THAT(code, Not(HasSubstr("Move")));
 }
@@ -51,7 +51,7 @@ TEST(Bytecode, ComparisonsBranchDirectly) {
 }
 
 TEST(Bytecode, ConstantsAreMadeOnce) {
-    EXPECT_THAT(codeOf("x = [1, 2; 3, -4];"), HasSubstr("LoadConstant x [1, 2; 3, -4]\n"));
+    EXPECT_THAT(codeOf("x = [1, 2; 3, -4];"), HasSubstr("LoadConstant x 2 by 2 double\n"));
     const auto unit = compile(
         {.name = "<test>", .folder = {}, .text = "x = 5; y = 5; z = \"a\"; w = \"a\";"}, {});
     EXPECT_EQ(unit->body.constants.size(), 2u);

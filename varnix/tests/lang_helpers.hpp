@@ -55,6 +55,7 @@ public:
     bool enabled = false;
     double level = 0;
     int calls = 0;
+    bool isChild = false;
     std::unique_ptr<Probe> child;
 };
 
@@ -162,7 +163,10 @@ public:
     const char* getName() const override { return "Probe"; }
     bool isHandleClass() const override { return true; }
     bool destroyInstance(COSInterface*, objsys::factory::full::Wrappable* native) override {
-        delete static_cast<Probe*>(native);
+        auto* const probe = static_cast<Probe*>(native);
+        if (probe->isChild) // its parent's
+            return objsys::factory::basic::BindingRegistry::remove(probe);
+        delete probe;
         return true;
     }
     void defineClass(objsys::COSClassDefinition* definition) override {
@@ -185,6 +189,7 @@ public:
             [](Probe& probe, COSNameID type) {
                 if (!probe.child)
                     probe.child = std::make_unique<Probe>();
+                probe.child->isChild = true;
                 return COSValue::ofArray(
                     objsys::factory::basic::BindingRegistry::announce(probe.child.get(), type),
                     type);

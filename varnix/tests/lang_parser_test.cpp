@@ -127,7 +127,7 @@ TEST(ParserLimits, AMegabyteOfAnyNestingIsAnError) {
                                     "+",
                                     "fn() ",
                                     "fn(x) ",
-                                    "2^-",
+
                                     "a.b(",
                                     "{[(",
                                     "1+(",
