@@ -10,6 +10,7 @@
 #include "debug/profiler.hpp"
 #include "debug/profilinginstrumentation.hpp"
 #include "debug/scramblervi.hpp"
+#include "debug/serializerfbtservicevi.hpp"
 #include "debug/stacktraces.hpp"
 #include "debug/timerprobe.hpp"
 #include "debug/timervi.hpp"
@@ -50,6 +51,7 @@ constexpr CatalogueRow rows[] = {
     {make<debug::CosPoolHighWaterMark>},
     {make<debug::CosCollectStatistics>},
     {make<debug::CosUserVarLogging>},
+    {make<debug::CosSerializerFbtService>},
 };
 
 } // namespace
