@@ -24,7 +24,6 @@ they have an expected text.
 """
 
 import argparse
-import difflib
 import os
 import pathlib
 import re
@@ -110,6 +109,8 @@ def main():
             expected = expected_file.read_text(encoding="utf-8", errors="surrogateescape")
         if actual == expected and expected_file.is_file():
             continue
+        import difflib  # here: most tests pass, and each is a process of its own
+
         if options.accept:
             expected_file.parent.mkdir(parents=True, exist_ok=True)
             expected_file.write_text(actual, encoding="utf-8", errors="surrogateescape")
