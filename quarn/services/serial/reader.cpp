@@ -6,6 +6,7 @@
 #include <qn/serializer.hpp>
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <ir_generated.h>
 #include <stdexcept>
@@ -99,7 +100,14 @@ private:
     }
 
     void readConstants() {
-        for (const serial::Const* const constant : *graph_.constants()) {
+        // The one list of 8-byte words; the FlatBuffers verifier looks at the place of its length
+        // only.
+        const auto& constants = *graph_.constants();
+        if (constants.size() != 0 &&
+            reinterpret_cast<std::uintptr_t>(constants.Data()) % alignof(serial::Const) != 0) {
+            refuse("the place of the constants");
+        }
+        for (const serial::Const* const constant : constants) {
             const Type* const type = typeAt(constant->type());
             if (!type->isScalar()) {
                 refuse("a constant");
