@@ -189,6 +189,26 @@ TEST_F(PrettyPrint, RoundingAndOverflowAreShownWhenAsked) {
     }
 }
 
+TEST_F(PrettyPrint, WhatAVerificationFindsStandsAtTheTop) {
+    f.cfg().remove(f.cfg().entry()->last()); // the block now lacks its end
+    Builder(f.cfg(), f.cfg().entry()).toIndex(f.cfg().constantDouble(1));
+    for (const PrintForm form :
+         {PrintForm::Text, PrintForm::Qnel, PrintForm::Dot, PrintForm::Html}) {
+        std::string text;
+        PrettyPrinter(form).print(f, text);
+        EXPECT_THAT(text, HasSubstr("[block.terminator]")) << endingOf(form);
+        if (form == PrintForm::Text || form == PrintForm::Qnel) {
+            EXPECT_THAT(linesOf(text)[0],
+                        ::testing::StartsWith(form == PrintForm::Text ? "# check: " : "; check: "));
+        }
+        PrettyPrinter::setDoSanityCheck(false);
+        std::string unchecked;
+        PrettyPrinter(form).print(f, unchecked);
+        PrettyPrinter::setDoSanityCheck(true);
+        EXPECT_THAT(unchecked, Not(HasSubstr("[block.terminator]"))) << endingOf(form);
+    }
+}
+
 TEST_F(PrettyPrint, TagsThatAreNoFileNamesAreMadeSo) {
     Function& odd = *unit.addFunction("a/b\n" + std::string(300, 'x'), Type::f64());
     makeBody(odd);

@@ -8,6 +8,7 @@
 #include <qn/scramble_service.hpp>
 #include <qn/text.hpp>
 #include <qn/transform.hpp>
+#include <qn/verify.hpp>
 
 #include <gmock/gmock.h>
 
@@ -109,6 +110,8 @@ TEST_F(Scramble, ResultsStayTheSameOverAThousandSeeds) {
         service.setAggregateVarPointerizationThresh(static_cast<int>(seed * 7 % 101));
         runPipeline(*scrambled);
         changed += qnelOf(*scrambled) != qnelOf(*plain) ? 1 : 0;
+        const Verification verified = verify(*scrambled);
+        ASSERT_TRUE(verified.ok()) << "seed " << seed << ": " << toString(verified.failures()[0]);
         ASSERT_EQ(outcomesOf(*scrambled, seed), outcomesOf(*plain, seed))
             << "seed " << seed << "\n"
             << qnelOf(*plain) << "\nbecame\n"

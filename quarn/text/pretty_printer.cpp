@@ -7,12 +7,9 @@
 #include <qn/pretty_printer.hpp>
 #include <qn/scope.hpp>
 #include <qn/stack_trace_tag.hpp>
+#include <qn/verify.hpp>
 
 #include <vector>
-#if __has_include(<qn/verify.hpp>)
-#include <qn/verify.hpp>
-#define QN_HAS_VERIFY 1
-#endif
 
 namespace QN {
 
@@ -24,7 +21,6 @@ bool checks = true;
 template <typename Thing>
 std::vector<std::string> remarksOn(const Thing& thing) {
     std::vector<std::string> remarks;
-#ifdef QN_HAS_VERIFY
     if (checks) {
         constexpr std::size_t detailsPerCheck = 20;
         VerifyOptions options;
@@ -38,9 +34,6 @@ std::vector<std::string> remarksOn(const Thing& thing) {
             remarks.push_back("and " + std::to_string(found.total() - remarks.size()) + " more");
         }
     }
-#else
-    static_cast<void>(thing);
-#endif
     return remarks;
 }
 
