@@ -40,7 +40,8 @@ void Machine::raiseUndefined(COSNameID name, const Unit* unit) {
              name.str());
     std::vector<std::string> candidates = variableNames(currentWorkspace());
     for (std::string& candidate : names_.candidates(unit))
-        candidates.push_back(std::move(candidate));
+        if (candidate != name.str()) // a file of that name that defines no such function
+            candidates.push_back(std::move(candidate));
     fail(id::undefined, "'{}' is not defined{}", name.str(), suggestion(name.str(), candidates));
 }
 
