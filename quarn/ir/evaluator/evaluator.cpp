@@ -229,9 +229,9 @@ Value Evaluator::State::run(const Function& function, std::span<const Value> arg
         const Instruction* const instructions = code.program.instructions.data();
         const Instruction* at = instructions + stack.back().next;
         const auto asDoubles = [&](std::uint32_t slot) { return asDouble(slots[slot]); };
-        const auto countStep = [&] {
+        const auto countStep = [&](const Instruction& branch) {
             if (stepLimit != 0 && ++steps > stepLimit) {
-                trap(TrapCode::StepLimit, code, *at);
+                trap(TrapCode::StepLimit, code, branch);
             }
         };
         bool leaves = false;
@@ -405,11 +405,11 @@ Value Evaluator::State::run(const Function& function, std::span<const Value> arg
                 leaves = &*stack.back().frame != &frame; // a callee begins
                 break;
             case Code::Jump:
-                countStep();
+                countStep(i);
                 at = instructions + i.dst;
                 break;
             case Code::Branch:
-                countStep();
+                countStep(i);
                 at = instructions + (slots[i.a] != 0 ? i.b : i.c);
                 break;
             case Code::Return:
