@@ -1,5 +1,6 @@
-// Reverse postorder by an explicit stack, then immediate dominators by intersection along the order
-// (Cooper, Harvey, Kennedy), then intervals of the dominator tree for constant-time queries.
+// Immediate dominators by semidominators (the semi-NCA form of Lengauer and Tarjan), which stays
+// close to linear whatever the graph and the order of its edges; then intervals of the dominator
+// tree for constant-time queries.
 #include <qn/cfg.hpp>
 #include <qn/dominators.hpp>
 
@@ -8,74 +9,114 @@
 
 namespace QN {
 
+namespace {
+
+constexpr std::uint32_t none = UINT32_MAX;
+
+/// The reachable blocks numbered in the order in which a depth-first walk meets them.
+struct Walk {
+    explicit Walk(const Cfg& cfg) : numbers(cfg.blockIdLimit(), none) {
+        std::vector<std::pair<std::uint32_t, std::size_t>> stack; // number, next side
+        const auto meet = [&](Block* block, std::uint32_t from) {
+            numbers[block->id()] = static_cast<std::uint32_t>(blocks.size());
+            stack.emplace_back(numbers[block->id()], 0);
+            blocks.push_back(block);
+            parents.push_back(from);
+        };
+        meet(cfg.entry(), 0);
+        while (!stack.empty()) {
+            auto& [number, side] = stack.back();
+            if (side == blocks[number]->numSuccessors()) {
+                postorder.push_back(blocks[number]);
+                stack.pop_back();
+                continue;
+            }
+            Block* const target = blocks[number]->successor(side++);
+            if (target != nullptr && numbers[target->id()] == none) {
+                meet(target, number);
+            }
+        }
+    }
+
+    std::vector<std::uint32_t> numbers; // by block id
+    std::vector<Block*> blocks;         // by number
+    std::vector<std::uint32_t> parents; // by number
+    std::vector<Block*> postorder;
+};
+
+/// Immediate dominators by number; the entry's is itself.
+std::vector<std::uint32_t> immediateDominators(const Walk& walk) {
+    const auto count = static_cast<std::uint32_t>(walk.blocks.size());
+    std::vector<std::uint32_t> semi(count);
+    std::vector<std::uint32_t> label(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        semi[i] = label[i] = i;
+    }
+    std::vector<std::uint32_t> ancestor = walk.parents;
+    std::vector<std::uint32_t> path;
+    // Of the blocks on the tree path from `v` up to those not linked yet, the one with the least
+    // semidominator. Blocks from `linked` on are linked to their parents.
+    const auto evaluate = [&](std::uint32_t v, std::uint32_t linked) {
+        if (v < linked) {
+            return v;
+        }
+        std::uint32_t at = v;
+        for (; ancestor[at] >= linked; at = ancestor[at]) {
+            path.push_back(at);
+        }
+        std::uint32_t best = label[at];
+        for (const std::uint32_t top = ancestor[at]; !path.empty(); path.pop_back()) {
+            const std::uint32_t below = path.back();
+            ancestor[below] = top;
+            if (semi[best] < semi[label[below]]) {
+                label[below] = best;
+            } else {
+                best = label[below];
+            }
+        }
+        return label[v];
+    };
+    for (std::uint32_t i = count; i-- > 1;) {
+        semi[i] = walk.parents[i];
+        walk.blocks[i]->forEachPredecessor([&](const Block& from) {
+            if (const std::uint32_t number = walk.numbers[from.id()]; number != none) {
+                semi[i] = std::min(semi[i], semi[evaluate(number, i + 1)]);
+            }
+        });
+    }
+    std::vector<std::uint32_t> immediate = walk.parents;
+    for (std::uint32_t i = 1; i < count; ++i) {
+        while (immediate[i] > semi[i]) {
+            immediate[i] = immediate[immediate[i]];
+        }
+    }
+    return immediate;
+}
+
+} // namespace
+
 Dominators::Dominators(const Cfg& cfg) : rows_(cfg.blockIdLimit()) {
     if (cfg.entry() == nullptr) {
         return;
     }
-    // Postorder. A row's index tells of a visited block; the real numbers follow below.
-    std::vector<std::pair<Block*, std::size_t>> stack;
-    order_.reserve(cfg.numBlocks());
-    stack.emplace_back(cfg.entry(), 0);
-    rows_[cfg.entry()->id()].index = 0;
-    while (!stack.empty()) {
-        auto& [block, side] = stack.back();
-        if (side == block->numSuccessors()) {
-            order_.push_back(block);
-            stack.pop_back();
-            continue;
-        }
-        Block* const target = block->successor(side++);
-        if (target != nullptr && rows_[target->id()].index == none) {
-            rows_[target->id()].index = 0;
-            stack.emplace_back(target, 0);
-        }
-    }
-    std::reverse(order_.begin(), order_.end());
+    const Walk walk(cfg);
+    order_.assign(walk.postorder.rbegin(), walk.postorder.rend());
     for (std::uint32_t i = 0; i < order_.size(); ++i) {
         rows_[order_[i]->id()].index = i;
     }
+    const std::vector<std::uint32_t> immediate = immediateDominators(walk);
 
-    std::vector<std::uint32_t> immediate(order_.size(), none);
-    immediate[0] = 0;
-    const auto meet = [&](std::uint32_t a, std::uint32_t b) {
-        while (a != b) {
-            while (a > b) {
-                a = immediate[a];
-            }
-            while (b > a) {
-                b = immediate[b];
-            }
-        }
-        return a;
-    };
-    for (bool changed = true; changed;) {
-        changed = false;
-        for (std::uint32_t i = 1; i < order_.size(); ++i) {
-            std::uint32_t meeting = none;
-            order_[i]->forEachPredecessor([&](const Block& from) {
-                const std::uint32_t index = rows_[from.id()].index;
-                if (index != none && immediate[index] != none) {
-                    meeting = meeting == none ? index : meet(meeting, index);
-                }
-            });
-            if (immediate[i] != meeting) {
-                immediate[i] = meeting;
-                changed = true;
-            }
-        }
-    }
-
-    // Children come behind their parents in the order, so one pass backwards counts the subtrees
+    // A block has a larger number than its dominators, so one pass backwards counts the subtrees
     // and one forwards hands out the intervals.
-    std::vector<std::uint32_t> size(order_.size(), 1);
-    for (std::size_t i = order_.size(); i-- > 1;) {
+    std::vector<std::uint32_t> size(immediate.size(), 1);
+    for (std::size_t i = immediate.size(); i-- > 1;) {
         size[immediate[i]] += size[i];
     }
-    std::vector<std::uint32_t> nextFree(order_.size(), 0);
-    for (std::uint32_t i = 0; i < order_.size(); ++i) {
-        Row& row = rows_[order_[i]->id()];
+    std::vector<std::uint32_t> nextFree(immediate.size(), 0);
+    for (std::uint32_t i = 0; i < immediate.size(); ++i) {
+        Row& row = rows_[walk.blocks[i]->id()];
         if (i > 0) {
-            row.immediate = immediate[i];
+            row.immediate = indexOf(*walk.blocks[immediate[i]]);
             row.enter = nextFree[immediate[i]];
             nextFree[immediate[i]] += size[i];
         }

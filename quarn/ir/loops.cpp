@@ -10,9 +10,13 @@ namespace QN {
 Loops::Loops(const Cfg& cfg) : innermost_(cfg.blockIdLimit(), Loop::none) {
     const Dominators& dominators = cfg.dominators();
     const auto order = dominators.order();
+    // The outermost loop known so far around each loop, with the ways there cut short as they are
+    // walked.
+    std::vector<std::uint32_t> around;
     const auto outermostOf = [&](std::uint32_t loop) {
-        while (loops_[loop].parent != Loop::none) {
-            loop = loops_[loop].parent;
+        while (around[loop] != loop) {
+            around[loop] = around[around[loop]];
+            loop = around[loop];
         }
         return loop;
     };
@@ -30,6 +34,7 @@ Loops::Loops(const Cfg& cfg) : innermost_(cfg.blockIdLimit(), Loop::none) {
         }
         const auto self = static_cast<std::uint32_t>(loops_.size());
         loops_.push_back({header, Loop::none, 0, {header}});
+        around.push_back(self);
         innermost_[header->id()] = self;
         while (!pending.empty()) {
             Block* const block = pending.back();
@@ -44,6 +49,7 @@ Loops::Loops(const Cfg& cfg) : innermost_(cfg.blockIdLimit(), Loop::none) {
                     continue;
                 }
                 loops_[inner].parent = self;
+                around[inner] = self;
                 wayIn = loops_[inner].header;
             } else {
                 innermost_[block->id()] = self;
@@ -68,17 +74,31 @@ Loops::Loops(const Cfg& cfg) : innermost_(cfg.blockIdLimit(), Loop::none) {
         loop.parent = loop.parent == Loop::none ? loop.parent : last - loop.parent;
         loop.depth = loop.parent == Loop::none ? 1 : loops_[loop.parent].depth + 1;
     }
+    numberSpans();
 }
 
 std::uint32_t Loops::innermost(const Block& block) const noexcept {
     return block.id() < innermost_.size() ? innermost_[block.id()] : Loop::none;
 }
 
-bool Loops::isInside(std::uint32_t inner, std::uint32_t outer) const noexcept {
-    while (inner != Loop::none && inner != outer) {
-        inner = loops_[inner].parent;
+// One pass from the inside out counts the loops inside each, one back hands out the spans.
+void Loops::numberSpans() {
+    std::vector<std::uint32_t> size(loops_.size(), 1);
+    for (std::size_t i = loops_.size(); i-- > 0;) {
+        if (loops_[i].parent != Loop::none) {
+            size[loops_[i].parent] += size[i];
+        }
     }
-    return inner == outer;
+    std::vector<std::uint32_t> next(loops_.size(), 0);
+    std::uint32_t nextOutermost = 0;
+    spans_.resize(loops_.size());
+    for (std::size_t i = 0; i < loops_.size(); ++i) {
+        const std::uint32_t parent = loops_[i].parent;
+        std::uint32_t& free = parent == Loop::none ? nextOutermost : next[parent];
+        spans_[i] = {free, free + size[i]};
+        next[i] = free + 1;
+        free += size[i];
+    }
 }
 
 } // namespace QN

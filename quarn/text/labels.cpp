@@ -1,9 +1,14 @@
 // See labels.hpp.
 #include "text/labels.hpp"
 
+#include <qn/scope.hpp>
+
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstring>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -95,74 +100,151 @@ void appendConstant(std::string& out, const Const& constant) {
     }
 }
 
-Labels::Labels(const Cfg& cfg, Style style) : vars_(cfg.varIdLimit()), consts_(cfg.numConstants()) {
-    // The text may move while it grows, so places come first and views last.
-    std::vector<std::pair<std::size_t, std::size_t>> places(cfg.numConstants());
-    for (const Const& constant : cfg.constants()) {
-        const std::size_t start = text_.size();
-        appendConstant(text_, constant);
-        places[constant.id()] = {start, text_.size() - start};
+std::size_t expectedLength(const Function& function) noexcept {
+    if (!function.hasCfg()) {
+        return 128;
     }
-    std::string constants = std::move(text_);
-    text_.clear();
-    const std::vector<std::size_t> ends = addVarLabels(cfg, style);
-    const std::size_t offset = text_.size();
-    text_ += constants;
+    const Cfg& cfg = function.cfg();
+    return 128 + 40 * cfg.numNodes() + 32 * cfg.numVars() + 16 * cfg.numBlocks();
+}
+
+std::size_t expectedLength(const Scope& scope) noexcept {
+    std::size_t length = 128;
+    for (const auto& function : scope.functions()) {
+        length += expectedLength(*function);
+    }
+    for (const auto& child : scope.children()) {
+        length += expectedLength(*child);
+    }
+    return length;
+}
+
+namespace {
+
+/// How often each name occurs. A function has a handful of variables and is printed often, so this
+/// is a flat table with a cheap hash, not a general map.
+class NameCounts {
+public:
+    explicit NameCounts(const Cfg& cfg) : slots_(std::bit_ceil(2 * cfg.numVars() + 2)) {
+        for (const Var& var : cfg.vars()) {
+            Slot& slot = find(var.name());
+            slot.name = var.name();
+            ++slot.count;
+        }
+    }
+    [[nodiscard]] std::uint32_t of(std::string_view name) const {
+        return const_cast<NameCounts*>(this)->find(name).count;
+    }
+
+private:
+    struct Slot {
+        std::string_view name;
+        std::uint32_t count = 0;
+    };
+
+    /// The slot of the name, or the free one where it would go.
+    Slot& find(std::string_view name) noexcept {
+        std::uint64_t hash = name.size();
+        for (std::size_t i = 0; i < name.size(); i += 8) {
+            std::uint64_t part = 0;
+            std::memcpy(&part, name.data() + i, std::min<std::size_t>(8, name.size() - i));
+            hash = (hash ^ part) * 0x9E3779B97F4A7C15;
+            hash ^= hash >> 32;
+        }
+        std::size_t at = hash & (slots_.size() - 1);
+        while (slots_[at].count != 0 && slots_[at].name != name) {
+            at = (at + 1) & (slots_.size() - 1);
+        }
+        return slots_[at];
+    }
+
+    std::vector<Slot> slots_; // a power of two, at most half full
+};
+
+/// A name for a variable that has none.
+std::string madeUpName(const Var& var, const NameCounts& counts) {
+    std::string label = 't' + std::to_string(var.id());
+    while (counts.of(label) != 0) {
+        label += '_';
+    }
+    return label;
+}
+
+} // namespace
+
+// The text may move while it grows, so what is written is noted by its end, and the views come
+// last.
+Labels::Labels(const Cfg& cfg, Style style) : vars_(cfg.varIdLimit()), consts_(cfg.numConstants()) {
+    std::vector<std::size_t> ends;
+    ends.reserve(cfg.numVars() + cfg.numConstants());
+    text_.reserve(16 * (cfg.numVars() + cfg.numConstants()));
+    addVarLabels(cfg, style, ends);
+    for (const Const& constant : cfg.constants()) {
+        appendConstant(text_, constant);
+        ends.push_back(text_.size());
+    }
     std::size_t start = 0;
     std::size_t place = 0;
+    const auto take = [&](std::string_view& label) {
+        label = std::string_view(text_).substr(start, ends[place] - start);
+        start = ends[place++];
+        longest_ = std::max(longest_, label.size());
+    };
     for (const Var& var : cfg.vars()) {
-        const std::size_t length = ends[place++] - start;
-        vars_[var.id()] = std::string_view(text_).substr(start, length);
-        start += length;
-        longest_ = std::max(longest_, length);
+        take(vars_[var.id()]);
     }
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        consts_[i] = std::string_view(text_).substr(offset + places[i].first, places[i].second);
-        longest_ = std::max(longest_, places[i].second);
+    for (std::string_view& label : consts_) {
+        take(label);
     }
 }
 
-// Appends the labels in order of declaration and returns where each ends.
-std::vector<std::size_t> Labels::addVarLabels(const Cfg& cfg, Style style) {
-    std::unordered_map<std::string_view, std::uint32_t> count;
-    for (const Var& var : cfg.vars()) {
-        ++count[var.name()];
+void Labels::addVarLabels(const Cfg& cfg, Style style, std::vector<std::size_t>& ends) {
+    if (style == Style::Disambiguate) {
+        addDisambiguated(cfg, ends);
+        return;
     }
-    std::unordered_set<std::string> taken; // names and labels that a made-up label must not repeat
-    std::unordered_map<std::string_view, std::uint32_t> lastNumber;
-    std::vector<std::size_t> ends;
+    std::optional<NameCounts> counts; // for plain names only if one is to be made up
     std::uint32_t place = 0;
     for (const Var& var : cfg.vars()) {
+        const std::string_view name = var.name();
+        if ((style == Style::Qnel || name.empty()) && !counts) {
+            counts.emplace(cfg);
+        }
         if (style == Style::Qnel) {
-            const bool named = isIdentifier(var.name());
+            const bool named = isIdentifier(name);
             text_ += '$';
-            text_ += named ? var.name() : std::string_view();
-            if (!named || count[var.name()] > 1) {
+            text_ += named ? name : std::string_view();
+            if (!named || counts->of(name) > 1) {
                 text_ += '.';
                 appendNumber(text_, place);
             }
-        } else if (var.name().empty()) {
-            std::string label = 't' + std::to_string(var.id());
-            while (count.contains(label)) {
-                label += '_';
-            }
-            text_ += label;
+        } else if (name.empty()) {
+            text_ += madeUpName(var, *counts);
         } else {
-            std::string label(var.name());
-            if (style == Style::Disambiguate && count[var.name()] > 1) {
-                std::uint32_t& number = lastNumber[var.name()];
-                while (!taken.insert(label).second) {
-                    do {
-                        label = std::string(var.name()) + '_' + std::to_string(++number);
-                    } while (count.contains(label));
-                }
-            }
-            text_ += label;
+            text_ += name;
         }
         ++place;
         ends.push_back(text_.size());
     }
-    return ends;
+}
+
+void Labels::addDisambiguated(const Cfg& cfg, std::vector<std::size_t>& ends) {
+    const NameCounts counts(cfg);
+    std::unordered_set<std::string> taken; // labels of names that occur more than once
+    std::unordered_map<std::string_view, std::uint32_t> lastNumber;
+    for (const Var& var : cfg.vars()) {
+        std::string label = var.name().empty() ? madeUpName(var, counts) : std::string(var.name());
+        if (!var.name().empty() && counts.of(var.name()) > 1) {
+            std::uint32_t& number = lastNumber[var.name()];
+            while (!taken.insert(label).second) {
+                do {
+                    label = std::string(var.name()) + '_' + std::to_string(++number);
+                } while (counts.of(label) != 0);
+            }
+        }
+        text_ += label;
+        ends.push_back(text_.size());
+    }
 }
 
 } // namespace QN::text

@@ -20,6 +20,10 @@ void appendName(std::string& out, std::string_view name);
 /// Appends a constant: "1.5", "-inf", "5i32", "true".
 void appendConstant(std::string& out, const Const& constant);
 
+/// Roughly how long a function, or a scope with all in it, is in a form with one line per node.
+[[nodiscard]] std::size_t expectedLength(const Function& function) noexcept;
+[[nodiscard]] std::size_t expectedLength(const Scope& scope) noexcept;
+
 class Labels {
 public:
     enum class Style : std::uint8_t {
@@ -37,7 +41,9 @@ public:
     [[nodiscard]] std::size_t longest() const noexcept { return longest_; }
 
 private:
-    std::vector<std::size_t> addVarLabels(const Cfg& cfg, Style style);
+    /// Append the labels in order of declaration and note where each ends.
+    void addVarLabels(const Cfg& cfg, Style style, std::vector<std::size_t>& ends);
+    void addDisambiguated(const Cfg& cfg, std::vector<std::size_t>& ends);
 
     std::string text_;
     std::vector<std::string_view> vars_;   // by id

@@ -15,7 +15,7 @@ using text::Writer;
 
 class QnelPrinter {
 public:
-    explicit QnelPrinter(std::string& out) : writer_(out) {}
+    QnelPrinter(std::string& out, std::size_t expected) : writer_(out, expected) {}
 
     void print(const Scope& scope, std::size_t indent) {
         startLine(indent);
@@ -190,13 +190,13 @@ private:
 } // namespace
 
 void printQnel(const Function& function, std::string& out) {
-    QnelPrinter printer(out);
+    QnelPrinter printer(out, text::expectedLength(function));
     printer.print(function, 0);
     printer.endOfFile();
 }
 
 void printQnel(const Scope& scope, std::string& out) {
-    QnelPrinter printer(out);
+    QnelPrinter printer(out, text::expectedLength(scope));
     printer.print(scope, 0);
     printer.endOfFile();
 }

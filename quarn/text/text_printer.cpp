@@ -16,7 +16,8 @@ using text::Writer;
 
 class TextPrinter {
 public:
-    TextPrinter(std::string& out, TextOptions options) : writer_(out), options_(options) {}
+    TextPrinter(std::string& out, std::size_t expected, TextOptions options)
+        : writer_(out, expected), options_(options) {}
 
     void print(const Scope& scope) {
         std::string head = "scope ";
@@ -206,15 +207,15 @@ private:
 } // namespace
 
 void printText(const Function& function, std::string& out, TextOptions options) {
-    TextPrinter(out, options).print(function);
+    TextPrinter(out, text::expectedLength(function), options).print(function);
 }
 
 void printText(const Scope& scope, std::string& out, TextOptions options) {
-    TextPrinter(out, options).print(scope);
+    TextPrinter(out, text::expectedLength(scope), options).print(scope);
 }
 
 void printText(const Node& node, std::string& out, TextOptions options) {
-    TextPrinter(out, options).printAlone(node);
+    TextPrinter(out, 0, options).printAlone(node);
 }
 
 } // namespace QN

@@ -13,8 +13,13 @@ namespace QN::text {
 
 class Writer {
 public:
-    /// Writes behind what `out` holds; finish() puts everything there.
-    explicit Writer(std::string& out) : out_(out), used_(out.size()) {}
+    /// Writes behind what `out` holds. `expected` is how much will come, as far as one can tell: it
+    /// spares the string copies on its way.
+    Writer(std::string& out, std::size_t expected) : out_(out), used_(out.size()), step_(expected) {
+        if (out.capacity() - used_ < expected) {
+            out.reserve(used_ + expected);
+        }
+    }
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
     ~Writer() { out_.resize(used_); }
@@ -57,13 +62,14 @@ public:
 private:
     void grow(std::size_t bytes) {
         // The string doubles its capacity by itself; its size grows in steps, because every byte of
-        // it is cleared once.
-        const std::size_t step = std::clamp<std::size_t>(used_, 256, std::size_t{64} << 10);
+        // it is cleared on the way and again cut off at the end.
+        const std::size_t step = std::min(step_, std::size_t{64} << 10);
         out_.resize(used_ + std::max(bytes, step));
     }
 
     std::string& out_;
     std::size_t used_;
+    std::size_t step_;
     char* at_ = nullptr;
 };
 

@@ -160,11 +160,11 @@ bool inlineCalls(Scope& scope) {
                 }
             }
         }
-        for (Node* const call : calls) {
-            if (cfg.numNodes() < largestCaller) {
-                inlineCall(cfg, *call, *scope.find(asCallee(call->operand(0))->name()));
-                changed = true;
-            }
+        // The last call first: what is split off behind a call then holds no other, so that no node
+        // is moved twice.
+        for (std::size_t i = calls.size(); i-- > 0 && cfg.numNodes() < largestCaller;) {
+            inlineCall(cfg, *calls[i], *scope.find(asCallee(calls[i]->operand(0))->name()));
+            changed = true;
         }
     }
     return changed;

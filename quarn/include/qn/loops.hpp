@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace QN {
@@ -35,12 +36,18 @@ public:
     [[nodiscard]] std::span<const Loop> all() const noexcept { return loops_; }
     /// The innermost loop of a block, Loop::none if there is none or the block came later.
     [[nodiscard]] std::uint32_t innermost(const Block& block) const noexcept;
-    /// Whether the loop `inner` (or none) lies in `outer` or is it.
-    [[nodiscard]] bool isInside(std::uint32_t inner, std::uint32_t outer) const noexcept;
+    /// Whether the loop `inner` (or none) lies in `outer` or is it; `outer` is a loop.
+    [[nodiscard]] bool isInside(std::uint32_t inner, std::uint32_t outer) const noexcept {
+        return inner != Loop::none && spans_[outer].first <= spans_[inner].first &&
+               spans_[inner].second <= spans_[outer].second;
+    }
 
 private:
+    void numberSpans();
+
     std::vector<Loop> loops_;
-    std::vector<std::uint32_t> innermost_; // by block id
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> spans_; // a loop's holds those inside it
+    std::vector<std::uint32_t> innermost_;                       // by block id
 };
 
 } // namespace QN
