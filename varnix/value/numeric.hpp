@@ -196,35 +196,77 @@ inline constexpr Int128 huge = Int128{1} << 120;
 /// Powers with a fractional operand or a negative exponent go through long double.
 [[nodiscard]] Int128 mixedArithmetic(Arithmetic op, Int128 n, double d, bool swapped);
 
-/// The arithmetic of an integer class.
-template <class T>
-[[nodiscard]] T arithmetic(Arithmetic op, T a, T b) {
-    T result;
+/// The arithmetic of an integer class. Op is known at compile time where elements are worked on in
+/// loops; `arithmetic` below takes it at run time.
+template <Arithmetic Op, class T>
+[[nodiscard]] T arithmeticOf(T a, T b) {
+    if constexpr (Op == Arithmetic::Add || Op == Arithmetic::Subtract ||
+                  Op == Arithmetic::Multiply) {
+        if constexpr (sizeof(T) <= 4) { // 64 bits hold every sum and product
+            using Wide = std::conditional_t<Op == Arithmetic::Multiply && std::is_unsigned_v<T>,
+                                            std::uint64_t, std::int64_t>;
+            const Wide x = a;
+            const Wide y = b;
+            const Wide wide = Op == Arithmetic::Add        ? x + y
+                              : Op == Arithmetic::Subtract ? x - y
+                                                           : x * y;
+            constexpr Wide least = std::numeric_limits<T>::min();
+            constexpr Wide most = std::numeric_limits<T>::max();
+            return static_cast<T>(wide < least ? least : (wide > most ? most : wide));
+        } else {
+            T result;
+            const bool over = Op == Arithmetic::Add        ? __builtin_add_overflow(a, b, &result)
+                              : Op == Arithmetic::Subtract ? __builtin_sub_overflow(a, b, &result)
+                                                           : __builtin_mul_overflow(a, b, &result);
+            if (!over)
+                return result;
+        }
+    }
+    return saturate<T>(wholeArithmetic(Op, a, b));
+}
+/// The same with a double on the right (or, below, on the left).
+template <Arithmetic Op, class T>
+[[nodiscard]] T arithmeticOf(T a, double b) {
+    if constexpr (sizeof(T) <= 4 && Op != Arithmetic::Power && Op != Arithmetic::Divide)
+        if (const auto whole = static_cast<std::int32_t>(b >= -0x1p30 && b <= 0x1p30 ? b : 0.5);
+            static_cast<double>(whole) == b) {
+            using Wide = std::int64_t;
+            const Wide wide = Op == Arithmetic::Add        ? Wide{a} + whole
+                              : Op == Arithmetic::Subtract ? Wide{a} - whole
+                                                           : Wide{a} * whole;
+            constexpr Wide least = std::numeric_limits<T>::min();
+            constexpr Wide most = std::numeric_limits<T>::max();
+            return static_cast<T>(wide < least ? least : (wide > most ? most : wide));
+        }
+    return saturate<T>(mixedArithmetic(Op, a, b, false));
+}
+template <Arithmetic Op, class T>
+[[nodiscard]] T arithmeticOf(double a, T b) {
+    if constexpr (Op == Arithmetic::Add || Op == Arithmetic::Multiply)
+        return arithmeticOf<Op, T>(b, a);
+    else
+        return saturate<T>(mixedArithmetic(Op, b, a, true));
+}
+
+/// Calls f with a std::integral_constant of the operation.
+template <class F>
+decltype(auto) withArithmetic(Arithmetic op, F&& f) {
     switch (op) {
     case Arithmetic::Add:
-        if (!__builtin_add_overflow(a, b, &result))
-            return result;
-        break;
+        return f(std::integral_constant<Arithmetic, Arithmetic::Add>());
     case Arithmetic::Subtract:
-        if (!__builtin_sub_overflow(a, b, &result))
-            return result;
-        break;
+        return f(std::integral_constant<Arithmetic, Arithmetic::Subtract>());
     case Arithmetic::Multiply:
-        if (!__builtin_mul_overflow(a, b, &result))
-            return result;
-        break;
+        return f(std::integral_constant<Arithmetic, Arithmetic::Multiply>());
+    case Arithmetic::Divide:
+        return f(std::integral_constant<Arithmetic, Arithmetic::Divide>());
     default:
-        break;
+        return f(std::integral_constant<Arithmetic, Arithmetic::Power>());
     }
-    return saturate<T>(wholeArithmetic(op, a, b));
 }
-template <class T>
-[[nodiscard]] T arithmetic(Arithmetic op, T a, double b) {
-    return saturate<T>(mixedArithmetic(op, a, b, false));
-}
-template <class T>
-[[nodiscard]] T arithmetic(Arithmetic op, double a, T b) {
-    return saturate<T>(mixedArithmetic(op, b, a, true));
+template <class T, class A, class B>
+[[nodiscard]] T arithmetic(Arithmetic op, A a, B b) {
+    return withArithmetic(op, [&](auto known) { return arithmeticOf<known(), T>(a, b); });
 }
 
 /// -1, 0, 1, or 2 when unordered: exact comparison of a 64-bit integer with a double.

@@ -62,6 +62,41 @@ namespace {
     return false;
 }
 
+/// Two integer scalars of one class under + - or *: no result for other operators.
+[[nodiscard]] Value scalarIntegers(BinaryOp op, const Value& left, const Value& right) {
+    return numeric::withIntegerType(left.classID(), [&]<class T>(T) {
+        const auto of = [](const Value& v) {
+            return std::is_signed_v<T> ? static_cast<T>(v.asSigned())
+                                       : static_cast<T>(v.asUnsigned());
+        };
+        const T a = of(left);
+        const T b = of(right);
+        switch (op) {
+        case BinaryOp::Add:
+            return numeric::scalarOf<T>(numeric::arithmeticOf<numeric::Arithmetic::Add>(a, b));
+        case BinaryOp::Subtract:
+            return numeric::scalarOf<T>(numeric::arithmeticOf<numeric::Arithmetic::Subtract>(a, b));
+        case BinaryOp::Multiply:
+        case BinaryOp::TimesElement:
+            return numeric::scalarOf<T>(numeric::arithmeticOf<numeric::Arithmetic::Multiply>(a, b));
+        case BinaryOp::Equal:
+            return Value::ofLogical(a == b);
+        case BinaryOp::NotEqual:
+            return Value::ofLogical(a != b);
+        case BinaryOp::Less:
+            return Value::ofLogical(a < b);
+        case BinaryOp::LessEqual:
+            return Value::ofLogical(a <= b);
+        case BinaryOp::Greater:
+            return Value::ofLogical(a > b);
+        case BinaryOp::GreaterEqual:
+            return Value::ofLogical(a >= b);
+        default:
+            return Value();
+        }
+    });
+}
+
 [[noreturn]] void failOperand(UnaryOp op, const Value& operand) {
     fail(id::wrongType, "unary {} needs numbers, logicals or characters, not {}", spelling(op),
          className(operand));
@@ -121,6 +156,9 @@ Value binary(BinaryOp op, const Value& left, const Value& right) {
         if (scalarDoubles(op, left.asDouble(), right.asDouble(), result))
             return result;
     }
+    if (left.isInteger() && left.tag() == right.tag())
+        if (Value result = scalarIntegers(op, left, right); !result.isUnset())
+            return result;
     switch (op) {
     case BinaryOp::Add:
         return kernels::arithmetic(numeric::Arithmetic::Add, "+", left, right);

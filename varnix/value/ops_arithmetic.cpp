@@ -89,9 +89,20 @@ Value integers(Arithmetic op, const Shape& shape, const A* a, const B* b) {
     if (shape.count() == 1)
         return numeric::scalarOf<T>(numeric::arithmetic<T>(op, *a, *b));
     numeric::ArrayHolder result(newArray(numeric::classFor<T>(), shape.rows, shape.columns));
-    T* out = elements<T>(result.get());
-    for (std::size_t i = 0; i < shape.count(); ++i)
-        out[i] = numeric::arithmetic<T>(op, a[i * shape.leftStep], b[i * shape.rightStep]);
+    T* const out = elements<T>(result.get());
+    const std::size_t n = shape.count();
+    numeric::withArithmetic(op, [&](auto known) {
+        constexpr Arithmetic fixed = known();
+        if (shape.leftStep == 0)
+            for (std::size_t i = 0; i < n; ++i)
+                out[i] = numeric::arithmeticOf<fixed, T>(*a, b[i]);
+        else if (shape.rightStep == 0)
+            for (std::size_t i = 0; i < n; ++i)
+                out[i] = numeric::arithmeticOf<fixed, T>(a[i], *b);
+        else
+            for (std::size_t i = 0; i < n; ++i)
+                out[i] = numeric::arithmeticOf<fixed, T>(a[i], b[i]);
+    });
     return Value::fromArray(result.release());
 }
 

@@ -91,6 +91,8 @@ template <class T>
 template <class F>
 void withIntegers(BuiltinCall& call, F f) {
     const Arguments in(call);
+    if (in[0].tag() == Tag::Double && in[1].tag() == Tag::Double)
+        return call.give(Value::ofDouble(f(in[0].asDouble(), in[1].asDouble())));
     const hvClassID id =
         numeric::arithmeticClass(in.name(), in.numbers(0).classID(), in.numbers(1).classID());
     if (id == hvDOUBLE_CLASS) {
