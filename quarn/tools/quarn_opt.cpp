@@ -10,6 +10,7 @@
 #include <qn/serializer.hpp>
 #include <qn/text.hpp>
 #include <qn/transform.hpp>
+#include <qn/verify.hpp>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -32,6 +33,7 @@ struct Options {
     std::uint32_t generate = 0;
     bool pipeline = false;
     bool listPasses = false;
+    bool verify = true;
     bool disambiguate = false;
     bool showModes = false;
 };
@@ -127,6 +129,18 @@ std::unique_ptr<QN::Scope> readScope(const std::string& input) {
     return scope;
 }
 
+/// Whether the IR keeps all invariants; tells what it breaks.
+bool isValid(const QN::Scope& scope, const std::string& when) {
+    QN::VerifyOptions options;
+    options.unreachableBlocks = true; // transforms may leave them to control-flow
+    options.detailsPerCheck = 10;
+    const QN::Verification verification = QN::verify(scope, options);
+    for (const QN::Failure& failure : verification.failures()) {
+        std::fprintf(stderr, "quarn-opt: %s: %s\n", when.c_str(), toString(failure).c_str());
+    }
+    return verification.ok();
+}
+
 int run(const Options& options) {
     std::vector<const QN::Transform*> transforms;
     for (const std::string& name : options.passes) {
@@ -142,11 +156,20 @@ int run(const Options& options) {
     if (scope == nullptr) {
         return 1;
     }
+    if (options.verify && !isValid(*scope, "the input")) {
+        return 1;
+    }
     for (const QN::Transform* const transform : transforms) {
         onScopes(*scope, [&](QN::Scope& each) { QN::runTransformOnAll(*transform, each); });
+        if (options.verify && !isValid(*scope, "after " + std::string(transform->name))) {
+            return 1;
+        }
     }
     if (options.pipeline) {
         onScopes(*scope, [](QN::Scope& each) { QN::runPipeline(each); });
+        if (options.verify && !isValid(*scope, "after the pipeline")) {
+            return 1;
+        }
     }
     return writeOutput(options.output, printed(*scope, options)) ? 0 : 1;
 }
@@ -166,6 +189,7 @@ int main(int argc, char** argv) {
     app.add_flag("--pipeline", options.pipeline, "run the whole pipeline (after --passes)");
     app.add_option("--print", options.print, "form of the output")
         ->check(CLI::IsMember({"qnel", "text", "dot", "html", "none"}));
+    app.add_flag("!--no-verify", options.verify, "do not check the input and what transforms make");
     app.add_flag("--disambiguate", options.disambiguate, "tell equal names of variables apart");
     app.add_flag("--show-modes", options.showModes, "show rounding and overflow");
     app.add_flag("--list-passes", options.listPasses, "list the transforms and leave");
