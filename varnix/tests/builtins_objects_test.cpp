@@ -21,22 +21,22 @@ protected:
 
 TEST_F(BuiltinsOnObjects, ListsOfMembersAndClasses) {
     EXPECT_TRUE(same(evaluate("properties(h)"), cells(2, 1, {text("Name"), text("Broken")})));
-    EXPECT_TRUE(same(evaluate("properties(\"internal.samples.Left\")"),
+    EXPECT_TRUE(same(evaluate("properties(\"varnix.samples.Left\")"),
                      cells(2, 1, {text("Name"), text("Broken")})));
     EXPECT_TRUE(same(evaluate("size(methods(h))"), row({0, 1})));
-    EXPECT_TRUE(same(evaluate("classes(\"internal.samples\")"),
+    EXPECT_TRUE(same(evaluate("classes(\"varnix.samples\")"),
                      cells(3, 1,
-                           {text("internal.samples.Plain"), text("internal.samples.Left"),
-                            text("internal.samples.Right")})));
+                           {text("varnix.samples.Plain"), text("varnix.samples.Left"),
+                            text("varnix.samples.Right")})));
     EXPECT_TRUE(
         same(evaluate("superclasses(k)"), cells(1, 1, {text("varnix.mixin.Heterogeneous")})));
 }
 
 TEST_F(BuiltinsOnObjects, ClassAndDescent) {
     expectRows(std::vector<GoodRow>{
-        {"class(h)", "\"internal.samples.Plain\""},
+        {"class(h)", "\"varnix.samples.Plain\""},
         {"isobject([h, h])", "true"},
-        {"isa(k, \"internal.samples.Left\")", "true"},
+        {"isa(k, \"varnix.samples.Left\")", "true"},
         {"isa(k, \"varnix.mixin.Heterogeneous\")", "true"},
         {"isa(h, \"varnix.mixin.Heterogeneous\")", "false"},
         {"isa(h, \"no.such\")", "false"},
@@ -61,10 +61,10 @@ TEST_F(BuiltinsOnObjects, PropertiesByName) {
     EXPECT_EQ(one.name, "fresh");
     EXPECT_TRUE(same(evaluate("getproperty(h, \"Name\")"), text("fresh")));
     EXPECT_EQ(errorOfCode("x = getproperty(h, \"Nam\")"),
-              "varnix:noSuchMember: getproperty: internal.samples.Plain has no property Nam");
+              "varnix:noSuchMember: getproperty: varnix.samples.Plain has no property Nam");
     EXPECT_EQ(errorOfCode("x = getproperty([h, h], \"Name\")"),
               "varnix:wrongType: getproperty: argument 1 must be one object, not 1 by 2 "
-              "internal.samples.Plain");
+              "varnix.samples.Plain");
     EXPECT_NE(errorOfCode("setproperty(h, \"Broken\", 1)").find("varnix:readOnlyProperty"),
               std::string::npos);
     EXPECT_NE(errorOfCode("setproperty(h, \"Name\", 1)").find("varnix:wrongType"),

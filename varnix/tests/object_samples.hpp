@@ -1,5 +1,5 @@
 // Script classes for tests of values and built-ins that work on objects: a package
-// internal.samples with the classes Plain, Left and Right. Left and Right derive
+// varnix.samples with the classes Plain, Left and Right. Left and Right derive
 // varnix.mixin.Heterogeneous. Each has the properties Name (char) and Broken (reading it raises).
 #pragma once
 
@@ -111,11 +111,11 @@ public:
 
 /// A handle of a native object; the object is the test's own and must live as long.
 [[nodiscard]] inline Value handleOf(Item& item, const char* shortName) {
-    if (!objsys::COSPackage::getPackage(objsys::COSNameID("internal.samples")))
-        objsys::COSPackage::getPackage(objsys::COSNameID("internal"))
+    if (!objsys::COSPackage::getPackage(objsys::COSNameID("varnix.samples")))
+        objsys::COSPackage::getPackage(objsys::COSNameID("varnix"))
             ->addPackage(new samples::Package);
     return Value::fromArray(objsys::factory::basic::BindingRegistry::announce(
-        &item, objsys::COSNameID("internal.samples." + std::string(shortName))));
+        &item, objsys::COSNameID("varnix.samples." + std::string(shortName))));
 }
 
 } // namespace varnix::testing

@@ -24,31 +24,30 @@ TEST_F(ValueObjects, CompareByIdentity) {
     EXPECT_TRUE(isEqual(joined({a, b}), joined({a, b})));
     EXPECT_FALSE(isEqual(joined({a, b}), joined({b, a})));
     EXPECT_EQ(errorOf([&] { return binary(BinaryOp::Less, a, b); }),
-              "varnix:wrongType: < does not compare internal.samples.Plain with "
-              "internal.samples.Plain");
+              "varnix:wrongType: < does not compare varnix.samples.Plain with "
+              "varnix.samples.Plain");
     EXPECT_EQ(errorOf([&] { return binary(BinaryOp::Equal, a, number(1)); }),
-              "varnix:wrongType: == does not compare internal.samples.Plain with double");
+              "varnix:wrongType: == does not compare varnix.samples.Plain with double");
     EXPECT_EQ(errorOf([&] { return isTrue(a); }),
               "varnix:wrongType: a condition must be a number, a logical or a text, not "
-              "internal.samples.Plain");
+              "varnix.samples.Plain");
 }
 
 TEST_F(ValueObjects, JoinIntoArrays) {
     const Value both = joined({a, b});
-    EXPECT_EQ(className(both), "internal.samples.Plain");
+    EXPECT_EQ(className(both), "varnix.samples.Plain");
     EXPECT_EQ(both.columns(), 2u);
     EXPECT_EQ(joinVertically(std::vector{a, b}).rows(), 2u);
     EXPECT_TRUE(joined({a}).isHandle());
     EXPECT_TRUE(joined({empty(), a}).isHandle());
-    EXPECT_EQ(
-        errorOf([&] {
-            return joined({a, left});
-        }),
-        "varnix:wrongType: internal.samples.Plain and internal.samples.Left cannot be joined");
+    EXPECT_EQ(errorOf([&] {
+                  return joined({a, left});
+              }),
+              "varnix:wrongType: varnix.samples.Plain and varnix.samples.Left cannot be joined");
     EXPECT_EQ(errorOf([&] {
                   return joined({a, number(1)});
               }),
-              "varnix:wrongType: internal.samples.Plain and double cannot be joined");
+              "varnix:wrongType: varnix.samples.Plain and double cannot be joined");
 }
 
 TEST_F(ValueObjects, HeterogeneousArraysHaveTheCommonClass) {
@@ -56,8 +55,8 @@ TEST_F(ValueObjects, HeterogeneousArraysHaveTheCommonClass) {
     const Value right = handleOf(other, "Right");
     const Value both = joined({left, right});
     EXPECT_EQ(className(both), "varnix.mixin.Heterogeneous");
-    EXPECT_EQ(className(read(both, at({number(2)}))), "internal.samples.Right");
-    EXPECT_EQ(className(read(both, at({row({1, 1})}))), "internal.samples.Left");
+    EXPECT_EQ(className(read(both, at({number(2)}))), "varnix.samples.Right");
+    EXPECT_EQ(className(read(both, at({row({1, 1})}))), "varnix.samples.Left");
     EXPECT_EQ(className(joined({both, left})), "varnix.mixin.Heterogeneous");
     Value x = left;
     assignIndex(x, at({number(2)}), right);
@@ -73,7 +72,7 @@ TEST_F(ValueObjects, IndexGivesHandles) {
     EXPECT_TRUE(isEqual(read(a, at({number(1)})), a));
     EXPECT_TRUE(isEqual(read(a, {colon()}), a));
     EXPECT_TRUE(isEqual(read(both, at({mask({false, true})})), b));
-    EXPECT_EQ(className(read(both, at({empty()}))), "internal.samples.Plain");
+    EXPECT_EQ(className(read(both, at({empty()}))), "varnix.samples.Plain");
     EXPECT_EQ(read(both, at({empty()})).count(), 0u);
 }
 
@@ -97,14 +96,13 @@ TEST_F(ValueObjects, AssignAndGrowWithoutGaps) {
                   assignIndex(x, at({number(1)}), left);
                   return 0;
               }),
-              "varnix:wrongType: internal.samples.Left cannot stand in an array of "
-              "internal.samples.Plain");
-    EXPECT_EQ(
-        errorOf([&] {
-            assignIndex(x, at({number(1)}), number(5));
-            return 0;
-        }),
-        "varnix:wrongType: double cannot be assigned to an element of internal.samples.Plain");
+              "varnix:wrongType: varnix.samples.Left cannot stand in an array of "
+              "varnix.samples.Plain");
+    EXPECT_EQ(errorOf([&] {
+                  assignIndex(x, at({number(1)}), number(5));
+                  return 0;
+              }),
+              "varnix:wrongType: double cannot be assigned to an element of varnix.samples.Plain");
     Value y = a;
     assignIndex(y, at({number(1)}), b);
     EXPECT_TRUE(isEqual(y, b));
@@ -113,16 +111,16 @@ TEST_F(ValueObjects, AssignAndGrowWithoutGaps) {
 
 TEST_F(ValueObjects, DisplayShowsPropertiesAndSurvivesBrokenOnes) {
     one.name = "it\"s";
-    EXPECT_EQ(formatDisplay(a), "internal.samples.Plain\n"
+    EXPECT_EQ(formatDisplay(a), "varnix.samples.Plain\n"
                                 "  Name    \"it\\\"s\"\n"
                                 "  Broken  error: it is broken\n");
-    EXPECT_EQ(formatEcho("h", a), "h = internal.samples.Plain\n"
+    EXPECT_EQ(formatEcho("h", a), "h = varnix.samples.Plain\n"
                                   "  Name    \"it\\\"s\"\n"
                                   "  Broken  error: it is broken\n");
-    EXPECT_EQ(formatBrief(a), "internal.samples.Plain object");
-    EXPECT_EQ(formatBrief(joined({a, b})), "1 by 2 internal.samples.Plain");
-    EXPECT_EQ(formatDisplay(joined({a, b})), "1 by 2 internal.samples.Plain\n");
-    EXPECT_EQ(formatDisplay(cellRow({a})), "{1}: internal.samples.Plain object\n");
+    EXPECT_EQ(formatBrief(a), "varnix.samples.Plain object");
+    EXPECT_EQ(formatBrief(joined({a, b})), "1 by 2 varnix.samples.Plain");
+    EXPECT_EQ(formatDisplay(joined({a, b})), "1 by 2 varnix.samples.Plain\n");
+    EXPECT_EQ(formatDisplay(cellRow({a})), "{1}: varnix.samples.Plain object\n");
 }
 
 TEST_F(ValueObjects, DisplayOfAHandleWhoseObjectIsGone) {
@@ -131,8 +129,8 @@ TEST_F(ValueObjects, DisplayOfAHandleWhoseObjectIsGone) {
         Item shortLived;
         handle = handleOf(shortLived, "Plain");
     }
-    EXPECT_EQ(formatDisplay(handle), "invalid internal.samples.Plain object\n");
-    EXPECT_EQ(formatEcho("h", handle), "h = invalid internal.samples.Plain object\n");
+    EXPECT_EQ(formatDisplay(handle), "invalid varnix.samples.Plain object\n");
+    EXPECT_EQ(formatEcho("h", handle), "h = invalid varnix.samples.Plain object\n");
     EXPECT_TRUE(same(binary(BinaryOp::Equal, handle, handle), Value::ofLogical(true)));
 }
 
