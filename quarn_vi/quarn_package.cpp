@@ -9,6 +9,8 @@
 #include "debug/prettyprintervi.hpp"
 #include "debug/profiler.hpp"
 #include "debug/profilinginstrumentation.hpp"
+#include "debug/sanitycheckervi.hpp"
+#include "debug/sanityviolationvi.hpp"
 #include "debug/scramblervi.hpp"
 #include "debug/serializerfbtservicevi.hpp"
 #include "debug/stacktraces.hpp"
@@ -47,6 +49,8 @@ constexpr CatalogueRow rows[] = {
     {make<debug::CosDebugLogger>},
     {make<debug::CosProfilingInstrumentation>},
     {make<debug::CosNamePrinter>},
+    {make<debug::CosSanityChecker>},
+    {make<debug::CosSanityViolation>},
     {make<debug::CosMemoryAnalyzer>},
     {make<debug::CosPoolHighWaterMark>},
     {make<debug::CosCollectStatistics>},
