@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <unordered_map>
 
 namespace varnix {
@@ -74,7 +76,13 @@ void callBuiltin(const Builtin& builtin, BuiltinCall& call) {
              builtin.maxResults == 0 ? "no result" : counted(builtin.maxResults, "result"),
              call.requested);
     call.builtin = &builtin;
-    builtin.function(call);
+    try {
+        builtin.function(call);
+    } catch (const std::bad_alloc&) {
+        fail(id::outOfMemory, "{}: there is not enough memory", builtin.name);
+    } catch (const std::length_error&) {
+        fail(id::tooLarge, "{}: the result is too large", builtin.name);
+    }
 }
 
 } // namespace varnix

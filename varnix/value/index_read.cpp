@@ -1,45 +1,13 @@
 // Reading by index: x[i], x[i, j], c{i}, and what `end` stands for.
 #include "value/errors.hpp"
+#include "value/gather.hpp"
 #include "value/index.hpp"
 #include "value/positions.hpp"
-
-#include <objsys/object_array.hpp>
-
-#include <cstring>
 
 namespace varnix {
 namespace {
 
 using indexing::Positions;
-
-/// Calls f with an unsigned integer as wide as the elements.
-template <class F>
-void withWidth(std::size_t bytes, F&& f) {
-    switch (bytes) {
-    case 1:
-        return f(std::uint8_t{});
-    case 2:
-        return f(std::uint16_t{});
-    case 4:
-        return f(std::uint32_t{});
-    default:
-        return f(std::uint64_t{});
-    }
-}
-
-/// A new array like `from` (class, class of objects) of another size; elements not set.
-[[nodiscard]] numeric::ArrayHolder likeOf(const hvArray* from, std::size_t rows,
-                                          std::size_t columns) {
-    numeric::ArrayHolder result(newArray(from->classID, rows, columns));
-    result->objectClass = from->objectClass;
-    return result;
-}
-
-[[nodiscard]] Value finish(numeric::ArrayHolder result, const hvArray* from) {
-    if ((from->flags & hvArray::Heterogeneous) != 0)
-        omSetClassOfHeterogeneousArray(result.get());
-    return Value::fromArray(result.release());
-}
 
 /// The size of x[p]: a vector keeps its direction under a vector of indices.
 [[nodiscard]] std::pair<std::size_t, std::size_t> linearShape(const Value& x, const Index& index,
@@ -54,33 +22,19 @@ void withWidth(std::size_t bytes, F&& f) {
     return {p.rows, p.columns};
 }
 
-Value readLinear(const Value& x, const hvArray* from, const Index& index) {
-    const Positions p = indexing::resolveInside(index, from->count(), "elements");
+Value readLinear(const Value& x, const Index& index) {
+    const Positions p = indexing::resolveInside(index, x.count(), "elements");
     const auto [rows, columns] = linearShape(x, index, p);
-    numeric::ArrayHolder result = likeOf(from, rows, columns);
-    withWidth(elementSize(from->classID), [&]<class T>(T) {
-        const T* in = elements<T>(from);
-        T* out = elements<T>(result.get());
-        for (std::size_t i = 0; i < p.count; ++i)
-            out[i] = in[p.at(i)];
-    });
-    indexing::retainElements(result.get(), 0, p.count);
-    return finish(std::move(result), from);
+    const std::size_t m = rows;
+    return gather(x, rows, columns, [&](std::size_t i, std::size_t j) { return p.at(i + j * m); });
 }
 
-Value readMatrix(const hvArray* from, std::span<const Index> indices) {
-    const Positions r = indexing::resolveInside(indices[0], from->rows, "rows");
-    const Positions c = indexing::resolveInside(indices[1], from->columns, "columns");
-    numeric::ArrayHolder result = likeOf(from, r.count, c.count);
-    withWidth(elementSize(from->classID), [&]<class T>(T) {
-        const T* in = elements<T>(from);
-        T* out = elements<T>(result.get());
-        for (std::size_t j = 0; j < c.count; ++j)
-            for (std::size_t i = 0; i < r.count; ++i)
-                *out++ = in[r.at(i) + c.at(j) * from->rows];
-    });
-    indexing::retainElements(result.get(), 0, r.count * c.count);
-    return finish(std::move(result), from);
+Value readMatrix(const Value& x, std::span<const Index> indices) {
+    const std::size_t m = x.rows();
+    const Positions r = indexing::resolveInside(indices[0], m, "rows");
+    const Positions c = indexing::resolveInside(indices[1], x.columns(), "columns");
+    return gather(x, r.count, c.count,
+                  [&](std::size_t i, std::size_t j) { return r.at(i) + c.at(j) * m; });
 }
 
 /// Structs and functions stand alone: only the index 1 reads them.
@@ -114,9 +68,7 @@ Value indexValue(const Value& x, std::span<const Index> indices) {
         fail(id::wrongType, "there is no value to take an index of");
     if (x.isStruct() || x.isFunction())
         return readSingle(x, indices);
-    const numeric::ArrayHolder from(x.toArray());
-    return indices.size() == 1 ? readLinear(x, from.get(), indices[0])
-                               : readMatrix(from.get(), indices);
+    return indices.size() == 1 ? readLinear(x, indices[0]) : readMatrix(x, indices);
 }
 
 Value indexCell(const Value& x, std::span<const Index> indices) {

@@ -2,7 +2,7 @@
 #include "lang/builtins/arguments.hpp"
 #include "lang/builtins/families.hpp"
 #include "value/format.hpp"
-#include "value/index.hpp"
+#include "value/gather.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -158,28 +158,6 @@ void reshape(BuiltinCall& call) {
     call.give(Value::fromArray(result.release()));
 }
 
-/// x with the places of its elements chosen by linear indices, in a new shape.
-[[nodiscard]] Value picked(const Value& x, std::size_t m, std::size_t n, const Value& places) {
-    const Index index{false, places};
-    Value result = indexValue(x, {&index, 1});
-    if (result.tag() != Tag::Array || (result.rows() == m && result.columns() == n))
-        return result;
-    hvArray* array = result.unshare();
-    array->rows = m;
-    array->columns = n;
-    return result;
-}
-
-template <class F>
-[[nodiscard]] Value placesOf(std::size_t m, std::size_t n, F&& placeFrom1) {
-    numeric::ArrayHolder result(newArray(hvDOUBLE_CLASS, m, n));
-    double* out = elements<double>(result.get());
-    for (std::size_t j = 0; j < n; ++j)
-        for (std::size_t i = 0; i < m; ++i)
-            *out++ = static_cast<double>(placeFrom1(i, j) + 1);
-    return Value::fromArray(result.release());
-}
-
 void requireArray(const Arguments& in, std::size_t i) {
     if (in[i].isStruct() || in[i].isFunction())
         in.wrongType(i, "an array");
@@ -198,8 +176,7 @@ void transpose(BuiltinCall& call) {
         std::swap(result->rows, result->columns);
         return call.give(Value::fromArray(result.release()));
     }
-    call.give(
-        picked(x, n, m, placesOf(n, m, [m](std::size_t i, std::size_t j) { return j + i * m; })));
+    call.give(gather(x, n, m, [m](std::size_t i, std::size_t j) { return j + i * m; }));
 }
 
 void repmat(BuiltinCall& call) {
@@ -213,11 +190,10 @@ void repmat(BuiltinCall& call) {
     const std::size_t c = x.columns();
     std::size_t newRows = 0;
     std::size_t newColumns = 0;
-    if (__builtin_mul_overflow(r, m, &newRows) || __builtin_mul_overflow(c, n, &newColumns) ||
-        (newColumns != 0 && newRows > maxArrayBytes / 8 / newColumns))
+    if (__builtin_mul_overflow(r, m, &newRows) || __builtin_mul_overflow(c, n, &newColumns))
         in.failWith(id::tooLarge, "the result is too large");
-    const auto place = [r, c](std::size_t i, std::size_t j) { return i % r + j % c * r; };
-    call.give(picked(x, newRows, newColumns, placesOf(newRows, newColumns, place)));
+    call.give(gather(x, newRows, newColumns,
+                     [r, c](std::size_t i, std::size_t j) { return i % r + j % c * r; }));
 }
 
 void flip(BuiltinCall& call) {
@@ -229,9 +205,9 @@ void flip(BuiltinCall& call) {
     if (x.count() <= 1)
         return call.give(x);
     const bool alongRows = in.has(1) ? in.whole(1, 1, 2) == 1 : m != 1;
-    call.give(picked(x, m, n, placesOf(m, n, [&](std::size_t i, std::size_t j) {
-                         return alongRows ? m - 1 - i + j * m : i + (n - 1 - j) * m;
-                     })));
+    call.give(gather(x, m, n, [&](std::size_t i, std::size_t j) {
+        return alongRows ? m - 1 - i + j * m : i + (n - 1 - j) * m;
+    }));
 }
 
 void diagonal(BuiltinCall& call) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numeric>
 
 namespace varnix::builtins {
@@ -92,6 +93,30 @@ template <class T>
     return indexValue(x, {&index, 1});
 }
 
+/// The elements of each line in order, where nobody asks for their places.
+[[nodiscard]] Value sortedElements(const Value& x, bool descending) {
+    if (x.count() <= 1)
+        return x;
+    const std::size_t length = x.rows() == 1 ? x.columns() : x.rows();
+    Value result = x;
+    hvArray* const array = result.unshare();
+    const std::size_t n = array->count();
+    numeric::withElementType(array->classID, [&]<class T>(T) {
+        T* const items = elements<T>(array);
+        for (std::size_t k = 0; k < n; k += length) {
+            T* end = items + k + length;
+            if constexpr (std::is_same_v<T, double>)
+                end =
+                    std::stable_partition(items + k, end, [](double d) { return !std::isnan(d); });
+            if (descending)
+                std::stable_sort(items + k, end, std::greater<T>());
+            else
+                std::stable_sort(items + k, end);
+        }
+    });
+    return result;
+}
+
 void sort(BuiltinCall& call) {
     const Arguments in(call);
     const Value& x = in[0];
@@ -105,6 +130,8 @@ void sort(BuiltinCall& call) {
             call.give(order);
         return;
     }
+    if (call.requested < 2)
+        return call.give(sortedElements(in.numbers(0), descending));
     const View view(in.numbers(0));
     // A row is one line; else each column is.
     const std::size_t length = view.rows() == 1 ? view.columns() : view.rows();
