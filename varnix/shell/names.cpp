@@ -75,7 +75,9 @@ std::vector<std::string> nearestNames(std::string_view name, const std::vector<s
     if (name.empty() || name.size() > longest)
         return {};
     const std::string wanted = lowered(name);
-    const std::size_t allowed = wanted.size() <= 2 ? 1 : 1 + wanted.size() / 5;
+    // What stands before the last dot is rarely mistyped, so it buys no further letters.
+    const std::size_t counted = lastPart(wanted).size();
+    const std::size_t allowed = counted <= 2 ? 1 : 1 + counted / 5;
     std::vector<std::pair<std::size_t, const std::string*>> found;
     for (const std::string& candidate : known) {
         if (candidate.size() > longest)

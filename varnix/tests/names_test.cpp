@@ -36,6 +36,7 @@ TEST(NearestNames, AShortNameFindsTheFullOne) {
 
 TEST(NearestNames, OffersNothingForWhatIsFarFromEverything) {
     EXPECT_THAT(nearestNames("banana", known, 3), IsEmpty());
+    EXPECT_THAT(nearestNames("area.Printer", known, 3), IsEmpty());
     EXPECT_THAT(nearestNames("", known, 3), IsEmpty());
     EXPECT_THAT(nearestNames(std::string(100000, 'x'), known, 3), IsEmpty());
 }
