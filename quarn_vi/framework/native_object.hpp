@@ -31,7 +31,7 @@ public:
     }
 
 private:
-    Class* cast(full::Wrappable* object) const {
+    [[gnu::noinline]] Class* cast(full::Wrappable* object) const {
         auto* const result = dynamic_cast<Class*>(object);
         if (result) {
             lastType_ = &typeid(*object);

@@ -11,7 +11,7 @@
 namespace objsys {
 
 COSInterface::COSInterface(COSClass* cls)
-    : self_{1, hvOBJECT_CLASS, hvArray::Handle, 0, 1, 1, &selfPointer_, cls}, selfPointer_(this) {
+    : self_{1, hvOBJECT_CLASS, hvArray::Handle, 0, cls, 1, 1, &selfPointer_}, selfPointer_(this) {
     next_ = cls->firstInstance_;
     if (next_)
         next_->previous_ = this;

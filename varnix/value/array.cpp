@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <ranges>
 #include <span>
 
 namespace varnix {
@@ -57,7 +58,10 @@ void releaseElements(hvArray* array) noexcept {
             hvDestroyArray(cell);
         break;
     case hvOBJECT_CLASS:
-        for (objsys::COSInterface* const element : std::span(array->objects(), array->count()))
+        // Backwards: the instances at the end were touched last and are still in the cache, and the
+        // ones at the start are where the next row of the same objects begins.
+        for (objsys::COSInterface* const element :
+             std::span(array->objects(), array->count()) | std::views::reverse)
             if (element && --element->handle()->refs == 0)
                 objsys::InstanceAccess::handleReleased(element->handle());
         break;

@@ -40,7 +40,7 @@ inline constexpr std::size_t headerBytes = (sizeof(hvArray) + 15) / 16 * 16;
                                         std::size_t bytes) {
     void* const memory = heap::take(headerBytes + bytes);
     return new (memory)
-        hvArray{1, id, 0, 0, rows, columns, static_cast<char*>(memory) + headerBytes, nullptr};
+        hvArray{1, id, 0, 0, nullptr, rows, columns, static_cast<char*>(memory) + headerBytes};
 }
 
 /// A new 1 by N text with one reference, its characters not yet set. Raises "varnix:tooLarge".

@@ -30,13 +30,14 @@ struct hvArray {
     hvClassID classID;
     std::uint8_t flags;
     std::uint16_t reserved;
+    /// Object arrays: the class of the array as a whole. Others: null. Beside the references, so
+    /// that a walk over many handles touches one cache line of each.
+    objsys::COSClass* objectClass;
     std::size_t rows;
     std::size_t columns;
     /// Numeric, logical, char: the elements. Cell: hvArray*[]. Object: COSInterface*[].
     /// Struct and function: the host's own record.
     void* data;
-    /// Object arrays: the class of the array as a whole. Others: null.
-    objsys::COSClass* objectClass;
 
     [[nodiscard]] std::size_t count() const { return rows * columns; }
     [[nodiscard]] bool isHandle() const { return (flags & Handle) != 0; }
