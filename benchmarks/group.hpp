@@ -31,6 +31,7 @@ struct Row {
 struct Group {
     std::vector<std::string> subjects;
     std::vector<Row> rows;
+    Clock clock = Clock::processor;
 };
 
 /// What the catalogue knows of a group without building it (building starts interpreters).

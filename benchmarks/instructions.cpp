@@ -1,16 +1,16 @@
 // Running under callgrind and reading its profiles; see instructions.hpp.
 #include "instructions.hpp"
 
+#include "process.hpp"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <spawn.h>
 #include <stdexcept>
 #include <string_view>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <unordered_map>
 #include <valgrind/callgrind.h>
@@ -23,13 +23,31 @@ constexpr std::size_t warmUp = 3;
 
 /// Functions that are a memory allocator's door, by the start of their name as callgrind writes it.
 /// What they call counts as theirs.
-constexpr std::array<std::string_view, 18> allocators = {
-    "malloc",          "calloc",          "realloc",          "free",
-    "operator new",    "operator delete", "posix_memalign",   "aligned_alloc",
-    "PyObject_Malloc", "PyObject_Calloc", "PyObject_Realloc", "PyObject_Free",
-    "PyMem_Malloc",    "PyMem_Calloc",    "PyMem_Realloc",    "PyMem_Free",
-    "PyMem_RawMalloc", "PyMem_RawFree",
+constexpr std::array<std::string_view, 19> allocators = {
+    "malloc",
+    "calloc",
+    "realloc",
+    "free",
+    "operator new",
+    "operator delete",
+    "posix_memalign",
+    "aligned_alloc",
+    "PyObject_Malloc",
+    "PyObject_Calloc",
+    "PyObject_Realloc",
+    "PyObject_Free",
+    "PyMem_Malloc",
+    "PyMem_Calloc",
+    "PyMem_Realloc",
+    "PyMem_Free",
+    "PyMem_RawMalloc",
+    "PyMem_RawFree",
+    "varnix::heap::detail::takeSlow",
 };
+
+/// The source of the host's allocator, whose short functions the compiler puts into their callers;
+/// line information tells their instructions apart.
+constexpr std::string_view allocatorSource = "value/small_heap.hpp";
 
 bool isAllocator(std::string_view function) {
     return std::any_of(allocators.begin(), allocators.end(), [&](std::string_view name) {
@@ -81,10 +99,16 @@ struct Call {
     double inclusive = 0;
 };
 
+/// What lines of an allocator's own source took that the compiler put into other functions.
+struct InlinedCost {
+    std::string function;
+    double self = 0;
+};
+
 /// What the calls of allocators take that come from outside of them. An allocator may call another
 /// one through helpers of its own, which must not count twice; such a helper is a function that
 /// only allocators and such helpers call.
-double allocatorCost(const std::vector<Call>& calls) {
+double allocatorCost(const std::vector<Call>& calls, const std::vector<InlinedCost>& inlined) {
     std::unordered_map<std::string, bool>
         inside; // assumed for all that are called, until disproved
     for (const Call& call : calls) {
@@ -107,7 +131,17 @@ double allocatorCost(const std::vector<Call>& calls) {
             cost += call.inclusive;
         }
     }
+    for (const InlinedCost& part : inlined) {
+        if (!inside[part.function] && !isAllocator(part.function)) {
+            cost += part.self;
+        }
+    }
     return cost;
+}
+
+/// Whether a line says what a source line of the current function took: "+3 17", "* 4", "120 9".
+bool isCostLine(std::string_view line) {
+    return !line.empty() && std::string_view("+-*0123456789").find(line.front()) != line.npos;
 }
 
 std::string labelOf(std::string_view subject, std::string_view operation, std::size_t count) {
@@ -142,22 +176,6 @@ private:
     std::filesystem::path path_;
 };
 
-/// Runs a program and waits for it. Gives its exit status, or 127 when it cannot be started.
-int runProgram(const std::vector<std::string>& command) {
-    std::vector<char*> arguments;
-    for (const std::string& argument : command) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
-    pid_t child = 0;
-    if (posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0) {
-        return 127;
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 } // namespace
 
 ProfileCost readProfile(const std::filesystem::path& file) {
@@ -168,7 +186,10 @@ ProfileCost readProfile(const std::filesystem::path& file) {
     constexpr std::string_view triggered = "desc: Trigger: Client Request: ";
     ProfileCost cost;
     Names functions;
+    Names files;
     std::vector<Call> calls;
+    std::vector<InlinedCost> inlined;
+    bool inAllocatorSource = false;
     Call call;
     bool nextIsCall = false; // the next cost line is what a call took
     bool known = false;
@@ -181,6 +202,10 @@ ProfileCost readProfile(const std::filesystem::path& file) {
             cost.label = line.substr(triggered.size());
         } else if (line.starts_with("fn=")) {
             call.caller = functions.resolve(line.substr(3));
+        } else if (line.starts_with("fl=") || line.starts_with("fi=") || line.starts_with("fe=")) {
+            inAllocatorSource = files.resolve(line.substr(3)).ends_with(allocatorSource);
+        } else if (line.starts_with("cfi=") || line.starts_with("cfl=")) {
+            files.resolve(line.substr(4));
         } else if (line.starts_with("cfn=")) {
             call.callee = functions.resolve(line.substr(4));
         } else if (line.starts_with("calls=")) {
@@ -191,12 +216,14 @@ ProfileCost readProfile(const std::filesystem::path& file) {
             call.inclusive = lastNumber(line);
             calls.push_back(call);
             nextIsCall = false;
+        } else if (inAllocatorSource && isCostLine(line)) {
+            inlined.push_back({call.caller, lastNumber(line)});
         }
     }
     if (!known) {
         throw std::runtime_error("not a profile of instruction counts: " + file.string());
     }
-    cost.allocator = allocatorCost(calls);
+    cost.allocator = allocatorCost(calls, inlined);
     return cost;
 }
 

@@ -113,11 +113,13 @@ const GroupEntry& find(const std::string& name) {
     return *found;
 }
 
-Table measure(const GroupEntry& entry, const Effort& effort) {
+Table measure(const GroupEntry& entry, Effort effort) {
     const Group group = entry.build();
+    effort.clock = group.clock;
     Table table;
     table.title = entry.name + ": " + entry.title;
-    table.legend = "median (minimum) of " + std::to_string(effort.samples) +
+    table.legend = std::string(group.clock == Clock::wall ? "wall" : "processor") +
+                   " time, median (minimum) of " + std::to_string(effort.samples) +
                    " interleaved samples; ratio: the subject's median to the first column's";
     table.isTime = true;
     table.subjects = group.subjects;

@@ -3,26 +3,31 @@
 
 #include <algorithm>
 #include <cassert>
-#include <chrono>
 #include <cmath>
+#include <ctime>
 
 namespace bench {
 namespace {
 
-double nanosecondsOf(Loop& loop, std::size_t count) {
-    using Clock = std::chrono::steady_clock;
-    const auto begin = Clock::now();
+double now(Clock clock) {
+    timespec time{};
+    clock_gettime(clock == Clock::wall ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+double nanosecondsOf(Loop& loop, std::size_t count, Clock clock) {
+    const double begin = now(clock);
     loop(count);
-    const auto end = Clock::now();
-    return std::chrono::duration<double, std::nano>(end - begin).count();
+    return now(clock) - begin;
 }
 
 /// Finds how many operations fill a batch: grows the count until a run takes a tenth of the wanted
 /// time, where the clock's own cost no longer matters, and scales from there.
-std::size_t findBatch(Loop& loop, double wantedNanoseconds) {
+std::size_t findBatch(Loop& loop, const Effort& effort) {
+    const double wantedNanoseconds = effort.batchNanoseconds;
     std::size_t count = 1;
     while (true) {
-        const double taken = nanosecondsOf(loop, count);
+        const double taken = nanosecondsOf(loop, count, effort.clock);
         if (taken >= wantedNanoseconds) {
             return count;
         }
@@ -47,7 +52,7 @@ std::vector<Timing> measureInterleaved(std::span<Loop> loops, const Effort& effo
     std::vector<std::size_t> batches(loops.size(), 0);
     for (std::size_t i = 0; i < loops.size(); ++i) {
         if (loops[i]) {
-            batches[i] = findBatch(loops[i], effort.batchNanoseconds);
+            batches[i] = findBatch(loops[i], effort);
         }
     }
 
@@ -56,7 +61,7 @@ std::vector<Timing> measureInterleaved(std::span<Loop> loops, const Effort& effo
         for (std::size_t turn = 0; turn < loops.size(); ++turn) {
             const std::size_t i = (round + turn) % loops.size();
             if (loops[i]) {
-                samples[i].push_back(nanosecondsOf(loops[i], batches[i]) /
+                samples[i].push_back(nanosecondsOf(loops[i], batches[i], effort.clock) /
                                      static_cast<double>(batches[i]));
             }
         }

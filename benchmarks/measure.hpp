@@ -20,12 +20,14 @@ namespace bench {
 using Loop = std::function<void(std::size_t count)>;
 
 /// Makes a Loop of a body that performs the operation once. The two or three instructions of the
-/// counting loop stay in the result, for every subject alike.
+/// counting loop stay in the result, for every subject alike. Each batch works on a copy of the
+/// body of its own, so that what the body holds can stay in registers.
 template <class Body>
 Loop repeat(Body body) {
-    return [body = std::move(body)](std::size_t count) mutable {
+    return [body = std::move(body)](std::size_t count) {
+        Body local = body;
         for (; count != 0; --count) {
-            body();
+            local();
         }
     };
 }
@@ -36,8 +38,15 @@ inline void keep(const T& value) {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
+/// What time is measured.
+enum class Clock {
+    processor, ///< what this process used: other programs on the machine do not count
+    wall,      ///< what passed: for work that other processes do
+};
+
 /// How much to measure.
 struct Effort {
+    Clock clock = Clock::processor;
     std::size_t samples = 15;        ///< batches timed of every loop; at least 7
     double batchNanoseconds = 2.0e6; ///< a batch is made long enough to take about this
 };

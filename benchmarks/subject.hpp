@@ -23,7 +23,8 @@ enum class Operation {
     getUint64,
     setUint64,
     getString,
-    setString,
+    setString,    ///< a value made before
+    setNewString, ///< the value is made of characters each time
     getStrings,
     getObject,
     voidCall,
@@ -34,14 +35,15 @@ enum class Operation {
     emptyLoop, ///< from a script only: what a turn of the loop costs
 };
 
-/// An operation, the name of its row, and the name of the script function that loops over it.
+/// An operation, the name of its row, and the name of the script function that loops over it; null
+/// when a script has no such operation.
 struct OperationName {
     Operation operation;
     const char* row;
     const char* function;
 };
 
-inline constexpr std::array<OperationName, 16> operations = {{
+inline constexpr std::array<OperationName, 17> operations = {{
     {Operation::emptyLoop, "empty turn of the loop", "empty_turn"},
     {Operation::getBool, "get bool", "get_bool"},
     {Operation::setBool, "set bool", "set_bool"},
@@ -51,6 +53,7 @@ inline constexpr std::array<OperationName, 16> operations = {{
     {Operation::setUint64, "set uint64", "set_uint64"},
     {Operation::getString, "get short string", "get_string"},
     {Operation::setString, "set short string", "set_string"},
+    {Operation::setNewString, "make and set short string", nullptr},
     {Operation::getStrings, "list of 10 strings", "get_strings"},
     {Operation::getObject, "live object", "get_object"},
     {Operation::voidCall, "void call", "void_call"},
@@ -60,7 +63,7 @@ inline constexpr std::array<OperationName, 16> operations = {{
     {Operation::getObjects100000, "100,000 live objects", "get_objects"},
 }};
 
-/// The name of the script function that loops over `operation`.
+/// The name of the script function that loops over `operation`, or null.
 const char* scriptFunction(Operation operation);
 
 /// How many live objects the Statistics object of this operation has: none for most.
@@ -91,6 +94,9 @@ public:
     /// The operation, from a loop of the subject's own language; one turn is one operation.
     virtual Loop fromScript(Operation operation) = 0;
 };
+
+/// Our side: the host with a class declared by the module's framework.
+std::unique_ptr<Subject> makeVarnix();
 
 /// The peers. The two CPython ones and pybind11 share one interpreter.
 std::unique_ptr<Subject> makeCPython();         ///< hand-written type, reached by interned names

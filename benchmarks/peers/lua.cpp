@@ -310,10 +310,11 @@ private:
     LuaObject objectFor(Operation operation) const;
     std::shared_ptr<LuaRef> loopFunction(const char* name) const;
 
-    /// A loop whose body finds the object at index 1 and `second` (a name, a method) at index 2,
-    /// and leaves the stack as it was.
+    /// A loop whose body finds the object at index 1, `second` (a name, a method) at index 2 and
+    /// `third`, if there is one, at index 3, and leaves the stack as it was.
     template <class Body>
-    Loop loop(Operation operation, std::shared_ptr<LuaRef> second, Body body) const;
+    Loop loop(Operation operation, std::shared_ptr<LuaRef> second, Body body,
+              std::shared_ptr<LuaRef> third = nullptr) const;
 
     Binding binding_; // outlives the state, whose closing collects the userdata
     std::shared_ptr<lua_State> lua_;
@@ -442,11 +443,15 @@ Loop Lua::fromScript(Operation operation) {
 }
 
 template <class Body>
-Loop Lua::loop(Operation operation, std::shared_ptr<LuaRef> second, Body body) const {
-    return [lua = lua_, object = objectFor(operation), second, body](std::size_t count) {
+Loop Lua::loop(Operation operation, std::shared_ptr<LuaRef> second, Body body,
+               std::shared_ptr<LuaRef> third) const {
+    return [lua = lua_, object = objectFor(operation), second, third, body](std::size_t count) {
         lua_State* const state = lua.get();
         object.handle->push();
         second->push();
+        if (third) {
+            third->push();
+        }
         for (; count != 0; --count) {
             body(state);
         }
@@ -464,13 +469,16 @@ Loop Lua::fromNative(Operation operation) {
             lua_pop(state, 1);
         });
     };
-    const auto set = [&](const char* name, auto push) {
+    const auto set = [&](const char* name, auto push, std::shared_ptr<LuaRef> third = nullptr) {
         lua_pushstring(lua(), name);
-        return loop(operation, pop(), [push](lua_State* state) {
-            lua_pushvalue(state, 2);
-            push(state);
-            lua_settable(state, 1);
-        });
+        return loop(
+            operation, pop(),
+            [push](lua_State* state) {
+                lua_pushvalue(state, 2);
+                push(state);
+                lua_settable(state, 1);
+            },
+            third);
     };
     const auto call = [&](const char* name, int results, auto use) {
         members_->push();
@@ -509,6 +517,10 @@ Loop Lua::fromNative(Operation operation) {
     case Operation::getString:
         return get("OutputFormat", useText);
     case Operation::setString:
+        pushText(lua(), formatValue); // index 3 of the loop's stack
+        return set(
+            "OutputFormat", [](lua_State* state) { lua_pushvalue(state, 3); }, pop());
+    case Operation::setNewString:
         return set("OutputFormat", [](lua_State* state) { pushText(state, formatValue); });
     case Operation::getStrings:
         return get("Fields", useTable);

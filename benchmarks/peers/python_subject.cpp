@@ -229,6 +229,10 @@ Loop PythonSubject::loopThrough(Operation operation) {
             Py_DECREF(value);
         });
     };
+    const auto makeText = [] {
+        return PyUnicode_FromStringAndSize(formatValue.data(),
+                                           static_cast<Py_ssize_t>(formatValue.size()));
+    };
     const auto useText = [](PyObject* value) {
         Py_ssize_t size = 0;
         keep(PyUnicode_AsUTF8AndSize(value, &size));
@@ -253,10 +257,10 @@ Loop PythonSubject::loopThrough(Operation operation) {
     case Operation::getString:
         return get(names.outputFormat, useText);
     case Operation::setString:
-        return set(names.outputFormat, [] {
-            return PyUnicode_FromStringAndSize(formatValue.data(),
-                                               static_cast<Py_ssize_t>(formatValue.size()));
-        });
+        return set(names.outputFormat,
+                   [text = PyRef::take(checked(makeText()))] { return Py_NewRef(text.get()); });
+    case Operation::setNewString:
+        return set(names.outputFormat, makeText);
     case Operation::getStrings:
         return get(names.fields, useList);
     case Operation::getObject:

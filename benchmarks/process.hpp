@@ -1,0 +1,13 @@
+// Starting other programs. Why it exists: callgrind and the start-up rows both run children.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Runs a program (found in PATH when its name has no slash) and waits for it. Gives its exit
+/// status, 128 plus the number of the signal that ended it, or 127 when it cannot be started.
+int runProgram(const std::vector<std::string>& command);
+
+} // namespace bench
