@@ -54,6 +54,8 @@ function(house_tests name label)
   endif()
   add_executable(${name} ${sources})
   own_code(${name})
+  # Tests run for milliseconds and compile for minutes: optimizing them costs more than it gains.
+  target_compile_options(${name} PRIVATE -O0)
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest GTest::gmock GTest::gtest_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
