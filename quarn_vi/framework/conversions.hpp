@@ -14,7 +14,6 @@
 
 #include <concepts>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -69,6 +68,11 @@ struct ArrayRelease {
 };
 using ArrayHolder = std::unique_ptr<hvArray, ArrayRelease>;
 
+/// Releases a text that the host made, also when an error passes through.
+struct TextRelease {
+    void operator()(char* text) const { hvFree(text); }
+};
+
 template <>
 struct HostType<std::string> {
     static COSNameID name() {
@@ -81,12 +85,8 @@ struct HostType<std::string> {
     }
     /// The host has checked that the value is a character array.
     static std::string unpack(const COSValue& value) {
-        // What hvArray2String gives, up to its first NUL, read in place: a text in between would
-        // be written and read back at once, which stalls the processor.
-        const auto* const characters = static_cast<const char*>(hvGetData(value.asArray()));
-        const std::size_t length = hvGetNumberOfElements(value.asArray());
-        const void* const end = length == 0 ? nullptr : std::memchr(characters, '\0', length);
-        return std::string(characters, end ? static_cast<const char*>(end) : characters + length);
+        const std::unique_ptr<char, TextRelease> text(hvArray2String(value.asArray()));
+        return std::string(text.get());
     }
 };
 
