@@ -506,13 +506,26 @@ doSetMember : {
     const MemberSite& site = code->members[ip->c];
     if (base.isHandle() && site.property != nullptr && base.array()->objectClass == site.cls)
         [[likely]] {
-        // A logical for a logical, a double for a double: nothing to convert.
-        const ValueKind wanted = site.property->dataType.kind();
+        // A logical for a logical, a double for a double or for an integer that it holds, a text
+        // for a text: nothing to check beyond that.
+        const objsys::COSProperty& property = *site.property;
+        const ValueKind wanted = property.dataType.kind();
+        std::uint64_t payload = value.asUnsigned();
         if ((value.tag() == Tag::Logical && wanted == ValueKind::Logical) ||
-            (value.tag() == Tag::Double && wanted == ValueKind::Double)) [[likely]] {
+            (value.tag() == Tag::Double &&
+             (wanted == ValueKind::Double || toIntegerPayload(value.asDouble(), wanted, payload))))
+            [[likely]] {
             SAVE();
-            site.property->set(COSInterface::ofHandle(base.array()),
-                               COSValue(value.asUnsigned(), site.property->dataType));
+            property.set(COSInterface::ofHandle(base.array()),
+                         COSValue(payload, property.dataType));
+            NEXT();
+        }
+        if (wanted == ValueKind::Char && value.tag() == Tag::Array && value.isTextRow()) {
+            SAVE();
+            const Value text = value; // a reference of its own
+            property.set(COSInterface::ofHandle(base.array()),
+                         COSValue::ofArray(text.array(), property.dataType));
+            clearTemporary(*frame, ip->b);
             NEXT();
         }
     }

@@ -41,11 +41,12 @@ bool integral(const Value& value, T& result) {
     case Tag::Double: {
         const double d = value.asDouble();
         // The first double above the range: exact also where the largest T is not a double.
-        const double above = std::ldexp(1.0, Limits::digits);
-        if (!(d >= static_cast<double>(Limits::min()) && d < above) || d != std::trunc(d))
+        constexpr double above =
+            2.0 * static_cast<double>(std::uint64_t{1} << (Limits::digits - 1));
+        if (!(d >= static_cast<double>(Limits::min()) && d < above))
             return false;
         result = static_cast<T>(d);
-        return true;
+        return static_cast<double>(result) == d;
     }
     case Tag::Logical:
     case Tag::UInt8:

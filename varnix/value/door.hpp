@@ -7,6 +7,9 @@
 #include <objsys/name_id.hpp>
 #include <objsys/value.hpp>
 
+#include <cstdint>
+#include <utility>
+
 namespace varnix {
 
 /// Where a value is going, for messages; cheap to make, spelled out only in an error.
@@ -31,6 +34,31 @@ struct DoorPlace {
 /// `box`.
 [[nodiscard]] objsys::COSValue toDoor(const Value& value, objsys::COSNameID declared,
                                       const DoorPlace& place, Value& box);
+
+/// What most assignments to integer properties need, in a few instructions: the payload for an
+/// integer type of a double that holds a value of that type. False: toDoor must decide.
+[[nodiscard]] inline bool toIntegerPayload(double value, objsys::ValueKind declared,
+                                           std::uint64_t& payload) {
+    constexpr double exact = 9007199254740992.0; // below it every integral double is exact
+    if (!(value > -exact && value < exact))
+        return false;
+    const auto whole = static_cast<std::int64_t>(value);
+    if (static_cast<double>(whole) != value)
+        return false;
+    payload = static_cast<std::uint64_t>(whole);
+    switch (declared) {
+    case objsys::ValueKind::Int32:
+        return std::in_range<std::int32_t>(whole);
+    case objsys::ValueKind::UInt32:
+        return std::in_range<std::uint32_t>(whole);
+    case objsys::ValueKind::Int64:
+        return true;
+    case objsys::ValueKind::UInt64:
+        return whole >= 0;
+    default:
+        return false;
+    }
+}
 
 /// A typed value that came through the door, as a script value. Takes over the reference that an
 /// array in it carries. "void" gives Unset.
