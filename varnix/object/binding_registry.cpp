@@ -52,15 +52,16 @@ void BindingRegistry::announceElement(hvArray* row, std::size_t index, full::Wra
 void BindingRegistry::announceForConstructor(full::Wrappable* object, COSNameID className,
                                              hvArray* instance, bool) {
     COSInterface* const target = omGetArrayElement(instance, 0);
+    if (object && target && !target->native_ && !object->instance_) [[likely]] {
+        target->native_ = object;
+        object->instance_ = target;
+        return;
+    }
     if (!object || !target)
         varnix::fail(varnix::id::nullSelf, "the constructor of {} made no object", className.str());
-    if (target->native_ == object)
-        return;
-    if (target->native_ || object->instance_)
+    if (target->native_ != object)
         varnix::fail("varnix:alreadyBound", "the object or its handle is bound already ({})",
                      className.str());
-    target->native_ = object;
-    object->instance_ = target;
 }
 
 void BindingRegistry::retract(full::Wrappable* object) noexcept {

@@ -47,14 +47,20 @@ hvArray* hvCreateLogicalScalar(bool value) {
     return array;
 }
 
-hvArray* hvCreateString(const char* text) {
-    return hvCreateStringN(text, text ? std::strlen(text) : 0);
-}
-
-hvArray* hvCreateStringN(const char* text, std::size_t length) {
+namespace {
+inline hvArray* makeText(const char* text, std::size_t length) {
     hvArray* const array = varnix::newText(length);
     copyText(varnix::elements<char>(array), text, length);
     return array;
+}
+} // namespace
+
+hvArray* hvCreateString(const char* text) {
+    return makeText(text, text ? std::strlen(text) : 0);
+}
+
+hvArray* hvCreateStringN(const char* text, std::size_t length) {
+    return makeText(text, length);
 }
 
 namespace {
