@@ -4,9 +4,12 @@
 // Descriptions come from the host's class allocators, accessors and properties from the nothrow
 // form of operator new. This program puts its own in their place, which fail when they are told to.
 
+#include "debug/collectstatistics.hpp"
 #include "quarn_package.hpp"
 #include "tests/sample.hpp"
 
+#include <qn/assertion.hpp>
+#include <qn/default_services.hpp>
 #include <ut/ut.hpp>
 
 #include <gtest/gtest.h>
@@ -142,6 +145,25 @@ TEST_F(NoMemory, ForADescriptorOrThePackageIsTheHostsError) {
     EXPECT_EQ(package.findPackage("unlucky"), nullptr);
     callsUntilFailure = 0;
     EXPECT_EQ(static_cast<objsys::COSPackageInfo*>(new quarn_vi::QUARNPackage), nullptr);
+}
+
+// The controller is there without its service; the library says what it thinks of that.
+TEST_F(NoMemory, ForAServiceLeavesTheControllerWithoutOne) {
+    callsUntilFailure = 0;
+    quarn_vi::debug::CollectStatistics controller;
+    EXPECT_LT(callsUntilFailure, 0);
+    EXPECT_EQ(controller.service(), nullptr);
+    EXPECT_FALSE(controller.enabled());
+    controller.setEnabled(false);
+
+    static int assertions = 0;
+    const QN::AssertionHandler before =
+        QN::setAssertionHandler([](const char*, int, const char*) { ++assertions; });
+    controller.setEnabled(true);
+    QN::setAssertionHandler(before);
+    EXPECT_EQ(assertions, 1);
+    EXPECT_FALSE(controller.enabled());
+    EXPECT_TRUE(QN::DefaultServices::debugServices().empty());
 }
 
 } // namespace

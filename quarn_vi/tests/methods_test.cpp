@@ -43,6 +43,8 @@ public:
         declare.method<&Workshop::touch>("withoutMembership",
                                          MethodAttributes(MethodAttributes::ForceMembership())
                                              .remove(MethodAttributes::ForceMembership()));
+        declare.vectorMethod<&Workshop::countTouched>("countTouched");
+        declare.vectorMethod<&Workshop::count>("count", MethodAttributes::ForceMembership());
         declare.staticMethod<&Workshop::open>("open");
         declare.staticMethod<&Workshop::sum>("sum");
         declare.staticMethod<&Workshop::spell>("spell");
@@ -78,6 +80,13 @@ public:
     }
     std::string fails(const std::string& why) { throw std::runtime_error(why); }
 
+    static std::int32_t countTouched(const std::vector<Workshop*>& row, double atLeast) {
+        std::int32_t touched = 0;
+        for (const Workshop* workshop : row)
+            touched += workshop->touched >= atLeast ? 1 : 0;
+        return touched;
+    }
+    static std::uint64_t count(std::vector<Workshop*> row) { return row.size(); }
     static void open() { ++opened; }
     static double sum(double a, double b) { return a + b; }
     static std::vector<std::string> spell(const std::string& word) {
@@ -335,6 +344,48 @@ TEST_F(Methods, OfTheClassCheckTheirArguments) {
               }),
               "varnix:wrongType");
     EXPECT_EQ(errorOf([&] { (void)callStatic("spell", {number(1)}); }), "varnix:wrongType");
+}
+
+// ---- methods on rows of objects
+
+TEST_F(Methods, OfARowTakeItsObjectsInOrder) {
+    Workshop second;
+    second.touched = 3;
+    const Array secondHandle = handleOf(&second);
+    const Array row(omCreateOBJSYSMatrix(1, 3, COSNameID(Workshop::scriptClassName)));
+    omSetArrayElement(row.get(), 0, instanceIn(handle_));
+    omSetArrayElement(row.get(), 1, instanceIn(secondHandle));
+    omSetArrayElement(row.get(), 2, instanceIn(secondHandle));
+    const COSMethod& countTouched = method(published<Workshop>(), "countTouched");
+    const COSValue three = number(3);
+    EXPECT_EQ(countTouched.callConverted(row.get(), std::span(&three, 1)).asInt32(), 2);
+    const COSMethod& count = method(published<Workshop>(), "count");
+    EXPECT_EQ(count.callConverted(row.get(), {}).asUInt64(), 3u);
+    EXPECT_EQ(count.callConverted(handle_.get(), {}).asUInt64(), 1u);
+    EXPECT_EQ(count.info->getSignature().self.str(), "internal.sample.Workshop vector");
+    EXPECT_TRUE(count.info->getSignature().hasSelf);
+    EXPECT_EQ(count.info->getAttributes(), MethodAttributes::ForceMembership());
+}
+
+TEST_F(Methods, OfARowTakeAnEmptyOneToo) {
+    const Array none(omCreateOBJSYSMatrix(1, 0, COSNameID(Workshop::scriptClassName)));
+    EXPECT_EQ(method(published<Workshop>(), "count").callConverted(none.get(), {}).asUInt64(), 0u);
+}
+
+TEST_F(Methods, OfARowRefuseWhatIsNoObjectOfTheirs) {
+    const COSMethod& count = method(published<Workshop>(), "count");
+    const auto refusal = [&](const Array& self) {
+        return errorOf([&] { (void)count.callConverted(self.get(), {}); });
+    };
+    Tool tool;
+    EXPECT_EQ(refusal(handleOf(&tool)), "varnix:wrongType");
+    EXPECT_EQ(refusal(text("row")), "varnix:wrongType");
+    const Array gap(omCreateOBJSYSMatrix(1, 2, COSNameID(Workshop::scriptClassName)));
+    omSetArrayElement(gap.get(), 1, instanceIn(handle_));
+    EXPECT_EQ(refusal(gap), "varnix:nullSelf");
+    BindingRegistry::retract(&workshop_);
+    omSetArrayElement(gap.get(), 0, instanceIn(handle_));
+    EXPECT_EQ(refusal(gap), "varnix:invalidHandle");
 }
 
 // ---- what methods say about themselves
