@@ -33,9 +33,15 @@ void edgeListed(const Survey& graph, Sink& sink) {
     }
     // The counts differ, so it is worth the time to mark every use that a list leads to. A list
     // that is broken is reported as such, and what follows the break is not held against anyone.
+    std::unordered_set<const Operand*> operands;
+    for (const Node* const node : graph.nodes()) {
+        for (const Operand& operand : node->operands()) {
+            operands.insert(&operand);
+        }
+    }
     std::unordered_set<const Operand*> met;
     std::unordered_set<const Entity*> broken;
-    const auto follow = [&](const Entity& entity) {
+    const auto follow = [&](const Entity& entity, Where where) {
         const Operand* previous = nullptr;
         for (const Operand* use = entity.firstUse(); use != nullptr; use = use->nextUse()) {
             if (!graph.memory().holds(use, sizeof(Operand)) || use->previousUse() != previous ||
@@ -43,19 +49,27 @@ void edgeListed(const Survey& graph, Sink& sink) {
                 broken.insert(&entity);
                 return;
             }
+            if (!operands.contains(use) && graph.memory().isListed(use->user())) {
+                sink.fail(graph, where,
+                          "a use of " + describe(graph, entity) +
+                              " is an operand of no node, though it names one");
+                return;
+            }
             met.insert(use);
             previous = use;
         }
     };
     const auto followAll = [&](const auto& entities) {
-        for (const auto& entity : entities) {
-            follow(*entity);
+        for (const auto* const entity : entities) {
+            follow(*entity, {});
         }
     };
     followAll(graph.vars());
     followAll(graph.consts());
     followAll(graph.callees());
-    followAll(graph.nodes());
+    for (std::size_t i = 0; i < graph.nodes().size(); ++i) {
+        follow(*graph.nodes()[i], Where::atNode(i));
+    }
     for (std::size_t i = 0; i < graph.nodes().size(); ++i) {
         for (const Operand& operand : graph.nodes()[i]->operands()) {
             const Entity* const value = operand.value();

@@ -278,13 +278,11 @@ void Survey::followOddUses(const Entity& entity, Where where, const Operand* use
             return fail("does not lead back to the one before it");
         } else if (use->value() != &entity) {
             return fail("refers to something else");
-        } else if (memory_.isListed(use->user())) {
-            return fail("is not an operand of the node that it names");
-        } else {
+        } else if (!memory_.isListed(use->user())) {
             note(isBlock ? Flaw::Of::Predecessors : Flaw::Of::DetachedUse, where,
                  "a node that is in no block " + std::string(isBlock ? "leads to " : "uses ") +
                      describe(*this, entity));
-        }
+        } // else it is no operand of the node that it names: see edge.user and edge.listed
         previous = use;
     }
 }
