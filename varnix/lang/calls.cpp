@@ -18,20 +18,39 @@ using objsys::COSNameID;
 using objsys::COSPackage;
 using objsys::PackageTree;
 
+namespace {
+
+/// Value::isObject without a call for scalars.
+bool isObjectValue(const Value& value) {
+    return value.isCounted() && value.array()->classID == hvOBJECT_CLASS;
+}
+
+void clearAll(std::span<Value> values) {
+    for (Value& value : values)
+        value = Value();
+}
+
+} // namespace
+
 // ---- results
 
-void Machine::deliver(Value result, const Sink& sink, std::string_view what) {
+void Machine::deliver(Value result, const Sink& sink, const char* what) {
     const std::size_t count = result.isUnset() ? 0 : 1;
     deliver(std::span<Value>(&result, count), sink, what);
 }
 
-void Machine::deliver(std::span<Value> results, const Sink& sink, std::string_view what) {
+void Machine::deliver(std::span<Value> results, const Sink& sink, const char* what) {
+    if (sink.base != nullptr && sink.requested <= 1 && !results.empty()) [[likely]] {
+        if (sink.result != noSlot)
+            sink.base[sink.result] = std::move(results[0]);
+        return;
+    }
     if (results.size() < sink.requested)
         fail(id::tooManyOutputs, "'{}' gives {} result{}, not {}", what,
              results.empty() ? "no" : std::to_string(results.size()),
              results.size() == 1 ? "" : "s", sink.requested);
+    const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
     if (sink.base == nullptr) {
-        const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
         const std::size_t count = std::min(results.size(), wanted);
         returned_.assign(
             std::make_move_iterator(results.begin()),
@@ -44,8 +63,7 @@ void Machine::deliver(std::span<Value> results, const Sink& sink, std::string_vi
         sink.base[sink.result] = Value();
         return;
     }
-    const std::size_t count = std::max<std::size_t>(sink.requested, 1);
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < wanted; ++i)
         sink.base[sink.result + i] = std::move(results[i]);
 }
 
@@ -59,8 +77,7 @@ void Machine::invokeBuiltin(const Builtin& builtin, std::span<Value> arguments, 
                      .requested = sink.requested,
                      .results = results.list()};
     callBuiltin(builtin, call);
-    for (Value& argument : arguments)
-        argument = Value();
+    clearAll(arguments);
     deliver(results.list(), sink, builtin.name);
 }
 
@@ -68,9 +85,8 @@ void Machine::invokeBuiltin(const Builtin& builtin, std::span<Value> arguments, 
 void Machine::invokeMethod(const COSMethod& method, std::span<Value> arguments, const Sink& sink) {
     Value result = method.isStatic() ? callMethod(method, Value(), arguments)
                                      : callMethod(method, arguments.front(), arguments.subspan(1));
-    for (Value& argument : arguments)
-        argument = Value();
-    deliver(std::move(result), sink, method.name.str());
+    clearAll(arguments);
+    deliver(std::move(result), sink, method.name.c_str());
 }
 
 namespace {
@@ -98,10 +114,10 @@ bool Machine::callSite(Frame& frame, CallSite& site) {
     if (!variable.isUnset()) {
         if (site.written)
             return beginFunction(variable, arguments, sink);
-        deliver(variable, sink, site.name.str());
+        deliver(variable, sink, site.name.c_str());
         return false;
     }
-    if (!arguments.empty() && arguments.front().isObject()) {
+    if (!arguments.empty() && isObjectValue(arguments.front())) {
         COSClass* const cls = arguments.front().array()->objectClass;
         if (cls != site.methodClass || site.methodGeneration != objsys::detail::classGeneration) {
             site.method = methodOf(cls, site.name);
@@ -248,9 +264,8 @@ bool Machine::beginPath(std::span<const COSNameID> path, const Unit* unit, bool 
         at = found.taken;
         if (isLast()) {
             Value object = construct(*found.cls, arguments);
-            for (Value& argument : arguments)
-                argument = Value();
-            deliver(std::move(object), sink, path.back().str());
+            clearAll(arguments);
+            deliver(std::move(object), sink, path.back().c_str());
             return false;
         }
         const COSNameID name = path[at++];
@@ -279,29 +294,6 @@ bool Machine::beginPath(std::span<const COSNameID> path, const Unit* unit, bool 
     while (at + 1 < path.size())
         base = memberOf(base, path[at++], nullptr);
     return callMemberOf(base, path[at], written, arguments, sink, nullptr);
-}
-
-// ---- from C++
-
-std::vector<Value> Machine::call(const Value& function, std::span<const Value> arguments,
-                                 std::size_t requested) {
-    std::vector<Value> copies(arguments.begin(), arguments.end());
-    const Sink sink{.requested = static_cast<std::uint16_t>(requested)};
-    return finish(beginFunction(function, copies, sink));
-}
-
-std::vector<Value> Machine::callNamed(std::string_view name, std::span<const Value> arguments,
-                                      std::size_t requested) {
-    std::vector<COSNameID> path;
-    for (std::size_t begin = 0; begin <= name.size();) {
-        const std::size_t dot = std::min(name.find('.', begin), name.size());
-        path.emplace_back(name.substr(begin, dot - begin));
-        begin = dot + 1;
-    }
-    std::vector<Value> copies(arguments.begin(), arguments.end());
-    const Sink sink{.requested = static_cast<std::uint16_t>(requested)};
-    const NamedFunction function(std::move(path), currentUnit(), nullptr, nullptr);
-    return finish(beginNamed(function, copies, sink));
 }
 
 } // namespace varnix

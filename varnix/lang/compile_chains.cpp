@@ -1,7 +1,7 @@
 // Names, calls, member accesses, indices, and assignments to elements and members.
 #include "lang/compiler_state.hpp"
-
-#include <cmath>
+#include "lang/parser.hpp"
+#include "value/errors.hpp"
 
 namespace varnix {
 
@@ -312,6 +312,9 @@ void FunctionCompiler::storeElement(const Target& target, Register value) {
 }
 
 void FunctionCompiler::storePath(const Target& target, Register value) {
+    if (target.links.size() > maxNesting) // the machine follows it by recursion
+        raiseAt(id::tooDeep, source_, target.links[maxNesting].place,
+                "an assignment that reaches too deep");
     PathSite site;
     site.root = target.root->slot;
     site.value = value;

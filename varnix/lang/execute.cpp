@@ -497,6 +497,13 @@ doGetMember : {
         putFromDoor(r[ip->a], site.property->get(COSInterface::ofHandle(base.array())));
         NEXT();
     }
+    if (base.tag() == Tag::Array && base.array()->classID == hvSTRUCT_CLASS) [[likely]] {
+        if (const Value* const field = structOf(base.array()).find(site.name)) [[likely]] {
+            Value value = *field; // the target may be what holds the struct
+            r[ip->a] = std::move(value);
+            NEXT();
+        }
+    }
     SLOW(getMember(*frame, *ip));
 }
 
@@ -555,7 +562,7 @@ doCallMember : {
                 putFromDoor(r[site.result], result);
                 NEXT();
             }
-            deliver(Value(), sinkOf(*frame, site), site.name.str()); // raises the error
+            deliver(Value(), sinkOf(*frame, site), site.name.c_str()); // raises the error
         }
     }
     CALL(callMember(*frame, site));
@@ -563,8 +570,18 @@ doCallMember : {
 
     // ---- calls
 
-doCall:
-    CALL(callSite(*frame, code->calls[ip->wide()]));
+doCall : {
+    CallSite& site = code->calls[ip->wide()];
+    // A script function that the site knows, and no object whose class could have a method.
+    if (site.script != nullptr && site.epoch == names_.epoch() && r[site.slot].isUnset() &&
+        (site.arguments == 0 || !r[site.window].isCounted())) [[likely]] {
+        SAVE();
+        enter(*site.script, argumentsOf(*frame, site), sinkOf(*frame, site));
+        RELOAD();
+        DISPATCH();
+    }
+    CALL(callSite(*frame, site));
+}
 doCallValue:
     CALL(callValue(*frame, code->calls[ip->wide()]));
 doCallPath:
@@ -575,6 +592,17 @@ doMakeHandle:
     SLOW(makeHandle(*frame, *ip));
 
 doReturn:
+    // One value, for a caller in the same run that wants one or none.
+    if (frame->flags == 0 && frame->requested <= 1 && ip->wide() == 1 && !r[ip->a].isUnset())
+        [[likely]] {
+        Value result = std::move(r[ip->a]);
+        const std::size_t target = frame->result;
+        popFrame();
+        RELOAD();
+        if (target != noSlot)
+            r[target] = std::move(result);
+        NEXT();
+    }
     SAVE();
     if (leave(*frame, ip->a, ip->wide()))
         return;

@@ -1,6 +1,7 @@
 // Function values: how they show and compare.
 #include "lang/functions.hpp"
 
+#include "value/errors.hpp"
 #include "value/ops.hpp"
 
 #include <algorithm>
@@ -25,6 +26,17 @@ std::string AnonymousFunction::describe() const {
 }
 
 bool AnonymousFunction::equals(const FunctionRecord& other) const {
+    // A function may have captured one that captured one, and so on; only as deep as the stack is.
+    static std::size_t depth = 0;
+    struct Level {
+        Level() {
+            if (depth >= 500)
+                fail(id::tooDeep, "functions that captured functions more than 500 levels deep "
+                                  "cannot be compared");
+            ++depth;
+        }
+        ~Level() { --depth; }
+    } const level;
     const auto* const function = dynamic_cast<const AnonymousFunction*>(&other);
     return function != nullptr && &function->code_ == &code_ &&
            std::equal(captured_.begin(), captured_.end(), function->captured_.begin(),

@@ -18,7 +18,6 @@ namespace {
 /// C++ stack that is left to built-ins, native methods and the compiler when a script may still
 /// enter the machine again.
 constexpr std::size_t stackReserve = std::size_t{1} << 20;
-constexpr std::size_t spareListCount = 16;
 
 /// The lowest address that the stack of this thread may reach.
 const char* lowestStackAddress() {
@@ -45,7 +44,6 @@ Machine::Machine(Interpreter& interpreter, InterpreterOptions options)
       frames_(std::make_unique<Frame[]>(options_.maxCallDepth + 1)) {
     frames_[0].base = registers_.start();
     frames_[0].code = nullptr;
-    spareLists_.reserve(spareListCount);
 }
 
 Machine::~Machine() {
@@ -81,8 +79,9 @@ Frame& Machine::enter(const Code& code, std::span<Value> arguments, const Sink& 
     frame.result = sink.result;
     frame.requested = sink.requested;
     frame.flags = sink.base ? 0 : Frame::Entry;
+    // The registers above the top frame are unset and own nothing.
     for (std::size_t i = 0; i < arguments.size(); ++i)
-        frame.base[i] = std::move(arguments[i]);
+        new (&frame.base[i]) Value(std::move(arguments[i]));
     ++depth_;
     return frame;
 }
@@ -103,9 +102,12 @@ void Machine::popFrame() noexcept {
     Frame& frame = frames_[depth_];
     if ((frame.flags & Frame::Shares) != 0)
         moveOut(frame);
-    Value* const base = frame.base;
-    for (std::size_t i = 0, n = frame.code->registers; i < n; ++i)
-        base[i] = Value();
+    for (Value *r = frame.base, *const end = r + frame.code->registers; r != end; ++r) {
+        if (r->isCounted())
+            *r = Value();
+        else
+            new (r) Value();
+    }
     if ((frame.flags & Frame::Holds) != 0) {
         frame.function = Value();
         delete frame.extras;
@@ -136,31 +138,43 @@ void Machine::moveOut(Frame& frame) noexcept {
 
 // ---- running
 
+namespace {
+
+/// The exception being handled as a host error. Throws exit requests on.
+COSError hostError() {
+    try {
+        throw;
+    } catch (COSError& error) {
+        return std::move(error);
+    } catch (const ExitRequest&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return {std::string(id::outOfMemory), "there is not enough memory"};
+    } catch (const std::exception& foreign) {
+        return {std::string(id::native), foreign.what()};
+    } catch (...) {
+        return {std::string(id::native), "an unknown exception"};
+    }
+}
+
+} // namespace
+
 void Machine::run() {
     const std::size_t floor = depth_ - 1;
     std::optional<COSError> error;
-    try {
-        checkStack();
-    } catch (...) {
-        popFrame();
-        throw;
-    }
     for (;;) {
         try {
+            checkStack();
             execute();
             return;
-        } catch (COSError& raised) {
-            error.emplace(std::move(raised));
-        } catch (const ExitRequest&) {
-            while (depth_ > floor)
-                popFrame();
-            throw;
-        } catch (const std::bad_alloc&) {
-            error.emplace(std::string(id::outOfMemory), "there is not enough memory");
-        } catch (const std::exception& foreign) {
-            error.emplace(std::string(id::native), foreign.what());
         } catch (...) {
-            error.emplace(std::string(id::native), "an unknown exception");
+            try {
+                error.emplace(hostError());
+            } catch (const ExitRequest&) {
+                while (depth_ > floor)
+                    popFrame();
+                throw;
+            }
         }
         handle(std::move(*error), floor);
     }
@@ -201,13 +215,14 @@ void Machine::handle(COSError error, std::size_t floor) {
 }
 
 bool Machine::leave(Frame& frame, std::size_t first, std::size_t count) {
-    Value* const results = frame.base + first;
+    Value* results = frame.base + first;
+    Value meant;
     // An anonymous function whose body gave nothing, or an unassigned variable.
     if (count == 1 && results[0].isUnset()) {
         if (frame.code->isTemporary(first))
             count = 0;
-        else if (frame.requested > 0 || (frame.flags & Frame::Shares) != 0)
-            results[0] = nameValue(frame, first);
+        else
+            *(results = &meant) = nameValue(frame, first);
     }
     const std::size_t wanted = frame.requested;
     const std::size_t target = frame.result;
@@ -224,11 +239,13 @@ bool Machine::leave(Frame& frame, std::size_t first, std::size_t count) {
     kept.reserve(given);
     for (std::size_t i = 0; i < given; ++i)
         kept.push_back(results[i]); // a copy: the variable may go back to its workspace
-    const Code& code = *frame.code;
+    std::string name;
+    if (count < wanted)
+        name = frame.code->text.empty() ? "'" + frame.code->name.str() + "'"
+                                        : "the anonymous function";
     popFrame();
     if (count < wanted) // an error of the caller, who wants more than there is
-        fail(id::tooManyOutputs, "{} gives {} result{}, not {}",
-             code.text.empty() ? "'" + code.name.str() + "'" : "the anonymous function",
+        fail(id::tooManyOutputs, "{} gives {} result{}, not {}", name,
              count == 0 ? "no" : std::to_string(count), count == 1 ? "" : "s", wanted);
     if (entry) {
         returned_ = std::move(kept);
@@ -249,9 +266,53 @@ void Machine::startOutermost() {
     names_.newEpoch();
 }
 
+namespace {
+
+/// Lets nothing out but host errors and exit requests.
+template <class F>
+auto hosted(const F& f) {
+    try {
+        return f();
+    } catch (const COSError&) {
+        throw;
+    } catch (...) {
+        throw hostError();
+    }
+}
+
+} // namespace
+
 Value Machine::runSource(const Source& source, Purpose purpose, std::uint32_t workspace,
                          const std::shared_ptr<Unit>& parent) {
+    return hosted([&] { return runCompiled(source, purpose, workspace, parent); });
+}
+
+std::vector<Value> Machine::call(const Value& function, std::span<const Value> arguments,
+                                 std::size_t requested) {
+    std::vector<Value> copies(arguments.begin(), arguments.end());
+    const Sink sink{.requested = static_cast<std::uint16_t>(requested)};
+    return hosted([&] { return finish(beginFunction(function, copies, sink)); });
+}
+
+std::vector<Value> Machine::callNamed(std::string_view name, std::span<const Value> arguments,
+                                      std::size_t requested) {
+    std::vector<COSNameID> path;
+    for (std::size_t begin = 0; begin <= name.size();) {
+        const std::size_t dot = std::min(name.find('.', begin), name.size());
+        path.emplace_back(name.substr(begin, dot - begin));
+        begin = dot + 1;
+    }
+    std::vector<Value> copies(arguments.begin(), arguments.end());
+    const Sink sink{.requested = static_cast<std::uint16_t>(requested)};
+    const NamedFunction function(std::move(path), currentUnit(), nullptr, nullptr);
+    return hosted([&] { return finish(beginNamed(function, copies, sink)); });
+}
+
+Value Machine::runCompiled(const Source& source, Purpose purpose, std::uint32_t workspace,
+                           const std::shared_ptr<Unit>& parent) {
     checkStack();
+    if (!parent)
+        startOutermost();
     CompileOptions options;
     options.echo = purpose == Purpose::Prompt;
     options.expression = purpose == Purpose::Value;

@@ -17,7 +17,6 @@
 #include "lang/names.hpp"
 #include "value/index.hpp"
 
-#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
@@ -102,6 +101,8 @@ private:
     [[nodiscard]] static objsys::StackFrame placeOf(const Frame& frame);
     void checkStack() const;
     void startOutermost();
+    Value runCompiled(const Source& source, Purpose purpose, std::uint32_t workspace,
+                      const std::shared_ptr<Unit>& parent);
 
     // ---- slow halves of instructions (slow_paths.cpp)
     /// The value in a register, or of the function that an unassigned variable's name means.
@@ -175,26 +176,22 @@ private:
     void invokeMethod(const objsys::COSMethod& method, std::span<Value> arguments,
                       const Sink& sink);
     void invokeBuiltin(const Builtin& builtin, std::span<Value> arguments, const Sink& sink);
-    void deliver(Value result, const Sink& sink, std::string_view what);
-    void deliver(std::span<Value> results, const Sink& sink, std::string_view what);
+    /// Hands results over; `what` gave them, for the error when they are too few.
+    void deliver(Value result, const Sink& sink, const char* what);
+    void deliver(std::span<Value> results, const Sink& sink, const char* what);
     /// After a begin...() with a sink without base: the results, when it has run to its end.
     [[nodiscard]] std::vector<Value> finish(bool pushed);
     /// The same for one that must give a value.
     [[nodiscard]] Value finishOne(bool pushed);
 
-    /// A results vector for one call of a built-in, reused when the call is over.
+    /// A results vector for one call of a built-in, with room from earlier calls.
     class ResultList {
     public:
-        explicit ResultList(Machine& machine) : machine_(machine) {
-            if (!machine.spareLists_.empty()) {
-                list_ = std::move(machine.spareLists_.back());
-                machine.spareLists_.pop_back();
-            }
-        }
+        explicit ResultList(Machine& machine)
+            : machine_(machine), list_(machine.nextResultList()) {}
         ~ResultList() {
             list_.clear();
-            if (machine_.spareLists_.size() < machine_.spareLists_.capacity())
-                machine_.spareLists_.push_back(std::move(list_));
+            --machine_.resultLists_;
         }
         ResultList(const ResultList&) = delete;
         ResultList& operator=(const ResultList&) = delete;
@@ -202,8 +199,13 @@ private:
 
     private:
         Machine& machine_;
-        std::vector<Value> list_;
+        std::vector<Value>& list_;
     };
+    [[nodiscard]] std::vector<Value>& nextResultList() {
+        if (resultLists_ == resultListPool_.size()) [[unlikely]]
+            resultListPool_.push_back(std::make_unique<std::vector<Value>>());
+        return *resultListPool_[resultLists_++];
+    }
 
     Interpreter& interpreter_;
     InterpreterOptions options_;
@@ -213,7 +215,9 @@ private:
     std::size_t depth_ = 0;
     Variables globals_;
     std::vector<Value> returned_;
-    std::vector<std::vector<Value>> spareLists_;
+    /// One for each built-in that has ever run inside others; the first resultLists_ are in use.
+    std::vector<std::unique_ptr<std::vector<Value>>> resultListPool_;
+    std::size_t resultLists_ = 0;
     std::optional<objsys::COSError> caught_; // what the running handler handles
     const char* stackLimit_ = nullptr;
 };

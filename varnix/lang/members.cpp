@@ -181,7 +181,7 @@ bool Machine::callMemberOf(const Value& base, COSNameID name, bool written,
             }
             Value result = callOn(*method, base, arguments);
             clearAll(arguments);
-            deliver(std::move(result), sink, name.str());
+            deliver(std::move(result), sink, name.c_str());
             return false;
         }
         if (cls.findProperty(name) == nullptr)
@@ -190,7 +190,7 @@ bool Machine::callMemberOf(const Value& base, COSNameID name, bool written,
     // A field or a property; what it holds may itself be called.
     Value member = memberOf(base, name, nullptr);
     if (!written) {
-        deliver(std::move(member), sink, name.str());
+        deliver(std::move(member), sink, name.c_str());
         return false;
     }
     if (!member.isFunction())

@@ -208,7 +208,11 @@ Target Parser::target(const Expression* written) {
             if (link.kind == LinkKind::Call)
                 fail(link.place, "a call cannot be assigned to; elements are written x[i], what a "
                                  "cell holds c{i}");
-            result.links.push_back(link);
+            Link& copy = result.links.emplace_back(tree_->arena);
+            copy.kind = link.kind;
+            copy.place = link.place;
+            copy.name = link.name;
+            copy.arguments = link.arguments;
         }
     }
     if (root->kind != ExpressionKind::Name)

@@ -119,6 +119,12 @@ enum class LinkKind : std::uint8_t {
 
 struct Link {
     explicit Link(std::pmr::memory_resource& arena) : arguments(&arena) {}
+    // Moved, never copied: a copied vector would leave the arena.
+    Link(Link&&) noexcept = default;
+    Link& operator=(Link&&) noexcept = default;
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+    ~Link() = default;
     LinkKind kind = LinkKind::Member;
     Place place;
     objsys::COSNameID name;
@@ -181,6 +187,11 @@ struct EvaluateStatement : Statement {
 /// The left side of an assignment: a variable and the way into it.
 struct Target {
     explicit Target(std::pmr::memory_resource& arena) : links(&arena) {}
+    Target(Target&&) noexcept = default;
+    Target& operator=(Target&&) noexcept = default;
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+    ~Target() = default;
     const NameExpression* root = nullptr;
     ArenaVector<Link> links;
 };
@@ -194,6 +205,11 @@ struct AssignStatement : Statement {
 struct IfStatement : Statement {
     struct Branch {
         explicit Branch(std::pmr::memory_resource& arena) : block(&arena) {}
+        Branch(Branch&&) noexcept = default;
+        Branch& operator=(Branch&&) noexcept = default;
+        Branch(const Branch&) = delete;
+        Branch& operator=(const Branch&) = delete;
+        ~Branch() = default;
         const Expression* condition = nullptr;
         Block block;
     };

@@ -141,6 +141,15 @@ TEST(ParserLimits, AMegabyteOfClosingBracketsIsAnError) {
     EXPECT_EQ(errorOf(repeated("end\n", megabyte)).identifier(), "varnix:syntax");
 }
 
+TEST(ParserLimits, AMegabyteOfLinksIsAnError) {
+    EXPECT_EQ(errorOf("x" + repeated(".a", megabyte) + " = 1").identifier(), "varnix:tooDeep");
+    EXPECT_EQ(errorOf("x" + repeated("{1}", megabyte) + " = 1").identifier(), "varnix:tooDeep");
+    EXPECT_EQ(errorOf("x" + repeated("[1]", megabyte) + " = 1").identifier(), "varnix:tooDeep");
+    EXPECT_EQ(errorOf("x = 1; y = x" + repeated(".a", megabyte)).identifier(), "varnix:tooLarge");
+    EXPECT_EQ(errorOf("y = pi" + repeated(".a", megabyte)).identifier(), "varnix:noSuchMember");
+    EXPECT_EQ(printed("x = 1; disp(x" + repeated("[1]", megabyte) + ")"), "1\n");
+}
+
 TEST(ParserLimits, LongIsNotDeep) {
     // Two hundred thousand terms, elements, links, alternatives: no nesting, so no limit.
     EXPECT_EQ(printed("x = 0" + repeated("+1", 400000) + "; disp(x)"), "200000\n");

@@ -2,6 +2,7 @@
 // with the path and the system's reason.
 #include "lang/builtins/arguments.hpp"
 #include "lang/builtins/families.hpp"
+#include "lang/interpreter.hpp"
 #include "value/format.hpp"
 
 #include <algorithm>
@@ -169,6 +170,7 @@ void cd(BuiltinCall& call) {
     const std::string path = in.has(0) ? in.path(0) : std::string(home ? home : "/");
     if (::chdir(path.c_str()) != 0)
         failIo(in, "go to", path, errno);
+    call.interpreter.foldersChanged();
 }
 
 /// The names in a folder, or the paths that fit a pattern with * and ?.
