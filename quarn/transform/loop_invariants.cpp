@@ -3,10 +3,11 @@
 // Requires: valid IR. Keeps: everything that may trap or acts stays where it is. Invalidates:
 // blocks, as a loop without a block of its own before it gets one.
 //
-// A node moves if it cannot trap, its operands are made outside, and what it reads is not written
-// inside. Loops are worked on from the inside out. What an outer loop could give away, the inner
-// one gives away first, to the block before it, which is the outer one's own; so each loop looks at
-// its own blocks only.
+// A node moves if it may run although it was not its turn, its operands are made outside, and what
+// it reads is not written inside; so accesses of elements stay behind their checks. Loops are
+// worked on from the inside out. What an outer loop could give away, the inner one gives away
+// first, to the block before it, which is the outer one's own; so each loop looks at its own blocks
+// only.
 #include "transform/transforms.hpp"
 
 #include <qn/builder.hpp>
@@ -110,7 +111,8 @@ private:
 
     bool mayMove(const Node& node, std::uint32_t loop) const {
         const bool reads = node.has(OpFlag::Reads) && !node.has(OpFlag::Calls);
-        if (node.mayTrap() || !(node.has(OpFlag::Pure) || reads)) {
+        // An access that is in bounds is so because of a check before it.
+        if (node.mayTrap() || node.has(OpFlag::Indexes) || !(node.has(OpFlag::Pure) || reads)) {
             return false;
         }
         for (const Operand& operand : node.operands()) {
