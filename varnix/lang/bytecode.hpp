@@ -172,6 +172,11 @@ struct MemberSite : CallShape {
     objsys::COSClass* cls = nullptr;
     const objsys::COSProperty* property = nullptr;
     const objsys::COSMethod* method = nullptr;
+    /// Assignments: a value with this tag goes to the setter as it is; null: none does.
+    objsys::factory::impl::Setter* plainSetter = nullptr;
+    Tag plainTag = Tag::Unset;
+    /// Calls: `method` takes one object and nothing else, as this site calls it.
+    bool plainCall = false;
 };
 
 /// a.b.c(arguments) with a root that is probably no variable.

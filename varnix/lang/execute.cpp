@@ -133,9 +133,14 @@ void Machine::execute() {
     RELOAD();
     DISPATCH();
 
-doLoadConstant:
-    r[ip->a] = code->constants[ip->wide()];
+doLoadConstant : {
+    const Value& constant = code->constants[ip->wide()];
+    if (!constant.isCounted()) [[likely]]
+        put(r[ip->a], constant);
+    else
+        r[ip->a] = constant;
     NEXT();
+}
 
 doCopy : {
     const Value& source = r[ip->b];
@@ -511,28 +516,14 @@ doSetMember : {
     const Value& base = r[ip->a];
     const Value& value = r[ip->b];
     const MemberSite& site = code->members[ip->c];
-    if (base.isHandle() && site.property != nullptr && base.array()->objectClass == site.cls)
-        [[likely]] {
-        // A logical for a logical, a double for a double or for an integer that it holds, a text
-        // for a text: nothing to check beyond that.
-        const objsys::COSProperty& property = *site.property;
-        const ValueKind wanted = property.dataType.kind();
-        std::uint64_t payload = value.asUnsigned();
-        if ((value.tag() == Tag::Logical && wanted == ValueKind::Logical) ||
-            (value.tag() == Tag::Double &&
-             (wanted == ValueKind::Double || toIntegerPayload(value.asDouble(), wanted, payload))))
-            [[likely]] {
+    // A logical for a logical, a double for a double: nothing to convert.
+    if (base.isHandle() && value.tag() == site.plainTag && site.plainSetter != nullptr &&
+        base.array()->objectClass == site.cls) [[likely]] {
+        COSInterface* const instance = COSInterface::ofHandle(base.array());
+        if (instance->isValid()) [[likely]] {
             SAVE();
-            property.set(COSInterface::ofHandle(base.array()),
-                         COSValue(payload, property.dataType));
-            NEXT();
-        }
-        if (wanted == ValueKind::Char && value.tag() == Tag::Array && value.isTextRow()) {
-            SAVE();
-            const Value text = value; // a reference of its own
-            property.set(COSInterface::ofHandle(base.array()),
-                         COSValue::ofArray(text.array(), property.dataType));
-            clearTemporary(*frame, ip->b);
+            site.plainSetter->setValue(instance,
+                                       COSValue(value.asUnsigned(), site.property->dataType));
             NEXT();
         }
     }
@@ -542,16 +533,13 @@ doSetMember : {
 doCallMember : {
     MemberSite& site = code->members[ip->wide()];
     const Value& base = r[site.base];
-    if (base.isHandle() && site.method != nullptr && site.arguments == 0 && site.requested <= 1 &&
-        base.array()->objectClass == site.cls) [[likely]] {
+    if (base.isHandle() && site.plainCall && base.array()->objectClass == site.cls) [[likely]] {
         const objsys::COSMethod& method = *site.method;
-        const objsys::COSMethodSignature& signature = *method.signature;
         COSInterface* const instance = COSInterface::ofHandle(base.array());
-        if (signature.arguments.empty() && signature.hasSelf &&
-            signature.self.kind() == ValueKind::Object && instance->isValid()) [[likely]] {
+        if (instance->isValid()) [[likely]] {
             SAVE();
             detail::pollInterrupt();
-            const COSValue self = COSValue::ofArray(base.array(), signature.self);
+            const COSValue self = COSValue::ofArray(base.array(), method.signature->self);
             const COSValue result = method.call(&self);
             if (site.result == noSlot) {
                 if (result.type().kind() >= ValueKind::Char)

@@ -154,7 +154,12 @@ void Machine::assignMember(Value& base, COSNameID name, const Value& value, Memb
     }
     COSInterface* const instance = oneObject(base, name);
     if (site != nullptr) {
+        const objsys::ValueKind kind = property->dataType.kind();
         site->cls = &cls;
+        site->plainSetter = kind == objsys::ValueKind::Logical || kind == objsys::ValueKind::Double
+                                ? property->setter
+                                : nullptr;
+        site->plainTag = kind == objsys::ValueKind::Logical ? Tag::Logical : Tag::Double;
         site->property = property;
     }
     setProperty(*property, instance, value);
@@ -177,7 +182,10 @@ bool Machine::callMemberOf(const Value& base, COSNameID name, bool written,
             if (site != nullptr) {
                 site->cls = &cls;
                 site->method = method;
-                site->property = nullptr;
+                site->plainCall = site->arguments == 0 && site->requested <= 1 &&
+                                  method->signature->arguments.empty() &&
+                                  method->signature->hasSelf &&
+                                  method->signature->self.kind() == objsys::ValueKind::Object;
             }
             Value result = callOn(*method, base, arguments);
             clearAll(arguments);
