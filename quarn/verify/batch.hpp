@@ -59,7 +59,8 @@ struct OperandRule {
 
     [[nodiscard]] constexpr bool takes(std::size_t index, EntityKind kind) const noexcept {
         const std::uint8_t mask = index < kinds.size() ? kinds[index] : otherKinds;
-        return ((mask >> static_cast<unsigned>(kind)) & 1) != 0;
+        const auto bit = static_cast<unsigned>(kind); // of a damaged entity, any number
+        return bit < 8 && ((mask >> bit) & 1) != 0;
     }
 };
 
