@@ -94,6 +94,7 @@ std::uint32_t Batch::fill(std::uint32_t first) {
             survey_->followUses(node, Where::atNode(number));
         }
     }
+    survey_->finishUses();
     flags_ = static_cast<std::uint8_t>(anyFlags);
     lines_ = anyLines;
     sortByOperation();

@@ -75,12 +75,19 @@ void Survey::take(const Function& function, const Scope* scope) {
     buildFlow();
     lookUpCallees(scope);
 
-    followUsesOfAll(vars_, [this](std::size_t i) {
-        return Where{noIndex, noIndex, vars_[i]->line()};
-    });
-    followUsesOfAll(consts_, [](std::size_t) { return Where(); });
-    followUsesOfAll(callees_, [](std::size_t) { return Where(); });
-    followUsesOfAll(blocks_, Where::atBlock);
+    for (const Var* const var : vars_) {
+        followUses(*var, {noIndex, noIndex, var->line()});
+    }
+    for (const Const* const constant : consts_) {
+        followUses(*constant, {});
+    }
+    for (const Callee* const callee : callees_) {
+        followUses(*callee, {});
+    }
+    for (std::size_t block = 0; block < blocks_.size(); ++block) {
+        followUses(*blocks_[block], Where::atBlock(block));
+    }
+    finishUses();
 }
 
 template <typename T>
@@ -222,30 +229,16 @@ const Function* Survey::target(const Callee* callee) const {
 
 // The uses of a variable or constant lie far apart, and each has to be there before the next is
 // known. Following several lists in turns lets the memory fetch for one what another waits for.
-template <typename T, typename Place>
-void Survey::followUsesOfAll(const std::vector<const T*>& entities, Place place) {
-    struct Walk {
-        std::size_t number;
-        const Operand* use;
-        const Operand* previous;
-    };
-    std::array<Walk, 16> walks;
+void Survey::finishUses() {
+    std::array<UseWalk, 16> lanes;
     std::size_t active = 0;
-    std::size_t next = 0;
-    while (true) {
-        for (; active < walks.size() && next < entities.size(); ++next) {
-            if (const Operand* const use = entities[next]->firstUse(); use != nullptr) {
-                walks[active++] = {next, use, nullptr};
-                __builtin_prefetch(use);
-            }
-        }
-        if (active == 0) {
-            return;
+    while (active > 0 || !waiting_.empty()) {
+        for (; active < lanes.size() && !waiting_.empty(); waiting_.pop_back()) {
+            lanes[active++] = waiting_.back();
         }
         for (std::size_t i = 0; i < active;) {
-            Walk& walk = walks[i];
-            const Entity& entity = *entities[walk.number];
-            if (isSoundUse(*walk.use, entity, walk.previous)) [[likely]] {
+            UseWalk& walk = lanes[i];
+            if (isSoundUse(*walk.use, *walk.entity, walk.previous)) [[likely]] {
                 ++followed_;
                 walk.previous = walk.use;
                 walk.use = walk.use->nextUse();
@@ -255,9 +248,9 @@ void Survey::followUsesOfAll(const std::vector<const T*>& entities, Place place)
                     continue;
                 }
             } else {
-                followOddUses(entity, place(walk.number), walk.use, walk.previous);
+                followOddUses(*walk.entity, walk.where, walk.use, walk.previous);
             }
-            walk = walks[--active];
+            walk = lanes[--active];
         }
     }
 }

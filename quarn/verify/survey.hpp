@@ -96,20 +96,25 @@ public:
 
     [[nodiscard]] const std::vector<Flaw>& flaws() const noexcept { return flaws_; }
 
-    /// Follows the list of uses of a listed entity, notes its flaws, and counts the uses by listed
-    /// nodes. `where` is the place for flaws.
+    /// Has the list of uses of a listed entity followed: flaws are noted, with `where` as their
+    /// place, and uses by listed nodes are counted. All but the first use may wait for
+    /// finishUses().
     void followUses(const Entity& entity, Where where) {
-        const Operand* previous = nullptr;
-        const Operand* use = entity.firstUse();
-        while (use != nullptr && isSoundUse(*use, entity, previous)) {
-            previous = use;
-            use = use->nextUse();
-            ++followed_;
+        const Operand* const first = entity.firstUse();
+        if (first == nullptr) {
+            return;
         }
-        if (use != nullptr) {
-            followOddUses(entity, where, use, previous);
+        if (!isSoundUse(*first, entity, nullptr)) [[unlikely]] {
+            followOddUses(entity, where, first, nullptr);
+            return;
+        }
+        ++followed_;
+        if (const Operand* const second = first->nextUse(); second != nullptr) {
+            __builtin_prefetch(second);
+            waiting_.push_back({&entity, second, first, where});
         }
     }
+    void finishUses();
     /// Counts uses that operands of listed nodes have; what both counts together say is whether
     /// every operand is in a list.
     void countLinked(std::size_t operands) noexcept { linked_ += operands; }
@@ -133,11 +138,17 @@ private:
     /// Goes on from a use that is not sound.
     void followOddUses(const Entity& entity, Where where, const Operand* use,
                        const Operand* previous);
-    template <typename T, typename Place>
-    void followUsesOfAll(const std::vector<const T*>& entities, Place place);
 
     void walkBlocks();
     void walkNodes(std::uint32_t block);
+    /// A list of uses that is being followed: the next use, and the one before it.
+    struct UseWalk {
+        const Entity* entity;
+        const Operand* use;
+        const Operand* previous;
+        Where where;
+    };
+
     template <typename T>
     void walkList(const T* first, const T* last, EntityKind kind, Flaw::Of of,
                   std::vector<const T*>& found);
@@ -159,6 +170,7 @@ private:
     Numbering<Node> nodeNumbers_;
     FlowGraph flow_;
     std::unordered_map<const Callee*, const Function*> targets_;
+    std::vector<UseWalk> waiting_;
     std::vector<Flaw> flaws_;
     std::size_t linked_ = 0;
     std::size_t followed_ = 0;
