@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <random>
 #include <string>
 
 using namespace QN;
@@ -108,6 +109,16 @@ TEST(Pipeline, EveryTransformOnTopOfTheOthersKeepsResults) {
             for (const Transform& transform : allTransforms()) {
                 runTransformOnAll(transform, scope);
             }
+        }
+    });
+}
+
+// Transforms meet what others made of the IR, in orders that the pipeline does not have.
+TEST(Pipeline, TransformsInAnyOrderKeepResults) {
+    std::mt19937 random(11);
+    compareOver(1000, [&](Scope& scope) {
+        for (int i = 0; i < 10; ++i) {
+            runTransformOnAll(allTransforms()[random() % allTransforms().size()], scope);
         }
     });
 }
