@@ -4,6 +4,7 @@
 
 #include "object/instances.hpp"
 #include "value/errors.hpp"
+#include "value/memory_limit.hpp"
 #include "value/small_heap.hpp"
 
 #include <objsys/class.hpp>
@@ -160,6 +161,8 @@ hvArray* newArray(hvClassID id, std::size_t rows, std::size_t columns) {
         __builtin_mul_overflow(bytes, std::size_t{elementSizes[id]}, &bytes) ||
         bytes > maxArrayBytes)
         raiseTooLarge(id, rows, columns);
+    if (bytes >= checkedFromBytes)
+        requireMemoryFor(bytes);
     hvArray* array = nullptr;
     try {
         array = newHeader(id, rows, columns, bytes);

@@ -5,6 +5,7 @@
 // constant time on average; the room is that of its separate allocation.
 #include "value/errors.hpp"
 #include "value/index.hpp"
+#include "value/memory_limit.hpp"
 #include "value/ops.hpp"
 #include "value/positions.hpp"
 
@@ -137,6 +138,7 @@ void fillBlank(hvArray* array, std::size_t from, std::size_t to) {
 /// The memory of `count` elements with spare room behind it.
 [[nodiscard]] void* roomFor(void* old, std::size_t bytes) {
     const std::size_t ample = std::min(bytes + bytes / 2 + 64, maxArrayBytes);
+    requireMemoryFor(bytes);
     void* memory = std::realloc(old, ample);
     if (!memory)
         fail(id::outOfMemory, "there is no memory for {} bytes", bytes);
@@ -254,13 +256,19 @@ void assignSingle(Value& x, std::span<const Index> indices, const Value& e) {
 
 /// x[i] = e for a plain place in an unshared array of e's own class.
 [[nodiscard]] bool assignQuick(Value& x, std::span<const Index> indices, const Value& e) {
-    if (x.tag() != Tag::Array || e.tag() != Tag::Double || x.array()->classID != hvDOUBLE_CLASS ||
+    if (x.tag() != Tag::Array || !e.isScalar() || x.array()->classID != e.classID() ||
         x.array()->refs != 1)
         return false;
     const std::size_t place = indexing::quickPlace(x, indices);
     if (place == indexing::nowhere)
         return false;
-    elements<double>(x.array())[place] = e.asDouble();
+    if (e.tag() == Tag::Double)
+        elements<double>(x.array())[place] = e.asDouble();
+    else
+        numeric::withElementType(e.classID(), [&]<class T>(T) {
+            if constexpr (!std::is_same_v<T, double>)
+                elements<T>(x.array())[place] = static_cast<T>(e.asUnsigned());
+        });
     return true;
 }
 
