@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Keeps docs/reference/ true: one page per class of internal.quarn, whose tables are made from what
-the class itself declares.
+the class itself declares, and functions.md, made from the help texts of the built-in functions.
 
     make_reference.py --varnix build/bin/varnix            rewrites the tables
     make_reference.py --varnix build/bin/varnix --check    says what differs, exit status 1 if anything
@@ -63,10 +63,35 @@ def page(old, class_name, tables):
     return re.sub(re.escape(BEGIN) + ".*?" + re.escape(END), lambda _: block, old, flags=re.DOTALL)
 
 
+def functions(varnix):
+    """The page of built-in functions, from what `functions` lists and `help` prints."""
+    listed = ask(varnix, "names, families = functions;\n"
+                         "for i = 1:length(names)\n"
+                         "printf(\"\\x01%s\\n\", families{i}); disp(help(names{i}))\nend")
+    lines = ["# Built-in functions", "",
+             "Made by docs/make_reference.py from the help texts; `help(\"NAME\")` shows the same."]
+    last = None
+    for entry in listed.split("\x01")[1:]:
+        family, signature, text = entry.strip("\n").split("\n", 2)
+        if family != last:
+            lines += ["", f"## {family}"]
+            last = family
+        lines += ["", f"### `{signature}`", ""]
+        for line in text.split("\n"):
+            line = line.strip()
+            if line.startswith("Example: "):
+                example, result = line.removeprefix("Example: ").split(" gives ", 1)
+                lines += ["", f"Example: `{example}` gives `{result}`"]
+            elif line:
+                lines.append(line)
+    return "\n".join(lines) + "\n"
+
+
 def index(pages):
     lines = ["# Reference", "",
              "One page per class of `internal.quarn`, in the order in which the module publishes "
-             "them. The tables are made from what the classes declare.", "",
+             "them. The tables are made from what the classes declare. The functions of the script "
+             "language are in [functions.md](functions.md).", "",
              "| class | is |", "| --- | --- |"]
     for name, description in pages:
         lines.append(f"| [{name}]({name}.md) | {description} |")
@@ -91,6 +116,7 @@ def main():
         wanted[path] = page(old, short, declared(text))
         pages.append((short, text.splitlines()[0].split(": ", 1)[1]))
     wanted[FOLDER / "README.md"] = index(pages)
+    wanted[FOLDER / "functions.md"] = functions(options.varnix)
 
     different = 0
     for path, text in wanted.items():

@@ -2,7 +2,7 @@
 // way of calling them.
 #include "lang/builtin.hpp"
 
-#include "lang/builtins/families.hpp"
+#include "lang/builtins/family_list.hpp"
 #include "value/errors.hpp"
 
 #include <algorithm>
@@ -29,11 +29,8 @@ public:
 
 private:
     Catalogue() {
-        using namespace builtins;
-        for (const Table family : {console(), numbers(), bits(), arrays(), algebra(), random(),
-                                   reductions(), searching(), texts(), patterns(), records(),
-                                   types(), objects(), workspace(), files(), system()})
-            for (const Builtin& row : family) {
+        for (const builtins::Family& family : builtins::allFamilies())
+            for (const Builtin& row : family.table) {
                 byName_.emplace(row.name, &row);
                 sorted_.push_back(&row);
             }
@@ -51,6 +48,28 @@ private:
 }
 
 } // namespace
+
+std::span<const builtins::Family> builtins::allFamilies() {
+    static const Family families[] = {
+        {"Printing, text and numbers, errors", console()},
+        {"Numbers", numbers()},
+        {"Bits", bits()},
+        {"Arrays", arrays()},
+        {"Linear algebra", algebra()},
+        {"Random numbers", random()},
+        {"Sums, extremes, statistics", reductions()},
+        {"Finding and sorting", searching()},
+        {"Texts", texts()},
+        {"Regular expressions", patterns()},
+        {"Cells, structs, functions as values", records()},
+        {"Classes of values", types()},
+        {"Objects", objects()},
+        {"Workspace and program", workspace()},
+        {"Files and folders", files()},
+        {"System and time", system()},
+    };
+    return families;
+}
 
 const Builtin* findBuiltin(std::string_view name) {
     return Catalogue::instance().find(name);

@@ -104,6 +104,8 @@ constexpr BadRow badRows[] = {
      "varnix:badArgument: findall: argument 2 is no regular expression: missing ): ("},
     {"flip", "flip(struct())", "varnix:wrongType: flip: argument 1 must be an array, not a struct"},
     {"floor", "floor({})", "varnix:wrongType: floor: argument 1 must be numeric, not 0 by 0 cell"},
+    {"functions", "functions(1)",
+     "varnix:tooManyInputs: functions takes no arguments, not 1; call it as functions"},
     {"gcd", "gcd(1.5, 2)", "varnix:badArgument: gcd: argument 1 must hold whole numbers"},
     {"getenv", "getenv(\"a=b\")", "varnix:badArgument: getenv: argument 1 holds the character ="},
     {"getfield", "getfield(struct(), \"a\")", "varnix:noSuchMember: getfield: there is no field a"},
@@ -409,6 +411,12 @@ TEST(BuiltinsTable, RowsAreWellFormed) {
     }
     EXPECT_EQ(findBuiltin("no such function"), nullptr);
     EXPECT_EQ(findBuiltin(""), nullptr);
+}
+
+TEST(BuiltinsTable, FunctionsListsThemAllByFamily) {
+    EXPECT_EQ(evaluate("functions").count(), allBuiltins().size());
+    interpreter().runCode("names, families = functions;", "<test>");
+    EXPECT_TRUE(same(evaluate("families[ismember(names, {\"sin\"})]"), cellRow({text("Numbers")})));
 }
 
 TEST(BuiltinsTable, ResultsAreCounted) {

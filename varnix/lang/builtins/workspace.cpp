@@ -1,6 +1,6 @@
 // Built-in functions on the running program: its variables, code as text, help, arguments, its end.
 #include "lang/builtins/arguments.hpp"
-#include "lang/builtins/families.hpp"
+#include "lang/builtins/family_list.hpp"
 #include "lang/interpreter.hpp"
 #include "shell/console.hpp"
 #include "shell/help.hpp"
@@ -77,6 +77,19 @@ void help(BuiltinCall& call) {
         call.give(Value::text(text));
 }
 
+void functions(BuiltinCall& call) {
+    std::vector<std::string_view> names;
+    std::vector<std::string_view> titles;
+    for (const Family& family : allFamilies())
+        for (const Builtin& row : family.table) {
+            names.emplace_back(row.name);
+            titles.emplace_back(family.title);
+        }
+    call.give(textColumn(names));
+    if (call.requested > 1)
+        call.give(textColumn(titles));
+}
+
 void arguments(BuiltinCall& call) {
     const std::vector<std::string>& given = call.interpreter.options().arguments;
     numeric::ArrayHolder cell(newArray(hvCELL_CLASS, 1, given.size()));
@@ -127,6 +140,11 @@ constexpr Builtin table[] = {
      "an "
      "expression gives it as a text.",
      0, 1, 1, help},
+    {"functions", "functions",
+     "The names of the built-in functions, family by family, as an N by 1 cell; the second result "
+     "is "
+     "the family of each.\nExample: ismember(\"sin\", functions) gives true",
+     0, 0, 2, functions},
     {"args", "args",
      "The arguments of the script on the command line as a 1 by N cell of texts.\n"
      "Example: iscell(args) gives true",
