@@ -14,6 +14,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import textwrap
 
 BEGIN = "<!-- declared: made by docs/make_reference.py -->"
 END = "<!-- end of declared -->"
@@ -77,13 +78,12 @@ def functions(varnix):
             lines += ["", f"## {family}"]
             last = family
         lines += ["", f"### `{signature}`", ""]
-        for line in text.split("\n"):
-            line = line.strip()
-            if line.startswith("Example: "):
-                example, result = line.removeprefix("Example: ").split(" gives ", 1)
-                lines += ["", f"Example: `{example}` gives `{result}`"]
-            elif line:
-                lines.append(line)
+        words = " ".join(line.strip() for line in text.split("\n") if line.strip())  # unwrapped
+        description, _, example = words.partition("Example: ")
+        lines += textwrap.wrap(description.strip(), 100)
+        if example:
+            code, result = example.split(" gives ", 1)
+            lines += ["", f"Example: `{code}` gives `{result}`"]
     return "\n".join(lines) + "\n"
 
 
