@@ -273,6 +273,38 @@ TEST(FindingTheNativeObject, WhateverTypeCameBefore) {
     EXPECT_EQ(shifted.words[4], 15u);
 }
 
+// With a virtual base the way from the bound object to the declaring class has another length in
+// each native type.
+class Movable : public virtual Wrappable {
+public:
+    static constexpr const char* scriptClassName = "internal.sample.Movable";
+    static void declareMembers(COSClassDefinition*) {}
+    double position() const { return position_; }
+    void setPosition(double value) { position_ = value; }
+
+private:
+    double position_ = 0;
+};
+class Cart : public Ballast, public Movable {};
+
+TEST(FindingTheNativeObject, AtWhateverDistanceItLies) {
+    const COSNameID name(Movable::scriptClassName);
+    published<Movable>();
+    Movable movable;
+    Cart cart;
+    Movable* const objects[] = {&movable, &cart};
+    ClassGetter<double, Movable, &Movable::position> getter;
+    ClassSetter<double, Movable, &Movable::setPosition> setter;
+    for (const int turn : {0, 1, 1, 0, 1, 0}) {
+        Movable* const object = objects[turn];
+        const Array handle(BindingRegistry::announce(object, name));
+        object->setPosition(-1);
+        EXPECT_EQ(getter.getValue(instanceIn(handle)).asDouble(), -1);
+        setter.setValue(instanceIn(handle), number(turn + 0.5));
+        EXPECT_EQ(object->position(), turn + 0.5);
+    }
+}
+
 TEST(FindingTheNativeObject, RefusesAnObjectOfAnotherNativeClass) {
     Box<bool> box(true);
     const Array handle = handleOf(&box);
