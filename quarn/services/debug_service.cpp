@@ -65,11 +65,8 @@ void DebugService::setFilter(const std::string& pattern) {
     settingChanged();
 }
 
-bool DebugService::selects(const TransformRun& run) const {
-    if (!globalScope_ && run.scope().flavor() == ScopeFlavor::Global) {
-        return false;
-    }
-    return pattern_ == nullptr || (pattern_->ok() && re2::RE2::PartialMatch(run.tag(), *pattern_));
+bool DebugService::matches(const TransformRun& run) const {
+    return pattern_->ok() && re2::RE2::PartialMatch(run.tag(), *pattern_);
 }
 
 std::string DebugService::outputFolderName() const {

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -15,35 +14,41 @@ namespace QN::detail {
 template <typename T>
 class OpenRuns {
 public:
-    /// Begins a run; what is to be remembered goes into the result, which holds until the next
-    /// call.
-    T& open(const TransformRun& run) { return stack_.emplace_back(run.id()).remembered; }
+    /// Begins a run. What is to be remembered goes into the result, which holds until the next call
+    /// and may still have in it what an earlier run has left there.
+    T& open(const TransformRun& run) {
+        if (depth_ == places_.size()) {
+            places_.emplace_back();
+        }
+        Place& place = places_[depth_++];
+        place.run = run.id();
+        return place.remembered;
+    }
     void open(const TransformRun& run, T remembered) { open(run) = std::move(remembered); }
-    /// Number of runs that are under way.
-    [[nodiscard]] std::size_t depth() const noexcept { return stack_.size(); }
 
-    /// What open() was given for this run; nothing if the service was not there at its start. Runs
-    /// inside it that never closed are forgotten.
-    std::optional<T> close(const TransformRun& run) {
-        for (std::size_t i = stack_.size(); i-- > 0;) {
-            if (stack_[i].id == run.id()) {
-                std::optional<T> remembered(std::move(stack_[i].remembered));
-                stack_.erase(stack_.begin() + static_cast<std::ptrdiff_t>(i), stack_.end());
-                return remembered;
+    /// What was remembered of this run; null if the service was not there at its start. It holds
+    /// until the next call of open(). Runs inside it that never closed are forgotten.
+    T* close(const TransformRun& run) noexcept {
+        for (std::size_t i = depth_; i-- > 0;) {
+            if (places_[i].run == run.id()) {
+                depth_ = i;
+                return &places_[i].remembered;
             }
         }
-        return std::nullopt;
+        return nullptr;
     }
 
-    void clear() noexcept { stack_.clear(); }
+    /// Number of runs that are under way.
+    [[nodiscard]] std::size_t depth() const noexcept { return depth_; }
+    void clear() noexcept { depth_ = 0; }
 
 private:
-    struct Open {
-        explicit Open(std::uint64_t run) : id(run) {}
-        std::uint64_t id = 0;
+    struct Place {
+        std::uint64_t run = 0;
         T remembered{};
     };
-    std::vector<Open> stack_;
+    std::vector<Place> places_; // never shrinks
+    std::size_t depth_ = 0;
 };
 
 } // namespace QN::detail

@@ -108,8 +108,8 @@ void PoolMemoryTrackingService::prepass(TransformRun& run) {
 }
 
 void PoolMemoryTrackingService::postpass(TransformRun& run) {
-    const auto leaksBefore = state_->openLeaks.close(run);
-    if (!leaksBefore) {
+    const auto* const leaksBefore = state_->openLeaks.close(run);
+    if (leaksBefore == nullptr) {
         return; // not selected, or switched on in the middle of this run
     }
     noteMark(run, Pool::totalReserved() == Pool::peakReserved() ? "after run " : "during run ");

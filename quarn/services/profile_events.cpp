@@ -5,18 +5,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <limits>
 #include <map>
 #include <unistd.h>
 
 namespace QN::detail {
 
 namespace {
-
-template <typename Small>
-Small clamped(std::size_t value) noexcept {
-    return static_cast<Small>(std::min<std::size_t>(value, std::numeric_limits<Small>::max()));
-}
 
 const char* nameOf(RunOutcome outcome) noexcept {
     switch (outcome) {
@@ -97,18 +91,18 @@ struct Sum {
 
 } // namespace
 
-void ProfileEvents::add(ProfileEvent event, const TransformRun& run) {
-    event.names = names_.size();
-    event.transformLength = clamped<std::uint16_t>(run.transformName().size());
-    event.targetLength = clamped<std::uint16_t>(run.targetName().size());
-    names_.append(run.transformName().substr(0, event.transformLength));
-    names_.append(run.targetName().substr(0, event.targetLength));
-    events_.push_back(event);
+std::uint64_t ProfileEvents::learn(std::string_view name, std::uint64_t scope) {
+    const std::uint64_t place = names_.size();
+    names_.append(name);
+    known_[(reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames] = {scope, name,
+                                                                                 place};
+    return place;
 }
 
 void ProfileEvents::clear() {
     events_.clear();
     names_.clear();
+    known_.fill({});
 }
 
 std::string profileTable(const ProfileEvents& events, const ProfileReport& report) {
@@ -134,10 +128,10 @@ std::string profileTable(const ProfileEvents& events, const ProfileReport& repor
         }
         print(text, "%-9s ", nameOf(event.outcome));
         text.append(std::min<std::size_t>(2U * event.depth, 40), ' ');
-        text.append(events.transformOf(event)).append(event.scopeRun ? " scope " : " ");
+        text.append(event.transform).append(event.scopeRun ? " scope " : " ");
         text.append(targetName(events, event, report)).append(1, '\n');
 
-        Sum& sum = sums[events.transformOf(event)];
+        Sum& sum = sums[event.transform];
         ++sum.runs;
         sum.changed += event.outcome == RunOutcome::Changed ? 1 : 0;
         sum.microseconds += durationOf(event);
@@ -166,7 +160,7 @@ std::string profileCsv(const ProfileEvents& events, const ProfileReport& report)
             print(text, "%llu,", record++);
         }
         print(text, "%llu,", static_cast<Number>(event.run));
-        appendQuotedCsv(text, events.transformOf(event));
+        appendQuotedCsv(text, event.transform);
         text += event.scopeRun ? ",scope," : ",function,";
         appendQuotedCsv(text, targetName(events, event, report));
         print(text, ",%.3f,%.3f,%u,%u,", momentOf(event.start, report), durationOf(event),
@@ -192,7 +186,7 @@ std::string profileTrace(const ProfileEvents& events, const ProfileReport& repor
     Number record = report.firstRecord;
     for (const ProfileEvent& event : events.all()) {
         text += ",\n{\"name\":";
-        appendQuotedJson(text, events.transformOf(event));
+        appendQuotedJson(text, event.transform);
         text += event.scopeRun ? ",\"cat\":\"scope\"" : ",\"cat\":\"function\"";
         // Both moments are rounded down, so that a run inside another stays inside it.
         const auto start = static_cast<Number>(1e3 * momentOf(event.start, report));

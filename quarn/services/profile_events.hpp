@@ -1,11 +1,14 @@
 // The events of the transform profiler and the forms of its report.
 //
-// Recording copies the names of an event behind each other into one growing text, so that an event
-// costs no allocation of its own. Owner: the service.
+// Recording an event is a part of the cost of every run that is profiled, so it copies nothing: the
+// name of a transform lives as long as the process, and each target's name is copied once and then
+// found again by its place. Owner: the service.
 #pragma once
 
+#include <qn/scope.hpp>
 #include <qn/transform_run.hpp>
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,39 +19,62 @@ namespace QN::detail {
 struct ProfileEvent {
     static constexpr std::uint64_t noMemory = ~std::uint64_t{0};
 
-    std::uint64_t run = 0;
-    std::uint64_t start = 0; // ticks of the timers' clock
-    std::uint64_t end = 0;
-    std::uint64_t poolBefore = noMemory; // bytes of all pools
-    std::uint64_t poolAfter = noMemory;
-    std::uint64_t names = 0; // where the two names lie in ProfileEvents
-    std::uint32_t nodesBefore = 0;
-    std::uint32_t nodesAfter = 0;
-    std::uint16_t transformLength = 0;
-    std::uint16_t targetLength = 0;
-    std::uint8_t depth = 0; // runs around this one
-    bool scopeRun = false;
-    RunOutcome outcome = RunOutcome::Unchanged;
+    std::uint64_t run;
+    std::uint64_t start; // ticks of the timers' clock
+    std::uint64_t end;
+    std::uint64_t poolBefore; // bytes of all pools
+    std::uint64_t poolAfter;
+    std::string_view transform;
+    std::uint64_t target; // where its name begins in ProfileEvents
+    std::uint32_t nodesBefore;
+    std::uint32_t nodesAfter;
+    std::uint32_t targetLength;
+    std::uint8_t depth; // runs around this one
+    bool scopeRun;
+    RunOutcome outcome;
 };
 
 class ProfileEvents {
 public:
-    /// Adds `event`, which takes its names from `run`.
-    void add(ProfileEvent event, const TransformRun& run);
+    /// Adds an event that has its names from `run`; the caller fills in the rest.
+    ProfileEvent& add(const TransformRun& run) {
+        const std::string_view name =
+            run.function() != nullptr ? run.function()->name() : run.scope().name();
+        const std::uint64_t scope = run.scope().serial();
+        const KnownName& known =
+            known_[(reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames];
+        const std::uint64_t target = known.scope == scope && known.name.data() == name.data() &&
+                                             known.name.size() == name.size()
+                                         ? known.place
+                                         : learn(name, scope);
+        ProfileEvent& event = events_.emplace_back();
+        event.transform = run.transformName();
+        event.target = target;
+        event.targetLength = static_cast<std::uint32_t>(name.size());
+        return event;
+    }
     void clear();
 
     [[nodiscard]] const std::vector<ProfileEvent>& all() const noexcept { return events_; }
-    [[nodiscard]] std::string_view transformOf(const ProfileEvent& event) const noexcept {
-        return std::string_view(names_).substr(event.names, event.transformLength);
-    }
     [[nodiscard]] std::string_view targetOf(const ProfileEvent& event) const noexcept {
-        return std::string_view(names_).substr(event.names + event.transformLength,
-                                               event.targetLength);
+        return std::string_view(names_).substr(event.target, event.targetLength);
     }
 
 private:
+    // A name lies in the pool of its scope, which never uses memory again, and no two scopes have
+    // the same serial number: so place and number together stand for the text.
+    struct KnownName {
+        std::uint64_t scope = 0;
+        std::string_view name;
+        std::uint64_t place = 0;
+    };
+    static constexpr std::size_t knownNames = 1024;
+
+    std::uint64_t learn(std::string_view name, std::uint64_t scope);
+
     std::vector<ProfileEvent> events_;
     std::string names_;
+    std::array<KnownName, knownNames> known_;
 };
 
 struct ProfileReport {

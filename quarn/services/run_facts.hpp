@@ -27,6 +27,9 @@ void forEachFunctionOf(const TransformRun& run, Visitor&& visit) {
 
 /// Number of nodes under a run: constant time for a function, linear in the functions of a scope.
 inline std::size_t nodesUnder(const TransformRun& run) {
+    if (const Function* const function = run.function(); function != nullptr) {
+        return function->hasCfg() ? function->cfg().numNodes() : 0;
+    }
     std::size_t nodes = 0;
     forEachFunctionOf(run, [&](Function& function) { nodes += function.cfg().numNodes(); });
     return nodes;

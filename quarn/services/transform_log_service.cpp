@@ -66,8 +66,8 @@ void TransformLogService::postpass(TransformRun& run) {
         return;
     }
     const std::uint64_t now = Timer::readClock();
-    const auto start = state_->open.close(run);
-    if (!start) {
+    const State::Start* const start = state_->open.close(run);
+    if (start == nullptr) {
         return; // switched on in the middle of this run
     }
     const double microseconds =

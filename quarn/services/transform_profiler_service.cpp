@@ -94,7 +94,7 @@ void TransformProfilerService::reset() {
 }
 
 void TransformProfilerService::prepass(TransformRun& run) {
-    if (!wantsBefore(run) && !wantsAfter(run)) {
+    if (!(requestedBefore() || requestedAfter()) || !selects(run)) {
         return;
     }
     State& state = *state_;
@@ -111,11 +111,11 @@ void TransformProfilerService::prepass(TransformRun& run) {
 void TransformProfilerService::postpass(TransformRun& run) {
     const std::uint64_t now = Timer::readClock();
     State& state = *state_;
-    const auto start = state.open.close(run);
-    if (!start) {
+    const State::Start* const start = state.open.close(run);
+    if (start == nullptr) {
         return; // not selected, or switched on in the middle of this run
     }
-    detail::ProfileEvent event;
+    detail::ProfileEvent& event = state.events.add(run);
     event.run = run.id();
     event.start = start->clock;
     event.end = now;
@@ -124,12 +124,10 @@ void TransformProfilerService::postpass(TransformRun& run) {
     event.depth = start->depth;
     event.scopeRun = run.isScopeRun();
     event.outcome = run.outcome();
-    if (memoryInterval_ != 0 &&
-        (memoryInterval_ == 1 || (eventCount() + 1) % memoryInterval_ == 0)) {
-        event.poolBefore = start->pool;
-        event.poolAfter = Pool::totalReserved();
-    }
-    state.events.add(event, run);
+    const bool withMemory =
+        memoryInterval_ == 1 || (memoryInterval_ != 0 && eventCount() % memoryInterval_ == 0);
+    event.poolBefore = withMemory ? start->pool : detail::ProfileEvent::noMemory;
+    event.poolAfter = withMemory ? Pool::totalReserved() : detail::ProfileEvent::noMemory;
     if (emitThreshold_ != 0 && state.events.all().size() >= emitThreshold_) {
         emit();
     }

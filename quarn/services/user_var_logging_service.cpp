@@ -94,7 +94,7 @@ void UserVarLoggingService::postpass(TransformRun& run) {
     }
     std::vector<UserVar> after = aliveIn(run);
     std::string lines = listLine(run, "after  ", after);
-    if (auto before = state_->open.close(run)) {
+    if (auto* const before = state_->open.close(run); before != nullptr) {
         std::sort(before->begin(), before->end());
         std::sort(after.begin(), after.end());
         std::vector<UserVar> gone;

@@ -1,148 +1,176 @@
 // Prints the dot form: a box per block with its nodes as left-adjusted lines.
 #include "text/labels.hpp"
 #include "text/node_pieces.hpp"
+#include "text/writer.hpp"
 
 #include <qn/pages.hpp>
 #include <qn/scope.hpp>
-
-#include <charconv>
 
 namespace QN {
 
 namespace {
 
 using text::Labels;
+using text::Writer;
+
+// Bytes that a text may take when it is escaped.
+std::size_t roomFor(std::string_view text) noexcept {
+    return 2 * text.size();
+}
 
 class DotPrinter {
 public:
-    DotPrinter(std::string& out, const PageOptions& options) : out_(out), options_(options) {}
+    DotPrinter(std::string& out, std::size_t expected, const PageOptions& options)
+        : writer_(out, expected), options_(options) {}
 
     template <typename Thing>
     void printGraph(const Thing& thing) {
-        out_ += "digraph \"";
-        escaped(options_.title.empty() ? thing.name() : options_.title);
-        out_ += "\" {\n"
-                "  node [shape=box fontname=\"monospace\" fontsize=10];\n"
-                "  edge [fontname=\"monospace\" fontsize=9];\n"
-                "  fontname=\"monospace\";\n";
+        const std::string_view title = options_.title.empty() ? thing.name() : options_.title;
+        writer_.write("digraph \"");
+        writeEscaped(title);
+        writer_.write("\" {\n"
+                      "  node [shape=box fontname=\"monospace\" fontsize=10];\n"
+                      "  edge [fontname=\"monospace\" fontsize=9];\n"
+                      "  fontname=\"monospace\";\n");
         if (!options_.remarks.empty()) {
-            out_ += "  labelloc=t; fontcolor=red; label=\"";
+            writer_.write("  labelloc=t; fontcolor=red; label=\"");
             for (const std::string& remark : options_.remarks) {
-                escaped(remark);
-                out_ += "\\l";
+                writeEscaped(remark);
+                writer_.write("\\l");
             }
-            out_ += "\";\n";
+            writer_.write("\";\n");
         }
         print(thing);
-        out_ += "}\n";
+        writer_.write("}\n");
     }
 
-    // Pieces of a node or a signature, inside a quoted label.
-    void plain(std::string_view piece) { escaped(piece); }
+    // Pieces of a node or a signature, inside a quoted label; room has been asked for.
+    void plain(std::string_view piece) { writer_.put(piece); }
     void definition(const Node& node) { use(node); }
-    void type(const Type& type) { out_ += type.name(); }
-    void operation(std::string_view name) { out_ += name; }
+    void type(const Type& type) { writer_.put(type.name()); }
+    void operation(std::string_view name) { writer_.put(name); }
     void use(const Node& node) { numbered('%', node.id()); }
-    void use(const Const& constant) { out_ += labels_->of(constant); }
+    void use(const Const& constant) { writer_.put(labels_->of(constant)); }
     void use(const Var& var) { escaped(labels_->of(var)); }
     void use(const Block& block) { numbered('b', block.id()); }
     void use(const Callee& callee) { escaped(callee.name()); }
+    void name(const Function& function) { escaped(function.name()); }
     void declare(const Var& var) { use(var); }
 
 private:
     void print(const Scope& scope) {
-        out_ += "  subgraph cluster_s";
-        number(nextScope_++);
-        out_ += " {\n  label=\"scope ";
+        writer_.need(128 + roomFor(scope.name()));
+        writer_.put("  subgraph cluster_s");
+        writer_.putNumber(nextScope_++);
+        writer_.put(" {\n  label=\"scope ");
         escaped(scope.name());
-        out_ += " (";
-        out_ += toString(scope.flavor());
-        out_ += ")\"; fontcolor=black;\n";
+        writer_.put(" (");
+        writer_.put(toString(scope.flavor()));
+        writer_.put(")\"; fontcolor=black;\n");
+        writer_.commit();
         for (const auto& function : scope.functions()) {
             print(*function);
         }
         for (const auto& child : scope.children()) {
             print(*child);
         }
-        out_ += "  }\n";
+        writer_.write("  }\n");
     }
 
     void print(const Function& function) {
         function_ = nextFunction_++;
-        out_ += "  subgraph cluster_f";
-        number(function_);
-        out_ += " {\n  label=\"function ";
         if (!function.hasCfg()) {
-            text::giveSignature(function, *this);
-            out_ += "\"; fontcolor=black;\n  f";
-            number(function_);
-            out_ += " [label=\"no graph\" shape=plaintext];\n  }\n";
+            printHead(function, 0);
+            writer_.write(" [label=\"no graph\" shape=plaintext];\n  }\n");
             return;
         }
         const Cfg& cfg = function.cfg();
         const Labels labels(cfg, options_.text.disambiguateNames ? Labels::Style::Disambiguate
                                                                  : Labels::Style::Plain);
         labels_ = &labels;
-        text::giveSignature(function, *this);
-        out_ += "\"; fontcolor=black;\n  f";
-        number(function_);
-        out_ += " [shape=note label=\"";
+        printHead(function, labels.longest());
+        writer_.write(" [shape=note label=\"");
         for (const Var& var : cfg.vars()) {
-            out_ += text::nameOf(var.varKind());
-            out_ += ' ';
+            writer_.need(64 + 2 * labels.longest());
+            writer_.put(text::nameOf(var.varKind()));
+            writer_.put(' ');
             use(var);
-            out_ += ": ";
-            out_ += var.type()->name();
-            out_ += "\\l";
+            writer_.put(": ");
+            writer_.put(var.type()->name());
+            writer_.put("\\l");
+            writer_.commit();
         }
-        out_ += "\"];\n";
+        writer_.write("\"];\n");
+        operandRoom_ = 2 * labels.longest() + 32;
         for (const Block& block : cfg.blocks()) {
             print(block);
         }
         labels_ = nullptr;
-        out_ += "  }\n";
+        writer_.write("  }\n");
+    }
+
+    void printHead(const Function& function, std::size_t longestLabel) {
+        writer_.need(256 + roomFor(function.name()) +
+                     function.paramTypes().size() * (64 + 2 * longestLabel));
+        writer_.put("  subgraph cluster_f");
+        writer_.putNumber(function_);
+        writer_.put(" {\n  label=\"function ");
+        text::giveSignature(function, *this);
+        writer_.put("\"; fontcolor=black;\n  f");
+        writer_.putNumber(function_);
+        writer_.commit();
     }
 
     void print(const Block& block) {
+        writer_.need(128);
         name(block);
-        out_ += " [label=\"b";
-        number(block.id());
-        out_ += ":\\l";
+        writer_.put(" [label=\"b");
+        writer_.putNumber(block.id());
+        writer_.put(":\\l");
+        writer_.commit();
         for (const Node& node : block.nodes()) {
-            out_ += "  ";
+            std::size_t room = 160 + node.numOperands() * operandRoom_;
+            if (node.has(OpFlag::Calls)) {
+                for (const Operand& operand : node.operands()) {
+                    const Callee* const callee = asCallee(operand.value());
+                    room += callee != nullptr ? roomFor(callee->name()) : 0;
+                }
+            }
+            writer_.need(room);
+            writer_.put("  ");
             text::givePieces(node, options_.text, *this);
             if (node.line() != 0) {
-                out_ += "  # ";
-                number(node.line());
+                writer_.put("  # ");
+                writer_.putNumber(node.line());
             }
-            out_ += "\\l";
+            writer_.put("\\l");
+            writer_.commit();
         }
-        out_ += "\"];\n";
-        for (std::size_t i = 0; i < block.numSuccessors(); ++i) {
+        writer_.write("\"];\n");
+        const std::size_t successors = block.numSuccessors();
+        for (std::size_t i = 0; i < successors; ++i) {
             if (const Block* const target = block.successor(i); target != nullptr) {
+                writer_.need(160);
                 name(block);
-                out_ += " ->";
+                writer_.put(" ->");
                 name(*target);
-                out_ += block.numSuccessors() == 1 ? ";\n"
-                        : i == 0                   ? " [label=\"true\"];\n"
-                                                   : " [label=\"false\"];\n";
+                writer_.put(successors == 1 ? ";\n"
+                            : i == 0        ? " [label=\"true\"];\n"
+                                            : " [label=\"false\"];\n");
+                writer_.commit();
             }
         }
     }
 
     void name(const Block& block) {
-        out_ += " f";
-        number(function_);
+        writer_.put(" f");
+        writer_.putNumber(function_);
         numbered('b', block.id());
     }
 
-    void number(std::uint64_t value) {
-        char digits[20];
-        out_.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-    }
     void numbered(char sign, std::uint64_t value) {
-        out_ += sign;
-        number(value);
+        writer_.put(sign);
+        writer_.putNumber(value);
     }
 
     // Names may hold anything; in a quoted label a backslash begins an escape, and control
@@ -150,19 +178,24 @@ private:
     void escaped(std::string_view text) {
         for (const char c : text) {
             if (c == '"' || c == '\\') {
-                out_ += '\\';
-                out_ += c;
-            } else if (static_cast<unsigned char>(c) < 0x20) {
-                out_ += ' ';
+                writer_.put('\\');
+                writer_.put(c);
             } else {
-                out_ += c;
+                writer_.put(static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
             }
         }
     }
 
-    std::string& out_;
+    void writeEscaped(std::string_view text) {
+        writer_.need(roomFor(text));
+        escaped(text);
+        writer_.commit();
+    }
+
+    Writer writer_;
     const PageOptions& options_;
     const Labels* labels_ = nullptr;
+    std::size_t operandRoom_ = 0;
     std::uint64_t function_ = 0;
     std::uint64_t nextFunction_ = 0;
     std::uint64_t nextScope_ = 0;
@@ -171,11 +204,11 @@ private:
 } // namespace
 
 void printDot(const Function& function, std::string& out, const PageOptions& options) {
-    DotPrinter(out, options).printGraph(function);
+    DotPrinter(out, text::expectedLength(function), options).printGraph(function);
 }
 
 void printDot(const Scope& scope, std::string& out, const PageOptions& options) {
-    DotPrinter(out, options).printGraph(scope);
+    DotPrinter(out, text::expectedLength(scope), options).printGraph(scope);
 }
 
 } // namespace QN

@@ -100,6 +100,7 @@ public:
             out_ += "</a>";
         }
     }
+    void name(const Function& function) { escaped(function.name()); }
     void declare(const Var& var) { use(var); }
 
 private:

@@ -2,7 +2,7 @@
 // piece to a sink, which spells it in its form.
 //
 // A sink has: plain(text), definition(node), type(type), operation(text), use(node), use(constant),
-// use(var), use(block), use(callee), declare(var).
+// use(var), use(block), use(callee), and for signatures name(function), declare(var).
 #pragma once
 
 #include <qn/function.hpp>
@@ -59,7 +59,7 @@ void givePieces(const Node& node, const TextOptions& options, Sink& sink) {
 /// "NAME(x: f64, n: i32) -> f64"; without a graph the parameters have no names.
 template <typename Sink>
 void giveSignature(const Function& function, Sink& sink) {
-    sink.plain(function.name());
+    sink.name(function);
     sink.plain("(");
     const Var* param = function.hasCfg() ? function.cfg().firstVar() : nullptr;
     for (std::size_t i = 0; i < function.paramTypes().size(); ++i) {

@@ -7,7 +7,9 @@
 // wantsAfter(run); call settingChanged() in each setter whose effect shows in a compilation.
 #pragma once
 
+#include <qn/scope.hpp>
 #include <qn/service.hpp>
+#include <qn/transform_run.hpp>
 
 #include <memory>
 #include <string>
@@ -59,13 +61,17 @@ protected:
     }
     [[nodiscard]] bool wantsAfter(const TransformRun& run) const { return after_ && selects(run); }
     /// Whether filter and scope select this run, whatever sides are requested.
-    [[nodiscard]] bool selects(const TransformRun& run) const;
+    [[nodiscard]] bool selects(const TransformRun& run) const {
+        return (globalScope_ || run.scope().flavor() != ScopeFlavor::Global) &&
+               (pattern_ == nullptr || matches(run));
+    }
 
     /// Tells the container that what this service does has changed, so that code compiled under
     /// the old settings is compiled anew.
     void settingChanged() const noexcept;
 
 private:
+    bool matches(const TransformRun& run) const;
     bool setRequest(bool& request, bool requested);
 
     std::string_view folder_;

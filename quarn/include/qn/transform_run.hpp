@@ -19,8 +19,8 @@ enum class RunOutcome : std::uint8_t { Running, Unchanged, Changed, Failed };
 
 class TransformRun {
 public:
-    /// A run of the function transform `transform` on `function` in `scope`. The names live at
-    /// least as long as the run.
+    /// A run of the function transform `transform` on `function` in `scope`. The transform's name
+    /// lives as long as the process, the function's at least as long as the run.
     TransformRun(std::uint64_t id, std::string_view transform, Scope& scope, Function& function,
                  std::string_view functionName) noexcept
         : id_(id), transform_(transform), target_(functionName), scope_(&scope),
