@@ -82,6 +82,10 @@ std::uint32_t Batch::fill(std::uint32_t first) {
         const std::uint32_t blockStart = survey_->firstNode(block_);
         const std::uint32_t blockEnd = survey_->endNode(block_);
         for (; number < blockEnd && count_ < mostNodes && operandCount_ < mostOperands; ++number) {
+            constexpr std::uint32_t ahead = 10;
+            const Node* const later = survey_->nodes()[number + ahead < size ? number + ahead : 0];
+            __builtin_prefetch(later);
+            __builtin_prefetch(later + 1); // its operands
             const Node& node = *survey_->nodes()[number];
             NodeFacts& facts = nodes_[count_++];
             unsigned flags = lookAt(node, number, blockStart, facts);

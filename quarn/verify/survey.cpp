@@ -9,6 +9,8 @@ namespace QN::verification {
 
 namespace {
 
+constexpr std::ptrdiff_t prefetchBytes = 768;
+
 std::string idText(std::uint32_t id) {
     return "(id " + std::to_string(id) + ")";
 }
@@ -151,6 +153,8 @@ void Survey::walkNodes(std::uint32_t block) {
     };
     const Node* at = blocks_[block]->first();
     for (; at != nullptr; at = at->next()) {
+        // Most nodes lie in the order in which they follow each other.
+        __builtin_prefetch(reinterpret_cast<const char*>(at) + prefetchBytes);
         if (!memory_.holds(at, sizeof(Node)) || at->kind() != EntityKind::Node ||
             !memory_.holds(at, at->bytes()) || !memory_.list(at)) [[unlikely]] {
             const char* const wrong = whatIsWrong(memory_, at, EntityKind::Node);
