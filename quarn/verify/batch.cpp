@@ -66,47 +66,8 @@ const OperandRule& operandRuleOf(Op op) noexcept {
     return rules[static_cast<std::size_t>(op)];
 }
 
-std::uint32_t Batch::fill(std::uint32_t first) {
-    count_ = 0;
-    operandCount_ = 0;
-    block_ = first == 0 ? 0 : block_;
-    unsigned anyFlags = 0;
-    std::uint32_t anyLines = 0;
-    const auto size = static_cast<std::uint32_t>(survey_->nodes().size());
-    std::uint32_t number = first;
-    while (number < size && count_ < mostNodes && operandCount_ < mostOperands) {
-        while (survey_->endNode(block_) <= number) {
-            ++block_;
-        }
-        const Block* const block = survey_->blocks()[block_];
-        const std::uint32_t blockStart = survey_->firstNode(block_);
-        const std::uint32_t blockEnd = survey_->endNode(block_);
-        for (; number < blockEnd && count_ < mostNodes && operandCount_ < mostOperands; ++number) {
-            constexpr std::uint32_t ahead = 10;
-            const Node* const later = survey_->nodes()[number + ahead < size ? number + ahead : 0];
-            __builtin_prefetch(later);
-            __builtin_prefetch(later + 1); // its operands
-            const Node& node = *survey_->nodes()[number];
-            NodeFacts& facts = nodes_[count_++];
-            unsigned flags = lookAt(node, number, blockStart, facts);
-            flags |= flagIf(NodeFacts::WrongBlock, node.block() != block) |
-                     flagIf(NodeFacts::HasMode, node.mode().bits() != 0) |
-                     flagIf(NodeFacts::EndsBlock, number + 1 == blockEnd);
-            facts.flags = static_cast<std::uint8_t>(flags);
-            anyFlags |= flags;
-            anyLines |= node.line();
-            survey_->followUses(node, Where::atNode(number));
-        }
-    }
-    survey_->finishUses();
-    flags_ = static_cast<std::uint8_t>(anyFlags);
-    lines_ = anyLines;
-    sortByOperation();
-    return number;
-}
-
-unsigned Batch::lookAt(const Node& node, std::uint32_t number, std::uint32_t blockStart,
-                       NodeFacts& facts) {
+inline unsigned Batch::lookAt(const Node& node, std::uint32_t number, std::uint32_t blockStart,
+                              NodeFacts& facts) {
     static constexpr OperandRule takesNothing = {};
     const Op op = node.op();
     const bool exists = static_cast<std::size_t>(op) < opCount;
@@ -166,6 +127,45 @@ unsigned Batch::lookAt(const Node& node, std::uint32_t number, std::uint32_t blo
     facts.op = op;
     return flagIf(NodeFacts::Malformed, isMalformed) | flagIf(NodeFacts::Far, isFar) |
            flagIf(NodeFacts::WrongUser, isWrongUser);
+}
+
+std::uint32_t Batch::fill(std::uint32_t first) {
+    count_ = 0;
+    operandCount_ = 0;
+    block_ = first == 0 ? 0 : block_;
+    unsigned anyFlags = 0;
+    std::uint32_t anyLines = 0;
+    const auto size = static_cast<std::uint32_t>(survey_->nodes().size());
+    std::uint32_t number = first;
+    while (number < size && count_ < mostNodes && operandCount_ < mostOperands) {
+        while (survey_->endNode(block_) <= number) {
+            ++block_;
+        }
+        const Block* const block = survey_->blocks()[block_];
+        const std::uint32_t blockStart = survey_->firstNode(block_);
+        const std::uint32_t blockEnd = survey_->endNode(block_);
+        for (; number < blockEnd && count_ < mostNodes && operandCount_ < mostOperands; ++number) {
+            constexpr std::uint32_t ahead = 10;
+            const Node* const later = survey_->nodes()[number + ahead < size ? number + ahead : 0];
+            __builtin_prefetch(later);
+            __builtin_prefetch(later + 1); // its operands
+            const Node& node = *survey_->nodes()[number];
+            NodeFacts& facts = nodes_[count_++];
+            unsigned flags = lookAt(node, number, blockStart, facts);
+            flags |= flagIf(NodeFacts::WrongBlock, node.block() != block) |
+                     flagIf(NodeFacts::HasMode, node.mode().bits() != 0) |
+                     flagIf(NodeFacts::EndsBlock, number + 1 == blockEnd);
+            facts.flags = static_cast<std::uint8_t>(flags);
+            anyFlags |= flags;
+            anyLines |= node.line();
+            survey_->followUses(node, Where::atNode(number));
+        }
+    }
+    survey_->finishUses();
+    flags_ = static_cast<std::uint8_t>(anyFlags);
+    lines_ = anyLines;
+    sortByOperation();
+    return number;
 }
 
 void Batch::sortByOperation() {

@@ -115,8 +115,8 @@ private:
     static constexpr std::uint8_t none = 255;
 
     /// Fills in all but the flags, and returns those that operands decide.
-    unsigned lookAt(const Node& node, std::uint32_t number, std::uint32_t blockStart,
-                    NodeFacts& facts);
+    [[gnu::always_inline]] inline unsigned lookAt(const Node& node, std::uint32_t number,
+                                                  std::uint32_t blockStart, NodeFacts& facts);
     void sortByOperation();
 
     Survey* survey_;
