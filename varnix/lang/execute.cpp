@@ -4,6 +4,8 @@
 // Labels as values are an extension of g++ and clang++; with them each operation jumps straight to
 // the next one, which predicts far better than one shared switch.
 //
+// A jump to a label runs no destructors: nothing that owns something may be in scope at NEXT().
+//
 // frame->ip tells the rest of the machine where execution is. It is stored before anything that can
 // raise an error or look at frames, and only then.
 #include "lang/interrupt.hpp"
@@ -504,8 +506,10 @@ doGetMember : {
     }
     if (base.tag() == Tag::Array && base.array()->classID == hvSTRUCT_CLASS) [[likely]] {
         if (const Value* const field = structOf(base.array()).find(site.name)) [[likely]] {
-            Value value = *field; // the target may be what holds the struct
-            r[ip->a] = std::move(value);
+            {
+                Value value = *field; // the target may be what holds the struct
+                r[ip->a] = std::move(value);
+            }
             NEXT();
         }
     }
@@ -583,12 +587,14 @@ doReturn:
     // One value, for a caller in the same run that wants one or none.
     if (frame->flags == 0 && frame->requested <= 1 && ip->wide() == 1 && !r[ip->a].isUnset())
         [[likely]] {
-        Value result = std::move(r[ip->a]);
-        const std::size_t target = frame->result;
-        popFrame();
-        RELOAD();
-        if (target != noSlot)
-            r[target] = std::move(result);
+        {
+            Value result = std::move(r[ip->a]);
+            const std::size_t target = frame->result;
+            popFrame();
+            RELOAD();
+            if (target != noSlot)
+                r[target] = std::move(result);
+        }
         NEXT();
     }
     SAVE();
