@@ -26,8 +26,10 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib;$ORIGIN;$ORIGIN/../..")
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  # Clones at different places share what is in the cache.
+  set(launcher env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()
 
 if(QUARN_VI_SANITIZE)
@@ -56,6 +58,9 @@ function(house_tests name label)
   own_code(${name})
   # Tests run for milliseconds and compile for minutes: optimizing them costs more than it gains.
   target_compile_options(${name} PRIVATE -O0)
+  if(NOT CCACHE) # a precompiled header would keep the cache from being used
+    target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  endif()
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest GTest::gmock GTest::gtest_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
