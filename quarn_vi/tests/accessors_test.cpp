@@ -285,7 +285,10 @@ public:
 private:
     double position_ = 0;
 };
-class Cart : public Ballast, public Movable {};
+class Cart : public Movable {
+public:
+    double load[3] = {21, 22, 23}; // stands between the declaring class and the virtual base
+};
 
 TEST(FindingTheNativeObject, AtWhateverDistanceItLies) {
     const COSNameID name(Movable::scriptClassName);
@@ -303,6 +306,8 @@ TEST(FindingTheNativeObject, AtWhateverDistanceItLies) {
         setter.setValue(instanceIn(handle), number(turn + 0.5));
         EXPECT_EQ(object->position(), turn + 0.5);
     }
+    EXPECT_EQ(cart.load[0], 21);
+    EXPECT_EQ(cart.load[2], 23);
 }
 
 TEST(FindingTheNativeObject, RefusesAnObjectOfAnotherNativeClass) {
