@@ -55,7 +55,7 @@ TEST(Damaged, GraphsAreVerifiedToTheEnd) {
     std::size_t found = 0;
     std::size_t graphs = 0;
     for (std::uint32_t seed = 1; seed <= 60; ++seed) {
-        for (const std::size_t changes : {1, 1, 2, 5, 30, 300}) {
+        for (const std::size_t changes : {1U, 1U, 2U, 5U, 30U, 300U}) {
             const auto scope = tools::generate({seed});
             for (const auto& function : scope->functions()) {
                 Cfg& cfg = function->cfg();

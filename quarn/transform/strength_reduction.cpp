@@ -65,7 +65,7 @@ Entity* cheaper(Cfg& cfg, Node& node) {
     const Type* const type = node.type();
     switch (node.op()) {
     case Op::Mul:
-        for (const std::size_t side : {0, 1}) {
+        for (const std::size_t side : {0U, 1U}) {
             if (isNumber(constantOf(node, side, type), 2)) {
                 Entity* const x = node.operand(1 - side);
                 return builder.binary(Op::Add, x, x, node.mode());

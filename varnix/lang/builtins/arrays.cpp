@@ -35,10 +35,10 @@ void filled(BuiltinCall& call, F&& fill) {
     const hvClassID id = classArgument(in, end);
     if (end > 2)
         in.bad(2, "must be the name of a class");
-    const auto [rows, columns] = in.size(0, end);
-    numeric::ArrayHolder result(newArray(id, rows, columns));
-    numeric::withElementType(id,
-                             [&]<class T>(T) { fill(elements<T>(result.get()), rows, columns); });
+    const auto size = in.size(0, end);
+    numeric::ArrayHolder result(newArray(id, size.first, size.second));
+    numeric::withElementType(
+        id, [&]<class T>(T) { fill(elements<T>(result.get()), size.first, size.second); });
     call.give(Value::fromArray(result.release()));
 }
 
