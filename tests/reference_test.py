@@ -21,8 +21,9 @@ class Reference(unittest.TestCase):
 
     def test_every_page_has_a_worked_example(self):
         for page in (ROOT / "docs" / "reference").glob("*.md"):
-            if page.name != "README.md":
-                self.assertIn("\n```vx\n", page.read_text(encoding="utf-8"), page.name)
+            text = page.read_text(encoding="utf-8")
+            if "<!-- declared:" in text:  # a page of a class
+                self.assertIn("\n```vx\n", text, page.name)
 
 
 if __name__ == "__main__":
