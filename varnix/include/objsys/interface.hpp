@@ -41,7 +41,8 @@ public:
     /// Reserves `storage` (or nothing, with null) for the instance's native object.
     void setNativeStorage(void* storage) { storage_ = storage; }
 
-    /// The script class of the instance; null once the class was withdrawn with its module.
+    /// The script class of the instance; never null. Once the class was withdrawn with its module,
+    /// what is left of it has its name and no members.
     [[nodiscard]] COSClass* getClass() const { return self_.objectClass; }
 
     /// False once the instance was deleted or its native object died.
