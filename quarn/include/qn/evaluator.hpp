@@ -9,14 +9,13 @@
 // gives an EvaluationError at worst.
 #pragma once
 
+#include <qn/array_value.hpp>
 #include <qn/trap.hpp>
-#include <qn/type.hpp>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,45 +24,6 @@ namespace QN {
 
 class Function;
 class Scope;
-
-/// An array value: copies share the elements until one of them is written to.
-class ArrayValue {
-public:
-    /// 0 by 0 doubles.
-    ArrayValue() noexcept = default;
-    /// Zeros. The product of the sizes must be at most maxElements.
-    ArrayValue(ScalarKind kind, std::int64_t rows, std::int64_t cols);
-
-    static constexpr std::int64_t maxElements = std::int64_t{1} << 40;
-
-    [[nodiscard]] ScalarKind kind() const noexcept { return kind_; }
-    [[nodiscard]] std::int64_t rows() const noexcept { return rows_; }
-    [[nodiscard]] std::int64_t cols() const noexcept { return cols_; }
-    [[nodiscard]] std::int64_t numel() const noexcept { return rows_ * cols_; }
-
-    /// Element `index`, counted from 1 column by column, as the bits of a scalar. Inside the
-    /// bounds.
-    [[nodiscard]] std::uint64_t get(std::int64_t index) const noexcept;
-    void set(std::int64_t index, std::uint64_t bits);
-    /// Keeps the elements that have a place in the new size; new ones are zero.
-    void resize(std::int64_t rows, std::int64_t cols);
-
-    /// The elements, column by column: doubles; one byte per logical; integers of their width. Null
-    /// if there are none. The writable form first makes sure that nobody shares them.
-    [[nodiscard]] const void* data() const noexcept {
-        return elements_ == nullptr ? nullptr : elements_->data();
-    }
-    [[nodiscard]] void* writableData();
-
-    /// Bytes of one element.
-    [[nodiscard]] static std::size_t elementBytes(ScalarKind kind) noexcept;
-
-private:
-    ScalarKind kind_ = ScalarKind::Double;
-    std::int64_t rows_ = 0;
-    std::int64_t cols_ = 0;
-    std::shared_ptr<std::vector<std::byte>> elements_;
-};
 
 /// An argument or a result: a scalar in its bits, or an array.
 struct Value {
@@ -76,22 +36,6 @@ struct Value {
     [[nodiscard]] static Value ofInt(const Type* type, std::int64_t value);
     [[nodiscard]] static Value ofArray(ArrayValue array);
     [[nodiscard]] double asDouble() const noexcept;
-};
-
-/// Why an execution ended early, and where.
-class EvaluationError : public std::runtime_error {
-public:
-    EvaluationError(TrapCode code, std::string function, std::uint32_t line,
-                    const std::string& detail = {});
-    [[nodiscard]] TrapCode code() const noexcept { return code_; }
-    [[nodiscard]] const std::string& function() const noexcept { return function_; }
-    /// The line of the source, 0 if unknown.
-    [[nodiscard]] std::uint32_t line() const noexcept { return line_; }
-
-private:
-    TrapCode code_;
-    std::string function_;
-    std::uint32_t line_;
 };
 
 class Evaluator {

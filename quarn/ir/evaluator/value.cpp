@@ -2,66 +2,9 @@
 #include <qn/arithmetic.hpp>
 #include <qn/evaluator.hpp>
 
-#include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace QN {
-
-std::size_t ArrayValue::elementBytes(ScalarKind kind) noexcept {
-    constexpr std::size_t bytes[scalarKindCount] = {8, 1, 1, 2, 4, 8, 1, 2, 4, 8};
-    return bytes[static_cast<std::size_t>(kind)];
-}
-
-ArrayValue::ArrayValue(ScalarKind kind, std::int64_t rows, std::int64_t cols)
-    : kind_(kind), rows_(rows), cols_(cols) {
-    if (numel() > 0) {
-        elements_ = std::make_shared<std::vector<std::byte>>(static_cast<std::size_t>(numel()) *
-                                                             elementBytes(kind));
-    }
-}
-
-std::uint64_t ArrayValue::get(std::int64_t index) const noexcept {
-    const std::size_t bytes = elementBytes(kind_);
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, elements_->data() + static_cast<std::size_t>(index - 1) * bytes, bytes);
-    return kind_ == ScalarKind::Logical ? bits : normalizeScalar(*Type::scalar(kind_), bits);
-}
-
-void ArrayValue::set(std::int64_t index, std::uint64_t bits) {
-    const std::size_t bytes = elementBytes(kind_);
-    auto* const data = static_cast<std::byte*>(writableData());
-    std::memcpy(data + static_cast<std::size_t>(index - 1) * bytes, &bits, bytes);
-}
-
-void* ArrayValue::writableData() {
-    if (elements_ == nullptr) {
-        return nullptr;
-    }
-    if (elements_.use_count() > 1) {
-        elements_ = std::make_shared<std::vector<std::byte>>(*elements_);
-    }
-    return elements_->data();
-}
-
-void ArrayValue::resize(std::int64_t rows, std::int64_t cols) {
-    if (rows == rows_ && cols == cols_) {
-        return;
-    }
-    ArrayValue resized(kind_, rows, cols);
-    const std::size_t bytes = elementBytes(kind_);
-    const auto kept = static_cast<std::size_t>(std::min(rows, rows_)) * bytes;
-    if (kept > 0) {
-        auto* to = static_cast<std::byte*>(resized.writableData());
-        const auto* from = static_cast<const std::byte*>(data());
-        for (std::int64_t col = 0; col < std::min(cols, cols_); ++col) {
-            std::memcpy(to, from, kept);
-            to += static_cast<std::size_t>(rows) * bytes;
-            from += static_cast<std::size_t>(rows_) * bytes;
-        }
-    }
-    *this = std::move(resized);
-}
 
 Value Value::ofDouble(double value) {
     return {Type::f64(), bitsOf(value), {}};
@@ -102,6 +45,8 @@ std::string_view toString(TrapCode code) noexcept {
         return "invalid IR";
     case TrapCode::Assertion:
         return "assertion failed";
+    case TrapCode::Interrupted:
+        return "interrupted";
     case TrapCode::FirstOfHost:
         break;
     }
