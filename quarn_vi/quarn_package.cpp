@@ -1,8 +1,10 @@
 #include "quarn_package.hpp"
 
 #include "debug/collectstatistics.hpp"
+#include "debug/debug.hpp"
 #include "debug/debuglogger.hpp"
 #include "debug/debugservicevi.hpp"
+#include "debug/llvmdebugger.hpp"
 #include "debug/memoryanalyzervi.hpp"
 #include "debug/nameprinter.hpp"
 #include "debug/poolhighwatermarkvi.hpp"
@@ -31,12 +33,9 @@ objsys::COSClassInfo* make() {
     return new Descriptor;
 }
 
-// The finished order is fixed: Debug, DebugService, PrettyPrinter, TransformProfiler,
-// TransformLogService, Scrambler, StackTraces, Profiler, Timer, TimerProbe, DebugLogger,
-// ProfilingInstrumentation, NamePrinter, SanityChecker, SanityViolation, MemoryAnalyzer,
-// PoolHighWaterMark, CollectStatistics, LlvmDebugger, UserVarLogging, SerializerFbtService.
-// A class adds its row at its place among those that are there.
+// The order is fixed: it is the one in which the host lists the classes.
 constexpr CatalogueRow rows[] = {
+    {make<debug::CosDebug>},
     {make<debug::CosDebugService>},
     {make<debug::CosPrettyPrinter>},
     {make<debug::CosTransformProfiler>},
@@ -54,6 +53,7 @@ constexpr CatalogueRow rows[] = {
     {make<debug::CosMemoryAnalyzer>},
     {make<debug::CosPoolHighWaterMark>},
     {make<debug::CosCollectStatistics>},
+    {make<debug::CosLlvmDebugger>},
     {make<debug::CosUserVarLogging>},
     {make<debug::CosSerializerFbtService>},
 };

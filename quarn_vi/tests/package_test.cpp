@@ -14,8 +14,7 @@ namespace {
 
 using namespace sample;
 
-/// The finished catalogue. Classes that are not there yet may be missing, but what is there stands
-/// in this order and says exactly this about itself.
+/// The catalogue: these classes in this order, and each says exactly this about itself.
 struct ExpectedClass {
     const char* name;
     const char* description;
@@ -61,16 +60,15 @@ std::vector<std::unique_ptr<objsys::COSClassInfo>> descriptors() {
     return all;
 }
 
-TEST(Catalogue, HoldsKnownClassesInTheirOrder) {
-    const ExpectedClass* previous = nullptr;
-    for (const auto& descriptor : descriptors()) {
-        const ExpectedClass* const row = expected(descriptor->getName());
-        ASSERT_NE(row, nullptr) << descriptor->getName();
-        EXPECT_TRUE(previous == nullptr || previous < row)
-            << descriptor->getName() << " stands after " << previous->name;
-        previous = row;
-    }
-    ASSERT_NE(previous, nullptr);
+TEST(Catalogue, HoldsTheClassesInTheirOrder) {
+    std::vector<std::string> names;
+    for (const auto& descriptor : descriptors())
+        names.emplace_back(descriptor->getName());
+    std::vector<std::string> wanted;
+    for (const ExpectedClass& row : expectedCatalogue)
+        wanted.emplace_back(row.name);
+    EXPECT_EQ(names, wanted);
+    EXPECT_EQ(names.size(), 21u);
 }
 
 TEST(Catalogue, DescribesItsClasses) {
