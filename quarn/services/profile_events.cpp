@@ -1,10 +1,11 @@
 // See profile_events.hpp.
 #include "services/profile_events.hpp"
 
+#include "services/report_text.hpp"
+
 #include <qn/timer.hpp>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <unistd.h>
 
@@ -44,13 +45,6 @@ std::string targetName(const ProfileEvents& events, const ProfileEvent& event,
     return name;
 }
 
-template <typename... Arguments>
-void print(std::string& text, const char* format, Arguments... arguments) {
-    char buffer[256];
-    const int length = std::snprintf(buffer, sizeof buffer, format, arguments...);
-    text.append(buffer, std::min(sizeof buffer - 1, static_cast<std::size_t>(length)));
-}
-
 using Number = unsigned long long;
 
 void appendQuotedCsv(std::string& text, std::string_view value) {
@@ -61,24 +55,6 @@ void appendQuotedCsv(std::string& text, std::string_view value) {
     text += '"';
     for (const char c : value) {
         text.append(c == '"' ? 2 : 1, c);
-    }
-    text += '"';
-}
-
-// Bytes that are no printable ASCII go out as code points of their own value, so that any name
-// gives a valid text.
-void appendQuotedJson(std::string& text, std::string_view value) {
-    text += '"';
-    for (const char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            text += '\\';
-            text += c;
-        } else if (byte < 0x20 || byte >= 0x7F) {
-            print(text, "\\u%04x", static_cast<unsigned>(byte));
-        } else {
-            text += c;
-        }
     }
     text += '"';
 }
