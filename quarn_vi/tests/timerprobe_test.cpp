@@ -3,6 +3,8 @@
 #include "debug/timerprobe.hpp"
 #include "tests/controllers.hpp"
 
+#include <qn/timer.hpp>
+
 #include <boost/thread/thread.hpp>
 
 namespace {
@@ -46,6 +48,18 @@ TEST(TimerProbe, givesTheResultOfTheWork) {
     EXPECT_EQ(probe(object, 4, 1000), -1);
 }
 
+TEST(TimerProbe, stepIsDefinedForEveryCount) {
+    const Object object("TimerProbe");
+    for (std::int32_t n = 0; n <= 100; ++n) {
+        const std::int64_t wanted = n <= 31 ? (std::int64_t{1} << n) - 1 : -1;
+        EXPECT_EQ(probe(object, 4, n), wanted) << n;
+    }
+    EXPECT_EQ(probe(object, 4, 1e6), -1);
+    EXPECT_EQ(object.int32("iterations"), 1000000);
+    EXPECT_EQ(probe(object, 4, -1), 0);
+    EXPECT_EQ(probe(object, 4, -2147483648.0), 0);
+}
+
 TEST(TimerProbe, unknownTrialGivesMinusOneAndNoTimes) {
     const Object object("TimerProbe");
     for (const double trial : {0.0, 5.0, -1.0}) {
@@ -87,8 +101,9 @@ TEST(TimerProbe, sleepsAMillisecondEachTurn) {
 
 TEST(TimerProbe, interruptingTheThreadEndsTheSleepEarly) {
     bool interrupted = false;
+    quarn_vi::debug::TimerProbe native;
+    const std::size_t timers = QN::Timer::manager().size();
     boost::thread sleeper([&] {
-        quarn_vi::debug::TimerProbe native;
         try {
             (void)native.probe(2, 600000); // ten minutes, unless it is interrupted
         } catch (const boost::thread_interrupted&) {
@@ -98,6 +113,11 @@ TEST(TimerProbe, interruptingTheThreadEndsTheSleepEarly) {
     sleeper.interrupt();
     sleeper.join();
     EXPECT_TRUE(interrupted);
+    EXPECT_EQ(native.trialId(), 2);
+    EXPECT_EQ(native.iterations(), 600000);
+    EXPECT_EQ(native.innerTime(), 0.0);
+    EXPECT_EQ(native.outerTime(), 0.0);
+    EXPECT_EQ(QN::Timer::manager().size(), timers); // its two timers are gone
 }
 
 TEST(TimerProbe, argumentsMustBeIntegers) {
