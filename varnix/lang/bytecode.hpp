@@ -172,9 +172,13 @@ struct MemberSite : CallShape {
     objsys::COSClass* cls = nullptr;
     const objsys::COSProperty* property = nullptr;
     const objsys::COSMethod* method = nullptr;
-    /// Assignments: a value with this tag goes to the setter as it is; null: none does.
-    objsys::factory::impl::Setter* plainSetter = nullptr;
-    Tag plainTag = Tag::Unset;
+    /// Assignments: the property's setter, and the tag of the values that go to it as they are.
+    objsys::factory::impl::Setter* setter = nullptr;
+    Tag plainTag = noTag;
+    static constexpr Tag noTag{0xff}; ///< that of no value
+    /// The other assignments that need no more than a look: whole numbers and texts where they are
+    /// declared. False: nothing was done, toDoor must decide.
+    bool assignConverted(objsys::COSInterface* instance, const Value& value) const;
     /// Calls: `method` takes one object and nothing else, as this site calls it.
     bool plainCall = false;
 };

@@ -520,15 +520,19 @@ doSetMember : {
     const Value& base = r[ip->a];
     const Value& value = r[ip->b];
     const MemberSite& site = code->members[ip->c];
-    // A logical for a logical, a double for a double: nothing to convert.
-    if (base.isHandle() && value.tag() == site.plainTag && site.plainSetter != nullptr &&
-        base.array()->objectClass == site.cls) [[likely]] {
+    if (base.isHandle() && site.setter != nullptr && base.array()->objectClass == site.cls)
+        [[likely]] {
         COSInterface* const instance = COSInterface::ofHandle(base.array());
         if (instance->isValid()) [[likely]] {
             SAVE();
-            site.plainSetter->setValue(instance,
-                                       COSValue(value.asUnsigned(), site.property->dataType));
-            NEXT();
+            // A logical for a logical, a double for a double: nothing to convert.
+            if (value.tag() == site.plainTag) {
+                site.setter->setValue(instance,
+                                      COSValue(value.asUnsigned(), site.property->dataType));
+                NEXT();
+            }
+            if (site.assignConverted(instance, value))
+                NEXT();
         }
     }
     SLOW(setMember(*frame, *ip));

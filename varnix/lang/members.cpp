@@ -5,6 +5,7 @@
 #include "lang/machine.hpp"
 #include "object/calls.hpp"
 #include "value/array.hpp"
+#include "value/door.hpp"
 #include "value/errors.hpp"
 
 namespace varnix {
@@ -156,13 +157,30 @@ void Machine::assignMember(Value& base, COSNameID name, const Value& value, Memb
     if (site != nullptr) {
         const objsys::ValueKind kind = property->dataType.kind();
         site->cls = &cls;
-        site->plainSetter = kind == objsys::ValueKind::Logical || kind == objsys::ValueKind::Double
-                                ? property->setter
-                                : nullptr;
-        site->plainTag = kind == objsys::ValueKind::Logical ? Tag::Logical : Tag::Double;
+        site->setter = property->setter;
+        site->plainTag = kind == objsys::ValueKind::Logical  ? Tag::Logical
+                         : kind == objsys::ValueKind::Double ? Tag::Double
+                                                             : MemberSite::noTag;
         site->property = property;
     }
     setProperty(*property, instance, value);
+}
+
+bool MemberSite::assignConverted(COSInterface* instance, const Value& value) const {
+    const COSNameID type = property->dataType;
+    if (value.tag() == Tag::Double) {
+        std::uint64_t payload = 0;
+        if (!toIntegerPayload(value.asDouble(), type.kind(), payload))
+            return false;
+        setter->setValue(instance, objsys::COSValue(payload, type));
+        return true;
+    }
+    if (type.kind() == objsys::ValueKind::Char && value.isCounted() && value.isTextRow()) {
+        const Value kept = value; // whatever the setter does, its text stays
+        setter->setValue(instance, objsys::COSValue::ofArray(kept.array(), type));
+        return true;
+    }
+    return false;
 }
 
 // ---- calling

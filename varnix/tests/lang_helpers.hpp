@@ -54,6 +54,8 @@ class Probe : public objsys::factory::full::Wrappable {
 public:
     bool enabled = false;
     double level = 0;
+    std::uint32_t count = 0;
+    std::string label;
     int calls = 0;
     bool isChild = false;
     std::unique_ptr<Probe> child;
@@ -180,6 +182,20 @@ public:
             "Level", "double scalar",
             [](Probe& probe, COSNameID type) { return COSValue::ofDouble(probe.level, type); },
             [](Probe& probe, const COSValue& value) { probe.level = value.asDouble(); }));
+        definition->addProperty(new Property(
+            "Count", "uint32 scalar",
+            [](Probe& probe, COSNameID type) { return COSValue::ofUInt32(probe.count, type); },
+            [](Probe& probe, const COSValue& value) { probe.count = value.asUInt32(); }));
+        definition->addProperty(new Property(
+            "Label", "char",
+            [](Probe& probe, COSNameID type) {
+                return COSValue::ofArray(hvCreateString(probe.label.c_str()), type);
+            },
+            [](Probe& probe, const COSValue& value) {
+                char* const text = hvArray2String(value.asArray());
+                probe.label = text;
+                hvFree(text);
+            }));
         definition->addProperty(new Property(
             "Calls", "int32 scalar",
             [](Probe& probe, COSNameID type) { return COSValue::ofInt32(probe.calls, type); },

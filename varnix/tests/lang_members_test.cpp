@@ -133,6 +133,31 @@ TEST_F(Members, ACachedSiteStillConverts) {
               "true\ntrue\nfalse\nvarnix:wrongType\n");
 }
 
+// What a site hands to the setter without going through all conversions, and what it must not.
+TEST_F(Members, ACachedSiteConvertsNumbersAndTexts) {
+    EXPECT_EQ(shown("for v = {7, 0, 2.5, -1, 1e10, nan, 3u8, true, \"x\", {1}, 4294967295} "
+                    "try p.Count = v; printf(\"%d \", p.Count); "
+                    "catch e printf(\"%s \", e.identifier); end; end"),
+              "7 0 varnix:wrongType varnix:wrongType varnix:wrongType varnix:wrongType 3 1 "
+              "varnix:wrongType varnix:wrongType 4294967295 ");
+    EXPECT_EQ(
+        shown(
+            "for v = {\"ab\", \"\", 3, {\"x\"}, p, [\"ab\"; \"cd\"], \"a longer text than most\"} "
+            "try p.Label = v; printf(\"[%s] \", p.Label); "
+            "catch e printf(\"%s \", e.identifier); end; end"),
+        "[ab] [] varnix:wrongType varnix:wrongType varnix:wrongType varnix:wrongType "
+        "[a longer text than most] ");
+    EXPECT_EQ(shown("for i = 1:2 try p.Count = unknown_name; catch e disp(e.identifier); end; end; "
+                    "for i = 1:3 try if i == 2 delete(p); end; p.Label = \"z\"; p.Count = i; "
+                    "catch e disp(e.identifier); end; end"),
+              "varnix:undefined\nvarnix:undefined\nvarnix:invalidHandle\nvarnix:invalidHandle\n");
+}
+
+TEST_F(Members, ACachedSiteStillRefusesReadOnlyProperties) {
+    EXPECT_EQ(shown("for i = 1:3 try p.Calls = i; catch e disp(e.identifier); end; end"),
+              "varnix:readOnlyProperty\nvarnix:readOnlyProperty\nvarnix:readOnlyProperty\n");
+}
+
 TEST_F(Members, SitesForgetAClassThatIsWithdrawn) {
     Interpreter interpreter;
     interpreter.runCode("function make\nreturn internal.langtest.Probe\nend\n"
