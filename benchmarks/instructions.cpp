@@ -23,7 +23,7 @@ constexpr std::size_t warmUp = 3;
 
 /// Functions that are a memory allocator's door, by the start of their name as callgrind writes it.
 /// What they call counts as theirs.
-constexpr std::array<std::string_view, 19> allocators = {
+constexpr std::array<std::string_view, 22> allocators = {
     "malloc",
     "calloc",
     "realloc",
@@ -43,6 +43,9 @@ constexpr std::array<std::string_view, 19> allocators = {
     "PyMem_RawMalloc",
     "PyMem_RawFree",
     "varnix::heap::detail::takeSlow",
+    "hvMalloc",
+    "hvFree",
+    "hvFreeEx",
 };
 
 /// The source of the host's allocator, whose short functions the compiler puts into their callers;

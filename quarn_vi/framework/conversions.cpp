@@ -10,11 +10,12 @@ struct ElementTextRelease {
 
 } // namespace
 
-COSValue HostType<std::vector<std::string>>::pack(const std::vector<std::string>& value) {
+COSValue HostType<std::vector<std::string>>::pack(const std::vector<std::string>& value,
+                                                  COSNameID type) {
     ArrayHolder cell(hvCreateCellMatrix(value.size(), 1));
     for (std::uint32_t i = 0; i < value.size(); ++i)
         hvSetCell(cell.get(), i, hvCreateString(value[i].c_str()));
-    return COSValue::ofArray(cell.release(), name());
+    return COSValue::ofArray(cell.release(), type);
 }
 
 std::vector<std::string> HostType<std::vector<std::string>>::unpack(const COSValue& value) {

@@ -2,7 +2,8 @@
 //
 // HostType<T> knows, for each native type that a member may take or give, the data-type name, how
 // to pack a value (an array in the result carries one reference, for the host) and how to unpack
-// one (the host keeps its array). Adding a type is one specialisation.
+// one (the host keeps its array). pack takes the name from who has it at hand: it is always name().
+// Adding a type is one specialisation.
 #pragma once
 
 #include <hv/array.hpp>
@@ -12,11 +13,17 @@
 #include <objsys/object_array.hpp>
 #include <objsys/value.hpp>
 
+#include <bit>
 #include <concepts>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace objsys::factory::impl {
 
@@ -49,7 +56,9 @@ struct HostType<void> {
             static const COSNameID interned(NAME);                                                 \
             return interned;                                                                       \
         }                                                                                          \
-        static COSValue pack(TYPE value) { return COSValue::PACK(value, name()); }                 \
+        static COSValue pack(TYPE value, COSNameID type = name()) {                                \
+            return COSValue::PACK(value, type);                                                    \
+        }                                                                                          \
         static TYPE unpack(const COSValue& value) { return value.UNPACK(); }                       \
     }
 
@@ -73,6 +82,34 @@ struct TextRelease {
     void operator()(char* text) const { hvFree(text); }
 };
 
+#if defined(__SSE2__)
+/// The characters up to the first NUL of hvShortText characters, of which the last is NUL.
+/// `nuls` has a bit set for each that is.
+inline std::string shortString(__m128i characters, unsigned nuls) {
+    std::string result("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", hvShortText - 1);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(result.data()), characters); // with its NUL
+    const auto length = static_cast<unsigned>(std::countr_zero(nuls));
+    if (length >= hvShortText)
+        __builtin_unreachable();
+    result.erase(length);
+    return result;
+}
+#endif
+
+/// The characters up to the first NUL of a text made by hvArray2String. Such a text has at least
+/// hvShortText bytes, NULs behind its last character, so a short one is searched and copied whole.
+inline std::string stringOfText(const char* text) {
+#if defined(__SSE2__)
+    const __m128i start = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+    const auto nuls =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(start, _mm_setzero_si128())));
+    constexpr unsigned last = 1U << (hvShortText - 1);
+    if ((nuls & last) != 0) [[likely]]
+        return shortString(start, nuls);
+#endif
+    return std::string(text);
+}
+
 template <>
 struct HostType<std::string> {
     static COSNameID name() {
@@ -80,13 +117,13 @@ struct HostType<std::string> {
         return interned;
     }
     /// The characters up to the first NUL.
-    static COSValue pack(const std::string& value) {
-        return COSValue::ofArray(hvCreateString(value.c_str()), name());
+    static COSValue pack(const std::string& value, COSNameID type = name()) {
+        return COSValue::ofArray(hvCreateString(value.c_str()), type);
     }
     /// The host has checked that the value is a character array.
     static std::string unpack(const COSValue& value) {
         const std::unique_ptr<char, TextRelease> text(hvArray2String(value.asArray()));
-        return std::string(text.get());
+        return stringOfText(text.get());
     }
 };
 
@@ -97,7 +134,7 @@ struct HostType<std::vector<std::string>> {
         return interned;
     }
     /// An N by 1 cell array; 0 by 1 for an empty vector.
-    static COSValue pack(const std::vector<std::string>& value);
+    static COSValue pack(const std::vector<std::string>& value, COSNameID type = name());
     /// Any cell array of texts, in linear order; null is empty. Raises the framework's errors for
     /// what is no cell array and for an element that is no text.
     static std::vector<std::string> unpack(const COSValue& value);
@@ -108,8 +145,8 @@ struct HostType<std::vector<std::string>> {
 template <Controller C>
 struct HostType<C*> {
     static COSNameID name() { return scriptName<C>(); }
-    static COSValue pack(C* value) {
-        return COSValue::ofArray(basic::BindingRegistry::announce(value, name()), name());
+    static COSValue pack(C* value, COSNameID type = name()) {
+        return COSValue::ofArray(basic::BindingRegistry::announce(value, type), type);
     }
 };
 
@@ -121,12 +158,12 @@ struct HostType<std::vector<C*>> {
         static const COSNameID interned(std::string(C::scriptClassName) + " vector");
         return interned;
     }
-    static COSValue pack(const std::vector<C*>& value) {
+    static COSValue pack(const std::vector<C*>& value, COSNameID type = name()) {
         const COSNameID element = scriptName<C>();
         ArrayHolder row(omCreateOBJSYSMatrix(1, value.size(), element));
         basic::BindingRegistry::announceRow(row.get(), value.data(), value.size(), element);
         omSetClassOfHeterogeneousArray(row.get());
-        return COSValue::ofArray(row.release(), name());
+        return COSValue::ofArray(row.release(), type);
     }
     static std::vector<C*> unpack(const COSValue& value) {
         const std::size_t columns = hvGetN(value.asArray());

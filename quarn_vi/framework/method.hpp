@@ -92,14 +92,15 @@ int invokeMember(const MethodImpl& method, int requested, COSValue* outputs,
     using Result = typename Traits::Result;
     // One cast per member function type: a method is called on objects of one class.
     static const NativeObjectCast<Class> find;
-    Class* const self = validateSelfPointer(find(selfInterface(inputs)));
+    const COSMethodSignature& signature = method.getSignature();
+    Class* const self = validateSelfPointer(find(selfInterface(inputs), signature.self));
     const auto member = method.member<Member>();
     [&]<std::size_t... I>(std::index_sequence<I...>) {
         if constexpr (std::is_void_v<Result>)
             (self->*member)(HostType<Args>::unpack(inputs[I + 1])...);
         else
-            outputs[0] =
-                HostType<Result>::pack((self->*member)(HostType<Args>::unpack(inputs[I + 1])...));
+            outputs[0] = HostType<Result>::pack(
+                (self->*member)(HostType<Args>::unpack(inputs[I + 1])...), signature.result);
     }
     (std::index_sequence_for<Args...>{});
     return Invoker::outputCount(requested);
@@ -115,7 +116,8 @@ int invokeStatic(const MethodImpl& method, int requested, COSValue* outputs,
         if constexpr (std::is_void_v<Result>)
             function(HostType<Args>::unpack(inputs[I])...);
         else
-            outputs[0] = HostType<Result>::pack(function(HostType<Args>::unpack(inputs[I])...));
+            outputs[0] = HostType<Result>::pack(function(HostType<Args>::unpack(inputs[I])...),
+                                                method.getSignature().result);
     }
     (std::index_sequence_for<Args...>{});
     return Invoker::outputCount(requested);

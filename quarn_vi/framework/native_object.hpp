@@ -19,13 +19,13 @@ namespace objsys::factory::impl {
 template <Controller Class>
 class NativeObjectCast {
 public:
-    /// The native object, or null when there is none or when it is no `Class`.
-    Class* operator()(const COSInterface* instance) const {
-        full::Wrappable* const object =
-            instance ? instance->getNativeObject(scriptName<Class>()) : nullptr;
+    /// The native object bound under `className`, the full script name of `Class`; null when there
+    /// is none or when it is no `Class`.
+    Class* operator()(const COSInterface* instance, COSNameID className) const {
+        full::Wrappable* const object = instance ? instance->getNativeObject(className) : nullptr;
         if (!object)
             return nullptr;
-        if (&typeid(*object) == lastType_)
+        if (&typeid(*object) == lastType_) [[likely]]
             return reinterpret_cast<Class*>(reinterpret_cast<char*>(object) + distance_);
         return cast(object);
     }

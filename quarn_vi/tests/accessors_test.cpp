@@ -343,6 +343,13 @@ int forwardTo(COSInterface* instance, COSValue* value) {
     return ++lastForwarded;
 }
 
+TEST(Accessors, HoldTheMemberThatTheyCall) {
+    const BoxGetter<bool, &Box<bool>::readConst> getter;
+    const BoxSetter<bool, &Box<bool>::writeReference> setter;
+    EXPECT_EQ(getter.member(), &Box<bool>::readConst);
+    EXPECT_EQ(setter.member(), &Box<bool>::writeReference);
+}
+
 TEST(Getter, ForwardsOnlyWhenSomebodyHookedIt) {
     Box<bool> box;
     const Array handle = handleOf(&box);

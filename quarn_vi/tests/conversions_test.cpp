@@ -110,6 +110,23 @@ TEST_F(NoteProperties, TextIsAssignedUpToItsFirstNul) {
     EXPECT_EQ(note_.title_, "head");
 }
 
+// Short texts are converted whole; every length and every place of a NUL around where that ends.
+TEST_F(NoteProperties, TextsOfEveryLengthAreAssignedUpToTheirFirstNul) {
+    const std::string all = "0123456789\x80\xff CDEFGHIJKLMNOPQRSTUV";
+    for (std::size_t length = 0; length <= all.size(); ++length) {
+        const std::string whole = all.substr(0, length);
+        set("Title", text(whole));
+        EXPECT_EQ(note_.title_, whole);
+        EXPECT_EQ(charactersOf(get("Title").get()), whole);
+        for (std::size_t at = 0; at < length; ++at) {
+            std::string broken = whole;
+            broken[at] = '\0';
+            set("Title", text(broken));
+            EXPECT_EQ(note_.title_, whole.substr(0, at)) << length;
+        }
+    }
+}
+
 TEST_F(NoteProperties, EveryEmptyCharacterArrayIsTheEmptyText) {
     const std::size_t sizes[][2] = {{0, 0}, {1, 0}, {0, 1}, {0, 7}, {5, 0}};
     for (const auto& [rows, columns] : sizes) {

@@ -174,10 +174,6 @@ Value construct(COSClass& cls, std::span<const Value> arguments) {
 
 namespace objsys {
 
-bool COSProperty::isTextRow(const hvArray* array) {
-    return array && array->classID == hvCHAR_CLASS && (array->rows == 1 || array->count() == 0);
-}
-
 void COSProperty::setConverted(COSInterface* instance, const COSValue& value) const {
     varnix::setProperty(*this, instance, varnix::fromDoorBorrowed(value));
 }

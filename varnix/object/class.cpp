@@ -89,8 +89,10 @@ private:
         property.info = &info;
         property.declaringClass = &cls_;
         const ValueKind kind = property.dataType.kind();
-        property.plainScalar = kind >= ValueKind::Logical && kind <= ValueKind::Double;
-        property.plainText = kind == ValueKind::Char;
+        if (property.setter && kind >= ValueKind::Logical && kind <= ValueKind::Double)
+            property.plain = COSProperty::Plain::Scalar;
+        else if (property.setter && kind == ValueKind::Char)
+            property.plain = COSProperty::Plain::Text;
         return property;
     }
 

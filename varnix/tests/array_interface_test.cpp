@@ -129,6 +129,26 @@ TEST(ArrayInterface, TextsMayHoldNul) {
     hvDestroyArray(up);
 }
 
+TEST(ArrayInterface, ShortTextsHaveNulsBehindThem) {
+    for (std::size_t length = 0; length < hvShortText; ++length) {
+        hvArray* const array = hvCreateStringN("aaaaaaaaaaaaaaaa", length);
+        char* const text = hvArray2String(array);
+        EXPECT_EQ(std::string(text, hvShortText),
+                  std::string(length, 'a') + std::string(hvShortText - length, '\0'));
+        hvFree(text);
+        hvDestroyArray(array);
+    }
+}
+
+TEST(ArrayInterface, MemoryForTexts) {
+    auto* const memory = static_cast<char*>(hvMalloc(0));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % 16, 0u);
+    std::memset(memory, 'x', hvShortText);
+    hvFree(memory);
+    EXPECT_EQ(identifierOf([] { (void)hvMalloc(std::numeric_limits<std::size_t>::max() / 2); }),
+              "varnix:outOfMemory");
+}
+
 TEST(ArrayInterface, NoTextIsTheEmptyRow) {
     hvArray* const array = hvCreateString(nullptr);
     EXPECT_EQ(hvGetM(array), 1u);

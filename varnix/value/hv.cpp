@@ -5,6 +5,7 @@
 
 #include <hv/array.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -63,27 +64,13 @@ hvArray* hvCreateStringN(const char* text, std::size_t length) {
     return makeText(text, length);
 }
 
-namespace {
-
-char* takeText(std::size_t length) {
+void* hvMalloc(std::size_t bytes) {
     try {
-        return static_cast<char*>(varnix::heap::takeSized(length + 1));
+        return varnix::heap::takeSized(std::max(bytes, hvShortText));
     } catch (const std::bad_alloc&) {
         varnix::fail(varnix::id::outOfMemory, "there is no memory for a text of {} characters",
-                     length);
+                     bytes - 1);
     }
-}
-
-} // namespace
-
-char* hvArray2String(const hvArray* array) {
-    if (hvGetClassID(array) != hvCHAR_CLASS)
-        return nullptr;
-    const std::size_t length = array->count();
-    char* const text = takeText(length);
-    copyText(text, varnix::elements<char>(array), length);
-    text[length] = '\0';
-    return text;
 }
 
 char* hvArrayToString(const hvArray* array) {

@@ -63,12 +63,19 @@ hvArray* hvCreateString(const char* text);
 /// A 1 by N character row from `length` characters, which may include NUL.
 hvArray* hvCreateStringN(const char* text, std::size_t length);
 
+/// The bytes that every text of hvArray2String has at least.
+inline constexpr std::size_t hvShortText = 16;
 /// The characters of a character array in linear order, as a newly allocated NUL-terminated text
-/// to be released with hvFree. Null when the array is null or no character array.
-char* hvArray2String(const hvArray* array);
+/// to be released with hvFree. Null when the array is null or no character array. A text of fewer
+/// than hvShortText characters has NULs behind them up to that many bytes. Raises
+/// "varnix:outOfMemory".
+inline char* hvArray2String(const hvArray* array);
 /// The same, released with hvFreeEx.
 char* hvArrayToString(const hvArray* array);
-/// Releases a text made by hvArray2String. Null is ignored.
+/// Memory for a text of at least `bytes` and at least hvShortText bytes, aligned to 16; it is
+/// released with hvFree. Raises "varnix:outOfMemory".
+void* hvMalloc(std::size_t bytes);
+/// Releases a text made by hvArray2String, or memory of hvMalloc. Null is ignored.
 void hvFree(void* memory);
 /// Releases a text made by hvArrayToString. Null is ignored.
 void hvFreeEx(void* memory);

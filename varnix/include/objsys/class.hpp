@@ -45,8 +45,9 @@ public:
     /// Raises "varnix:readOnlyProperty", "varnix:wrongType", "varnix:invalidHandle", or what the
     /// setter raises.
     void set(COSInterface* instance, const COSValue& value) const {
-        if (instance->isValid() && setter != nullptr && value.type() == dataType &&
-            (plainScalar || (plainText && isTextRow(value.asArray()))))
+        if (instance->isValid() && value.type() == dataType &&
+            (plain == Plain::Scalar || (plain == Plain::Text && isTextRow(value.asArray()))))
+            [[likely]]
             setter->setValue(instance, value);
         else
             setConverted(instance, value);
@@ -58,15 +59,21 @@ public:
     factory::impl::Setter* setter = nullptr; ///< null: read-only
     const COSPropertyInfo* info = nullptr;
     const COSClass* declaringClass = nullptr;
-    /// A value of the very same data type needs no check before the setter sees it.
-    bool plainScalar = false;
-    /// The same for texts, once the array was seen to be a text row.
-    bool plainText = false;
+    /// What goes to the setter as it is.
+    enum class Plain : std::uint8_t {
+        Nothing, ///< read-only, or a type whose values need a look
+        Scalar,  ///< a value of the very same data type
+        Text,    ///< the same, once the array was seen to be a text row
+    };
+    Plain plain = Plain::Nothing;
 
 private:
-    // Out of line: compilers that see a scalar's payload here take it for an array's address and
-    // warn, although the data type keeps the two apart.
-    static bool isTextRow(const hvArray* array);
+    static bool isTextRow(const hvArray* array) {
+        // Compilers that see a scalar's payload here take it for an array's address and warn,
+        // although the data type keeps the two apart: they are not to see it.
+        asm("" : "+r"(array));
+        return hvGetClassID(array) == hvCHAR_CLASS && (array->rows == 1 || array->count() == 0);
+    }
     void setConverted(COSInterface* instance, const COSValue& value) const;
 };
 

@@ -10,6 +10,7 @@
 #include <objsys/name_id.hpp>
 
 #include <cstddef>
+#include <type_traits>
 
 namespace objsys {
 
@@ -52,7 +53,9 @@ public:
     /// keeps the instance alive.
     [[nodiscard]] hvArray* handle() { return &self_; }
     /// The instance whose handle() is `array`; `array` must be a handle.
-    static COSInterface* ofHandle(const hvArray* array) { return array->objects()[0]; }
+    static COSInterface* ofHandle(const hvArray* array) {
+        return reinterpret_cast<COSInterface*>(const_cast<hvArray*>(array)); // its first member
+    }
 
 private:
     friend class factory::basic::BindingRegistry;
@@ -70,5 +73,7 @@ private:
     COSInterface* previous_ = nullptr;
     COSInterface* next_ = nullptr;
 };
+
+static_assert(std::is_standard_layout_v<COSInterface>); // for ofHandle
 
 } // namespace objsys

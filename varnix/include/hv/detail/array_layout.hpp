@@ -5,8 +5,10 @@
 
 #include <hv/array.hpp>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace objsys {
 class COSClass;
@@ -81,6 +83,45 @@ inline hvArray* hvShareArray(hvArray* array) {
     if (array)
         ++array->refs;
     return array;
+}
+
+namespace varnix::detail {
+
+/// hvShortText characters that are moved as one.
+using ShortText [[gnu::vector_size(16)]] = std::uint64_t;
+
+/// Fewer than hvShortText characters with NULs behind them. Reads nothing beyond the characters.
+inline ShortText readShortText(const char* from, std::size_t length) {
+    static_assert(sizeof(ShortText) == hvShortText && std::endian::native == std::endian::little);
+    std::uint64_t low = 0;
+    std::uint64_t high = 0;
+    if (length >= 8) {
+        std::memcpy(&low, from, 8);
+        std::memcpy(&high, from + length - 8, 8); // the last eight, some of which are in low
+        high = high >> 8 >> 8 * (15 - length);
+    } else {
+        for (std::size_t i = length; i-- > 0;)
+            low = low << 8 | static_cast<unsigned char>(from[i]);
+    }
+    return ShortText{low, high};
+}
+
+} // namespace varnix::detail
+
+inline char* hvArray2String(const hvArray* array) {
+    if (hvGetClassID(array) != hvCHAR_CLASS)
+        return nullptr;
+    const std::size_t length = array->count();
+    auto* const text = static_cast<char*>(hvMalloc(length + 1));
+    const auto* const from = static_cast<const char*>(array->data);
+    if (length < hvShortText) {
+        const varnix::detail::ShortText whole = varnix::detail::readShortText(from, length);
+        std::memcpy(text, &whole, sizeof whole);
+    } else {
+        std::memcpy(text, from, length);
+        text[length] = '\0';
+    }
+    return text;
 }
 
 inline void hvDestroyArray(hvArray* array) {
