@@ -1,5 +1,6 @@
-// Testing hooks and features: values, counted reads, setters.
+// Testing hooks and features: values, counted reads, setters, counted changes.
 #include <ts/feature.hpp>
+#include <ts/switch_changes.hpp>
 #include <ts/testing_hook.hpp>
 
 #include <gtest/gtest.h>
@@ -35,4 +36,20 @@ TEST(Feature, CountsQueriesAndNotSettings) {
     EXPECT_EQ(feature.queryCount(), 2U);
     EXPECT_EQ(feature.setFeatValFromC(0), 1);
     EXPECT_FALSE(feature.isOn());
+}
+
+TEST(Switches, EveryChangeIsCountedAndNothingElse) {
+    TsFeature feature;
+    TsTestingHook hook(3);
+    const std::uint64_t before = tssv::switchChanges();
+    feature.setFeatValFromC(0);
+    hook.setHookValFromC(3);
+    EXPECT_FALSE(feature.isOn());
+    EXPECT_TRUE(hook.isOn());
+    EXPECT_EQ(tssv::switchChanges(), before);
+    feature.setFeatValFromC(1);
+    EXPECT_EQ(tssv::switchChanges(), before + 1);
+    hook.setHookValFromC(2); // on as before, but another value
+    hook.setHookValFromC(0);
+    EXPECT_EQ(tssv::switchChanges(), before + 3);
 }

@@ -5,6 +5,8 @@
 // Owner: the library that exports the feature owns it for the life of the process. One thread only.
 #pragma once
 
+#include <ts/switch_changes.hpp>
+
 #include <cstdint>
 
 class TsFeature {
@@ -28,6 +30,7 @@ public:
     int setFeatValFromC(int value) noexcept {
         const int old = value_;
         value_ = value;
+        tssv::detail::switchChanges += value != old ? 1 : 0;
         return old;
     }
 

@@ -5,6 +5,8 @@
 // purpose: hooks are read and written on one thread only.
 #pragma once
 
+#include <ts/switch_changes.hpp>
+
 #include <cstdint>
 
 class TsTestingHook {
@@ -29,6 +31,7 @@ public:
     int setHookValFromC(int value) noexcept {
         const int old = value_;
         value_ = value;
+        tssv::detail::switchChanges += value != old ? 1 : 0;
         return old;
     }
 
