@@ -12,6 +12,7 @@
 #include <qn/array_value.hpp>
 #include <qn/trap.hpp>
 
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -56,6 +57,9 @@ public:
     void setStepLimit(std::uint64_t blocks) noexcept;
     /// At most that many calls inside calls; 100,000 at start.
     void setDepthLimit(std::size_t calls) noexcept;
+    /// Where a signal handler asks for an end by something other than zero; branches and calls look
+    /// there and end with TrapCode::Interrupted. Null, as at start: nobody asks.
+    void setInterruptFlag(const volatile std::sig_atomic_t* flag) noexcept;
 
     /// Runs `function`, which has a graph, with arguments of its parameters' types. Throws
     /// EvaluationError.
@@ -66,6 +70,9 @@ public:
 
     /// How often `count N` has run in the function.
     [[nodiscard]] std::uint64_t counter(const Function& function, std::int64_t number) const;
+    /// One more than the largest number of a counter that the function has; 0 before its first
+    /// call.
+    [[nodiscard]] std::int64_t counterLimit(const Function& function) const;
 
     struct State;
 

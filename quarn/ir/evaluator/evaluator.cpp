@@ -31,6 +31,8 @@ struct Loaded {
     std::vector<std::unique_ptr<Frame>> free;
 };
 
+constexpr volatile std::sig_atomic_t nobodyAsks = 0;
+
 struct Activation {
     Loaded* code;
     std::unique_ptr<Frame> frame;
@@ -46,6 +48,7 @@ struct Evaluator::State {
     External external;
     std::uint64_t stepLimit = 0;
     std::size_t depthLimit = 100'000;
+    const volatile std::sig_atomic_t* interruptFlag = &nobodyAsks;
     std::unordered_map<const Function*, std::unique_ptr<Loaded>> programs;
 
     Loaded& load(const Function& function) {
@@ -184,6 +187,9 @@ void Evaluator::State::call(std::vector<Activation>& stack, const Instruction& i
     if (stack.size() >= depthLimit) {
         trap(TrapCode::StackOverflow, code, instruction);
     }
+    if (*interruptFlag != 0) {
+        trap(TrapCode::Interrupted, code, instruction);
+    }
     Loaded& target = load(*callee);
     const std::vector<Place>& params = target.program.params;
     bool fits = params.size() == site.arguments.size() &&
@@ -232,6 +238,9 @@ Value Evaluator::State::run(const Function& function, std::span<const Value> arg
         const auto countStep = [&](const Instruction& branch) {
             if (stepLimit != 0 && ++steps > stepLimit) {
                 trap(TrapCode::StepLimit, code, branch);
+            }
+            if (*interruptFlag != 0) {
+                trap(TrapCode::Interrupted, code, branch);
             }
         };
         bool leaves = false;
@@ -461,6 +470,9 @@ void Evaluator::setStepLimit(std::uint64_t blocks) noexcept {
 void Evaluator::setDepthLimit(std::size_t calls) noexcept {
     state_->depthLimit = calls;
 }
+void Evaluator::setInterruptFlag(const volatile std::sig_atomic_t* flag) noexcept {
+    state_->interruptFlag = flag != nullptr ? flag : &nobodyAsks;
+}
 
 Value Evaluator::call(const Function& function, std::span<const Value> arguments) {
     return state_->run(function, arguments);
@@ -483,6 +495,13 @@ std::uint64_t Evaluator::counter(const Function& function, std::int64_t number) 
     const auto& counters = found->second->program.counters;
     const auto index = static_cast<std::size_t>(number);
     return index < counters.size() ? counters[index] : 0;
+}
+
+std::int64_t Evaluator::counterLimit(const Function& function) const {
+    const auto found = state_->programs.find(&function);
+    return found == state_->programs.end()
+               ? 0
+               : static_cast<std::int64_t>(found->second->program.counters.size());
 }
 
 } // namespace QN
