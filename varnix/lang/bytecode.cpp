@@ -9,6 +9,11 @@
 
 namespace varnix {
 
+Code::Code() : serial([] {
+        static std::uint64_t made = 0;
+        return ++made;
+    }()) {}
+
 const Code* Unit::find(objsys::COSNameID function) const {
     const auto found = std::find_if(functions.begin(), functions.end(),
                                     [&](const auto& code) { return code->name == function; });

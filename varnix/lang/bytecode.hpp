@@ -228,9 +228,26 @@ struct FunctionMaker {
     std::vector<LambdaExpression::Capture> captures;
 };
 
+/// What the compiler of machine code keeps with a function; see compiled_functions.hpp.
+class CompiledCode {
+public:
+    CompiledCode() = default;
+    CompiledCode(const CompiledCode&) = delete;
+    CompiledCode& operator=(const CompiledCode&) = delete;
+    virtual ~CompiledCode() = default;
+};
+
 /// The compiled form of one function, anonymous function, or body of a source.
 class Code {
 public:
+    Code();
+
+    /// Never given again in a process, other than an address.
+    const std::uint64_t serial;
+    /// False once it is known that the function cannot be compiled with any arguments.
+    mutable bool mayBeCompiled = true;
+    mutable std::unique_ptr<CompiledCode> compiled;
+
     Unit* unit = nullptr;
     objsys::COSNameID name; ///< empty for the body of a source
     std::string text;       ///< of an anonymous function, as written

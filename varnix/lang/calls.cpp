@@ -137,10 +137,8 @@ bool Machine::callSite(Frame& frame, CallSite& site) {
         site.builtin = found.builtin;
         site.epoch = names_.epoch();
     }
-    if (site.script != nullptr) {
-        enter(*site.script, arguments, sink);
-        return true;
-    }
+    if (site.script != nullptr)
+        return begin(*site.script, arguments, sink);
     invokeBuiltin(*site.builtin, arguments, sink);
     return false;
 }
@@ -178,10 +176,8 @@ bool Machine::beginNamed(const NamedFunction& function, std::span<Value> argumen
         found = names_.find(name, function.context());
     if (!found)
         raiseUndefined(name, function.context());
-    if (found.script != nullptr) {
-        enter(*found.script, arguments, sink);
-        return true;
-    }
+    if (found.script != nullptr)
+        return begin(*found.script, arguments, sink);
     invokeBuiltin(*found.builtin, arguments, sink);
     return false;
 }

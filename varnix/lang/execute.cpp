@@ -571,10 +571,7 @@ doCall : {
     // A script function that the site knows, and no object whose class could have a method.
     if (site.script != nullptr && site.epoch == names_.epoch() && r[site.slot].isUnset() &&
         (site.arguments == 0 || !r[site.window].isCounted())) [[likely]] {
-        SAVE();
-        enter(*site.script, argumentsOf(*frame, site), sinkOf(*frame, site));
-        RELOAD();
-        DISPATCH();
+        CALL(begin(*site.script, argumentsOf(*frame, site), sinkOf(*frame, site)));
     }
     CALL(callSite(*frame, site));
 }

@@ -28,6 +28,8 @@ struct Frame {
         Shares = 2,
         /// Has extra variables or a function to keep alive.
         Holds = 4,
+        /// Runs because its compiled code has met an error, which is to be raised here.
+        MustFail = 8,
     };
 
     const Code* code = nullptr;

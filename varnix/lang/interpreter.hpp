@@ -5,6 +5,7 @@
 // global workspace (the variables of the prompt and of a running script) and all compiled code.
 #pragma once
 
+#include "lang/engine_choice.hpp"
 #include "value/value.hpp"
 
 #include <objsys/error.hpp>
@@ -26,6 +27,8 @@ struct InterpreterOptions {
     std::size_t maxCallDepth = 2000;
     /// What the built-in `args` gives: a cell of texts.
     std::vector<std::string> arguments;
+    /// What runs functions of numbers.
+    EngineChoice engine = EngineChoice::Default;
 };
 
 /// Raised by the built-in exit(status); not an error, passes through try/catch.

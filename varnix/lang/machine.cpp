@@ -5,6 +5,7 @@
 #include "value/errors.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <pthread.h>
 
@@ -41,6 +42,7 @@ const char* lowestStackAddress() {
 
 Machine::Machine(Interpreter& interpreter, InterpreterOptions options)
     : interpreter_(interpreter), options_(std::move(options)),
+      compiled_(makeCompiledFunctions(options_.engine, names_)),
       frames_(std::make_unique<Frame[]>(options_.maxCallDepth + 1)) {
     frames_[0].base = registers_.start();
     frames_[0].code = nullptr;
@@ -84,6 +86,42 @@ Frame& Machine::enter(const Code& code, std::span<Value> arguments, const Sink& 
         new (&frame.base[i]) Value(std::move(arguments[i]));
     ++depth_;
     return frame;
+}
+
+bool Machine::beginCompiled(const Code& code, std::span<Value> arguments, const Sink& sink) {
+    constexpr std::size_t mostResults = 16;
+    // Calls in the code count as here; one is taken off for what was inlined at the bottom.
+    if (depth_ + 2 > options_.maxCallDepth || sink.requested > mostResults) {
+        enter(code, arguments, sink);
+        return true;
+    }
+    detail::pollInterrupt();
+    const bool takesAny = sink.base == nullptr || sink.result != noSlot;
+    std::array<Value, mostResults> results;
+    const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
+    switch (compiled_->call(code, arguments, sink.requested, takesAny,
+                            options_.maxCallDepth - depth_ - 2, {results.data(), wanted})) {
+    case CompiledFunctions::Outcome::Done:
+        for (Value& argument : arguments)
+            argument = Value();
+        if (sink.base != nullptr && sink.requested <= 1) [[likely]] {
+            if (sink.result != noSlot)
+                sink.base[sink.result] = std::move(results[0]);
+            return false;
+        }
+        deliver(std::span<Value>(results.data(), results[0].isUnset() ? 0 : wanted), sink,
+                code.name.c_str());
+        return false;
+    case CompiledFunctions::Outcome::Interpret:
+        enter(code, arguments, sink);
+        break;
+    case CompiledFunctions::Outcome::InterpretToFail: {
+        Frame& frame = enter(code, arguments, sink);
+        frame.flags = static_cast<std::uint8_t>(frame.flags | Frame::MustFail);
+        break;
+    }
+    }
+    return true;
 }
 
 void Machine::enterAnonymous(const Value& function, std::span<Value> arguments, const Sink& sink) {
@@ -215,6 +253,9 @@ void Machine::handle(COSError error, std::size_t floor) {
 }
 
 bool Machine::leave(Frame& frame, std::size_t first, std::size_t count) {
+    if ((frame.flags & Frame::MustFail) != 0) [[unlikely]]
+        fail("varnix:internal", "the compiled code of '{}' met an error that its script does not",
+             frame.code->name.str());
     Value* results = frame.base + first;
     Value meant;
     // An anonymous function whose body gave nothing, or an unassigned variable.

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "lang/bytecode.hpp"
+#include "lang/compiled_functions.hpp"
 #include "lang/compiler.hpp"
 #include "lang/frames.hpp"
 #include "lang/functions.hpp"
@@ -84,6 +85,16 @@ private:
     [[nodiscard]] Frame& top() { return frames_[depth_]; }
     /// Pushes a frame for a script function and moves its arguments into it.
     Frame& enter(const Code& code, std::span<Value> arguments, const Sink& sink);
+    /// Calls a script function: its compiled code, or pushes its frame, which is true then.
+    [[nodiscard]] bool begin(const Code& code, std::span<Value> arguments, const Sink& sink) {
+        if (compiled_ == nullptr || !code.mayBeCompiled) {
+            enter(code, arguments, sink);
+            return true;
+        }
+        return beginCompiled(code, arguments, sink);
+    }
+    [[nodiscard]] bool beginCompiled(const Code& code, std::span<Value> arguments,
+                                     const Sink& sink);
     void enterAnonymous(const Value& function, std::span<Value> arguments, const Sink& sink);
     void popFrame() noexcept;
     void moveIn(Frame& frame);
@@ -210,6 +221,7 @@ private:
     Interpreter& interpreter_;
     InterpreterOptions options_;
     NameResolver names_;
+    std::unique_ptr<CompiledFunctions> compiled_; ///< null: everything is interpreted
     RegisterStack registers_;
     std::unique_ptr<Frame[]> frames_; // [1] is the outermost one
     std::size_t depth_ = 0;

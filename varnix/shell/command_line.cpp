@@ -49,9 +49,14 @@ std::variant<CommandLine, CommandLineAnswer> parseCommandLine(std::vector<std::s
     bool noModules = false;
     app.add_flag("--no-modules", noModules, "Load no extension module");
     bool noJit = false;
-    app.add_flag("--no-jit", noJit,
-                 "Compile no script function. Accepted, and without effect so far:\n"
-                 "functions are not compiled yet");
+    auto* const noJitFlag = app.add_flag("--no-jit", noJit, "Compile no script function");
+    std::string engine;
+    app.add_option("--engine", engine,
+                   "What runs compiled functions: llvm (machine code), or evaluator (slow, to\n"
+                   "compare with)")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"evaluator", "llvm"}))
+        ->excludes(noJitFlag);
     app.footer("Exit status: 0; 1 after an uncaught script error; 2 for wrong usage.");
 
     std::reverse(words.begin(), words.end()); // the order in which CLI11 takes them
@@ -82,6 +87,10 @@ std::variant<CommandLine, CommandLineAnswer> parseCommandLine(std::vector<std::s
     if (noModules && folderOption->count() != 0)
         return usageError("--modules and --no-modules exclude each other");
     line.loadModules = !noModules;
+    if (noJit)
+        line.engine = EngineChoice::None;
+    else if (!engine.empty())
+        line.engine = engine == "llvm" ? EngineChoice::Llvm : EngineChoice::Evaluator;
     if (folderOption->count() != 0)
         line.moduleFolder = folder;
     return line;

@@ -3,6 +3,8 @@
 // Owned by the shell; a new option is one line in command_line.cpp and one member here.
 #pragma once
 
+#include "lang/engine_choice.hpp"
+
 #include <optional>
 #include <string>
 #include <variant>
@@ -19,6 +21,7 @@ struct CommandLine {
     /// What the built-in `args` gives.
     std::vector<std::string> arguments;
     bool loadModules = true;
+    EngineChoice engine = EngineChoice::Default;
     /// Where extension modules are; none: the default folder.
     std::optional<std::string> moduleFolder;
 };
