@@ -15,10 +15,11 @@ also writes to standard error, or ends with another status than 0, these follow 
 A console text that does not end its last line is followed by a line "--- no newline".
 
 Each script runs in a fresh, empty working folder. The folder of the script is left out of what it
-prints, the working folder stands as <work>, so that the expected text is the same on every machine.
-A first line `# args: one two` gives the script arguments; `# options: --no-modules` gives options
-to the program. Functions may stand in files beside the script, which are tests themselves only if
-they have an expected text.
+prints, the working folder stands as <work>, and the process id in a path that `tempname` made as
+<pid>, so that the expected text is the same on every machine. In the first lines, `# args: one two`
+gives the script arguments; `# options: --no-modules` gives options to the program; what fits the
+regular expression of `# varies: EXPRESSION`, such as a time, stands as <varies>. Functions may stand
+in files beside the script, which are tests themselves only if they have an expected text.
 
 --accept writes the expected text instead of comparing it; read the difference before.
 """
@@ -35,22 +36,25 @@ import tempfile
 TIME_LIMIT = 300  # seconds: ends a test that hangs, says nothing about speed
 
 
-def directive(source, word):
-    """The words after `# WORD:` in the leading comment lines of a script."""
+def directives(source, word):
+    """What stands after each `# WORD:` in the leading comment lines of a script."""
     for line in source.splitlines():
         if not line.startswith("#"):
             break
         found = re.match(rf"#\s*{word}:\s*(.*)$", line)
         if found:
-            return shlex.split(found.group(1))
-    return []
+            yield found.group(1)
+
+
+def words(source, word):
+    return shlex.split(" ".join(directives(source, word)))
 
 
 def run(varnix, script):
     """What the script prints and how it ends, as one text in the form of a .out file."""
     source = script.read_text(encoding="utf-8", errors="surrogateescape")
     with tempfile.TemporaryDirectory(prefix="script-test-") as work:
-        command = [varnix, *directive(source, "options"), str(script), *directive(source, "args")]
+        command = [varnix, *words(source, "options"), str(script), *words(source, "args")]
         # Settings of the person who runs the tests must not change what the scripts print.
         environment = {k: v for k, v in os.environ.items() if k != "ZQE_INSTALL"}
         environment["TMPDIR"] = work
@@ -65,6 +69,9 @@ def run(varnix, script):
             text = text.replace(f"{script.parent}/", "")
             for name in (os.path.realpath(work), work):
                 text = text.replace(name, "<work>")
+            text = re.sub(r"<work>/varnix-\d+-", "<work>/varnix-<pid>-", text)
+            for expression in directives(source, "varies"):
+                text = re.sub(expression, "<varies>", text)
             return text
 
         out = plain(done.stdout)
