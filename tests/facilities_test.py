@@ -1,0 +1,626 @@
+#!/usr/bin/env python3
+"""The facilities of internal.quarn as a user meets them: a script turns one on, the host compiles a
+program of examples/, and what came out is looked at with tools that know nothing of the compiler:
+parsers of JSON, CSV and HTML, diff, quarn-opt."""
+
+import csv
+import html.parser
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+BUILD = pathlib.Path(os.environ["BUILD_ROOT"])
+EXAMPLES = pathlib.Path(os.environ["SOURCE_ROOT"]) / "examples"
+VARNIX = BUILD / "bin" / "varnix"
+QUARN_OPT = BUILD / "bin" / "quarn-opt"
+TIME_LIMIT = 300  # seconds: ends a test that hangs, says nothing about speed
+
+# What each script begins with: the programs, and debug files in the folder LOG without process ids.
+BEGIN = """
+addpath("{examples}")
+log = internal.quarn.DebugLogger
+log.LogDirectory = "LOG"
+log.UsePIDInName = false
+"""
+
+
+class Facility(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="facilities-")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.log = self.folder / "LOG"
+
+    def run_script(self, code, *options, begin=BEGIN, error="", environment=None, folder=None):
+        """Runs a script in the test's folder; returns what it prints."""
+        folder = folder or self.folder
+        script = folder / "script.vx"
+        script.write_text(begin.replace("{examples}", str(EXAMPLES)) + code, encoding="utf-8")
+        variables = {k: v for k, v in os.environ.items() if k != "ZQE_INSTALL"}
+        variables["TMPDIR"] = str(folder)
+        variables.update(environment or {})
+        done = subprocess.run([str(VARNIX), *options, str(script)], cwd=folder, env=variables,
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                              timeout=TIME_LIMIT, check=False)
+        self.assertRegex(done.stderr, error or r"\A\Z")
+        self.assertEqual(done.returncode, 1 if error else 0)
+        return done.stdout
+
+    def files(self, folder):
+        self.assertTrue(folder.is_dir(), f"nothing was written: {sorted(self.log.glob('*'))}")
+        return sorted(path for path in folder.iterdir() if path.is_file())
+
+    def only_file(self, pattern):
+        found = sorted(self.log.glob(pattern))
+        self.assertEqual(len(found), 1, sorted(self.log.glob("*")))
+        return found[0]
+
+    def quarn_opt(self, *arguments):
+        done = subprocess.run([str(QUARN_OPT), *map(str, arguments)], capture_output=True,
+                              text=True, timeout=TIME_LIMIT, check=False)
+        self.assertEqual((done.stderr, done.returncode), ("", 0))
+        return done.stdout
+
+
+class PrettyPrinter(Facility):
+    SETUP = """
+p = internal.quarn.PrettyPrinter
+p.OutputFormat = "{format}"
+p.EnabledBefore = true
+p.EnabledAfter = true
+disp(primes(1000))
+"""
+
+    def dump(self, form, more=""):
+        self.assertEqual(self.run_script(self.SETUP.replace("{format}", form) + more), "168\n")
+        return self.files(self.log / "pretty-print")
+
+    def test_every_run_leaves_a_file_for_each_side(self):
+        names = [path.name for path in self.dump("text")]
+        sides = {"before": [], "after": []}
+        for name in names:
+            found = re.fullmatch(r"\d{4,}-(before|after)-(.+)\.txt", name)
+            self.assertTrue(found, name)
+            sides[found[1]].append(found[2])
+        self.assertEqual(sorted(sides["before"]), sorted(sides["after"]))
+        self.assertIn("dead-code-fcn_primes", sides["before"])
+        self.assertIn("inlining-scope_primes", sides["before"])
+
+    def test_pages_stand_by_themselves_and_the_index_lists_them(self):
+        class Page(html.parser.HTMLParser):
+            def __init__(self):
+                super().__init__()
+                self.links, self.ids, self.loaded = [], set(), []
+
+            def handle_starttag(self, tag, attributes):
+                given = dict(attributes)
+                if tag == "a":
+                    self.links.append(given.get("href", ""))
+                if tag in ("script", "img", "iframe", "link") and ("src" in given or
+                                                                   "href" in given):
+                    self.loaded.append(given)
+                if "id" in given:
+                    self.ids.add(given["id"])
+
+        files = self.dump("html")
+        pages = [path for path in files if path.name != "index.html"]
+        self.assertEqual(len(pages) + 1, len(files))
+        for path in pages:
+            page = Page()
+            page.feed(path.read_text(encoding="utf-8"))
+            self.assertEqual(page.loaded, [], path.name)
+            for link in page.links:
+                if link.startswith("#"):
+                    self.assertIn(link[1:], page.ids, path.name)
+        index = Page()
+        index.feed((self.log / "pretty-print" / "index.html").read_text(encoding="utf-8"))
+        self.assertEqual(index.links, [path.name for path in pages])
+
+    def test_qnel_reads_back_and_prints_the_same(self):
+        for path in self.dump("qnel"):
+            again = self.folder / "again.qnel"
+            again.write_text(self.quarn_opt("--no-verify", path), encoding="utf-8")
+            self.assertEqual(self.quarn_opt("--no-verify", again), again.read_text())
+            self.assertIn("(function primes", again.read_text())
+
+    def test_graphs_are_what_graphviz_draws(self):
+        files = self.dump("dot", "")
+        self.assertTrue(all(path.suffix == ".dot" for path in files))
+        dot = shutil.which("dot")
+        if not dot:
+            self.skipTest("no dot in the path")
+        done = subprocess.run([dot, "-Tcanon", str(files[0])], capture_output=True, text=True,
+                              check=False)
+        self.assertEqual((done.stderr, done.returncode), ("", 0))
+
+    def test_filter_chooses_runs_and_a_bad_one_is_told_once(self):
+        printed = self.run_script("""
+p = internal.quarn.PrettyPrinter
+p.FilterRegEx = "code-fcn_pri|^compaction"
+p.EnabledAfter = true
+primes(100);
+p.FilterRegEx = "("
+primes(100);
+""")
+        names = [path.name for path in self.files(self.log / "pretty-print")
+                 if path.name != "index.html"]
+        self.assertEqual([re.sub(r"^\d+-", "", name) for name in names],
+                         ["after-dead-code-fcn_primes.html", "after-compaction-fcn_primes.html"])
+        self.assertEqual(len(printed.splitlines()), 1, printed)
+
+    def test_no_gaps_and_no_identical_files_when_asked(self):
+        names = [path.name for path in self.dump("text")]
+        self.assertEqual(self.run_script("""
+p = internal.quarn.PrettyPrinter
+log.LogDirectory = "SECOND"
+p.GaplessNumbering = true
+p.RemoveIdenticalFiles = true
+p.OutputFormat = "text"
+p.EnabledBefore = true
+p.EnabledAfter = true
+disp(primes(1000))
+"""), "168\n")
+        fewer = [path.name for path in self.files(self.folder / "SECOND" / "pretty-print")]
+        self.assertLess(len(fewer), len(names))
+        numbers = [int(name.split("-")[0]) for name in fewer]
+        self.assertEqual(numbers, list(range(numbers[0], numbers[0] + len(numbers))))
+
+
+class StackTraces(Facility):
+    def dump(self, switches):
+        self.run_script(f"""
+p = internal.quarn.PrettyPrinter
+p.OutputFormat = "text"
+p.FilterRegEx = "^control-flow-fcn_primes"
+p.EnabledBefore = true
+{switches}
+primes(100);
+""")
+        return self.files(self.log / "pretty-print")[0].read_text(encoding="utf-8")
+
+    def test_nodes_say_where_they_were_made(self):
+        self.assertNotIn("codegen", self.dump(""))
+        self.assertIn("varnix::codegen::", self.dump("p.StackTraces.TagNodes = true"))
+
+
+class Serializer(Facility):
+    def test_files_load_to_the_ir_that_was_printed(self):
+        self.run_script("""
+p = internal.quarn.PrettyPrinter
+p.OutputFormat = "qnel"
+p.GaplessNumbering = true
+s = internal.quarn.SerializerFbtService
+p.EnabledBefore = true; p.EnabledAfter = true
+s.EnabledBefore = true; s.EnabledAfter = true
+mandel(5);
+""")
+        texts = self.files(self.log / "pretty-print")
+        binaries = self.files(self.log / "serialized-ir")
+        self.assertEqual([path.stem for path in texts], [path.stem for path in binaries])
+        self.assertGreater(len(texts), 20)
+        for text, binary in zip(texts, binaries):
+            with self.subTest(text.name):
+                # A text of one function does not name the scope that it comes from.
+                expected, loaded = (self.quarn_opt("--no-verify", path).split("\n", 1)[1]
+                                    for path in (text, binary))
+                self.assertEqual(loaded, expected)
+
+
+class SanityChecker(Facility):
+    """A module plays a broken transform (tests/modules/damage.cpp)."""
+
+    def damaged(self, code, error="", nodes=1):
+        modules = self.folder / "modules"
+        modules.mkdir(exist_ok=True)
+        for file in (BUILD / "lib" / "varnix" / "modules" / "quarn_vi.so",
+                     BUILD / "tests" / "damage" / "damage.so"):
+            link = modules / file.name
+            if not link.exists():
+                link.symlink_to(file)
+        return self.run_script(code, "--modules", str(modules), error=error,
+                               environment={"DAMAGED_NODES": str(nodes)})
+
+    LOOP = """
+for i = 1:length(c.Violations)
+  v = c.Violations[i]
+  printf("%s|%s|%s|%s|%s|%d\\n", v.Testpoint, v.Transform, v.FoundWhen, v.CheckId, v.Severity, ...
+    v.NumFailingNodes)
+end
+"""
+
+    def test_sound_compilations_have_no_violations(self):
+        self.assertEqual(self.run_script("""
+c = internal.quarn.SanityChecker
+c.OutputType = "details_to_varnix"
+c.InDataOutDataChecking = true
+c.EnabledBefore = true
+c.EnabledAfter = true
+mandel(10); primes(100);
+disp(length(c.Violations))
+"""), "0\n")
+
+    def test_violations_are_objects_that_a_script_loops_over(self):
+        rows = [row.split("|") for row in self.damaged("""
+c = internal.quarn.SanityChecker
+c.OutputType = "none"
+c.EnabledBefore = true
+c.EnabledAfter = true
+primes(100);
+""" + self.LOOP, nodes=3).splitlines()]
+        self.assertEqual(rows[0], ["dead-code-fcn_primes", "dead-code", "before", "node.line",
+                                   "error", "3"])
+        self.assertEqual(rows[1][:4], ["dead-code-fcn_primes", "dead-code", "after", "node.line"])
+        self.assertEqual({row[3] for row in rows}, {"node.line"})
+
+    def test_thresholds_decide_about_warning_error_and_silence(self):
+        def severities(warning, error):
+            return self.damaged(f"""
+c = internal.quarn.SanityChecker
+c.OutputType = "none"
+c.WarningThreshold = {warning}
+c.ErrorThreshold = {error}
+c.FilterRegEx = "^dead-code"
+c.EnabledBefore = true
+primes(100);
+""" + self.LOOP, nodes=3).splitlines()
+        row = "dead-code-fcn_primes|dead-code|before|node.line|"
+        self.assertEqual(severities(1, 3), [row + "error|3"])
+        self.assertEqual(severities(3, 4), [row + "warning|3"])
+        self.assertEqual(severities(4, 4), [])
+
+    def test_details_go_to_the_console_with_the_fields_and_lines_chosen(self):
+        begin = """
+c = internal.quarn.SanityChecker
+c.OutputType = "details_to_varnix"
+c.SelectDetails = {"CheckId", "FoundWhen"}
+c.FilterRegEx = "^dead-code"
+c.EnabledBefore = true
+c.EnabledAfter = true
+"""
+        everything = self.damaged(begin + "primes(100);", nodes=2).splitlines()
+        before, after = "checkid=node.line  foundwhen=before", "checkid=node.line  foundwhen=after"
+        self.assertEqual(everything, [before, before, after])  # one of the two nodes was dead
+        chosen = self.damaged(begin + 'c.LineFilter = "after"\nprimes(100);', nodes=2)
+        self.assertEqual(chosen.splitlines(), [after])
+
+    def test_summary_is_one_line_for_a_run(self):
+        printed = self.damaged("""
+c = internal.quarn.SanityChecker
+c.OutputType = "summary"
+c.FilterRegEx = "^dead-code"
+c.EnabledBefore = true
+primes(100);
+""")
+        self.assertEqual(len(printed.splitlines()), 1, printed)
+        self.assertIn("dead-code-fcn_primes", printed)
+
+    def test_details_go_to_a_file(self):
+        self.assertEqual(self.damaged("""
+c = internal.quarn.SanityChecker
+c.OutputType = "details_to_file"
+c.FilterRegEx = "^dead-code"
+c.EnabledBefore = true
+primes(100);
+"""), "")
+        files = [path for path in self.log.iterdir() if path.is_file()]
+        self.assertEqual(len(files), 1)
+        self.assertIn("node.line", files[0].read_text(encoding="utf-8"))
+
+    def test_asserting_stops_the_compilation_with_an_error(self):
+        printed = self.damaged("""
+c = internal.quarn.SanityChecker
+c.OutputType = "none"
+c.EnabledBefore = true
+c.AssertOnRecordViolation = true
+try
+  primes(100);
+catch err
+  disp(err.identifier)
+end
+c.AssertOnRecordViolation = false
+disp(primes(100))
+disp(length(c.Violations) > 0)
+c.clearViolations
+disp(length(c.Violations))
+""")
+        self.assertEqual(printed, "varnix:compilationStopped\n25\ntrue\n0\n")
+
+    def test_violation_that_was_deleted_is_a_host_error(self):
+        printed = self.damaged("""
+c = internal.quarn.SanityChecker
+c.OutputType = "none"
+c.EnabledBefore = true
+primes(100);
+v = c.Violations[1]
+delete(v)
+try
+  disp(v.Message)
+catch err
+  disp(err.identifier)
+end
+""")
+        self.assertEqual(printed, "varnix:invalidHandle\n")
+
+
+class MemoryAnalyzer(Facility):
+    def test_statistics_have_a_line_for_each_run_and_side(self):
+        def lines(level):
+            self.run_script(f"""
+log.LogDirectory = "LOG{level}"
+m = internal.quarn.MemoryAnalyzer
+m.PoolMemStats = true
+m.TraceLevel = {level}
+m.EnabledBefore = true
+m.EnabledAfter = true
+primes(100);
+""")
+            files = self.files(self.folder / f"LOG{level}")
+            self.assertEqual([path.name for path in files], ["pool-memory-0001.txt"])
+            return files[0].read_text(encoding="utf-8").splitlines()
+        totals = lines(1)
+        self.assertTrue(all("before" in line or "after" in line for line in totals))
+        self.assertGreater(len(lines(2)), 3 * len(totals))
+
+    def test_high_water_mark_is_a_snapshot_that_the_next_one_ends(self):
+        self.assertEqual(self.run_script("""
+m = internal.quarn.MemoryAnalyzer
+m.EnabledBefore = true
+m.EnabledAfter = true
+mandel(5);
+first = m.PoolHighWaterMark
+disp(first.ScopeFlavor)
+disp(contains(first.When, " run "))
+disp(first.PoolMaxAllocated > 0)
+second = m.PoolHighWaterMark
+disp(isvalid(first))
+try
+  disp(first.When)
+catch err
+  disp(err.identifier)
+end
+disp(isvalid(second))
+m.ResetHighWaterMark
+disp(isvalid(second))
+disp(m.PoolHighWaterMark.PoolMaxAllocated)
+"""), "unit\ntrue\ntrue\nfalse\nvarnix:invalidHandle\ntrue\nfalse\n0\n")
+
+    def test_a_sound_compiler_leaks_and_overwrites_nothing(self):
+        self.assertEqual(self.run_script("""
+m = internal.quarn.MemoryAnalyzer
+m.PoolInternalLeakDetect = true
+m.CfgPoolInternalLeakDetect = true
+m.PoolSanityChecks = true
+m.EnabledBefore = true
+m.EnabledAfter = true
+disp(mandel(10)); disp(primes(100))
+"""), "22\n25\n")
+
+
+class Scrambler(Facility):
+    RUN = """
+p = internal.quarn.PrettyPrinter
+p.OutputFormat = "text"
+s = internal.quarn.Scrambler
+s.RandomSeed({seed}u32)
+s.IntroducePointers = true
+s.ScalarVarPointerizationThreshold = 40
+s.AggregateVarPointerizationThresh = 100
+s.EnabledBefore = true
+s.EnabledAfter = true
+p.EnabledAfter = true
+printf("%d %d\\n", mandel(20), primes(1000))
+disp(s.ScrambleCount > 0)
+"""
+
+    def dumps(self, seed):
+        shutil.rmtree(self.log, ignore_errors=True)
+        self.assertEqual(self.run_script(self.RUN.replace("{seed}", str(seed))), "90 168\ntrue\n")
+        return {path.name: path.read_text(encoding="utf-8")
+                for path in self.files(self.log / "pretty-print")}
+
+    def test_results_never_change_and_a_seed_gives_the_same_ir(self):
+        plain = self.run_script('printf("%d %d\\n", mandel(20), primes(1000))')
+        self.assertEqual(plain, "90 168\n")
+        one = self.dumps(1)
+        self.assertEqual(self.dumps(1), one)
+        other = self.dumps(2)
+        self.assertEqual(sorted(other), sorted(one))
+        self.assertNotEqual(other, one)
+
+    def test_verbose_tells_each_run_on_the_console(self):
+        printed = self.run_script("""
+s = internal.quarn.Scrambler
+s.Verbose = true
+s.FilterRegEx = "^dead-code"
+s.EnabledBefore = true
+primes(100);
+""")
+        self.assertEqual(len(printed.splitlines()), 1, printed)
+        self.assertIn("dead-code-fcn_primes", printed)
+
+
+class TransformProfiler(Facility):
+    def events(self, ending, settings=""):
+        printed = self.run_script(f"""
+t = internal.quarn.TransformProfiler
+{settings}
+t.EnabledBefore = true
+t.EnabledAfter = true
+mandel(10);
+t.EnabledBefore = false
+t.EnabledAfter = false
+t.DumpDestination = "profile.{ending}"
+t.dump
+disp(t.EventCount)
+""")
+        return int(printed), (self.folder / f"profile.{ending}").read_text(encoding="utf-8")
+
+    def test_trace_is_what_timeline_viewers_open(self):
+        count, text = self.events("json")
+        runs = [e for e in json.loads(text)["traceEvents"] if e["ph"] == "X"]
+        self.assertEqual(len(runs), count)
+        self.assertTrue(all(e["dur"] >= 0 and e["ts"] >= 0 for e in runs))
+        self.assertIn(("dead-code", "mandel"), {(e["name"], e["args"]["target"]) for e in runs})
+        self.assertEqual([e["args"]["record"] for e in runs], list(range(1, count + 1)))
+
+    def test_values_are_a_table_for_other_programs(self):
+        count, text = self.events("csv", "t.RecordNumbering = false\nt.TagFcnsWithLogId = true")
+        rows = list(csv.DictReader(text.splitlines()))
+        self.assertEqual(len(rows), count)
+        self.assertNotIn("record", rows[0])
+        for row in rows:
+            self.assertGreaterEqual(float(row["time_us"]), 0)
+            self.assertIn(row["outcome"], ("changed", "unchanged"))
+            if row["kind"] == "function":
+                self.assertTrue(row["target"].endswith("#" + row["run"]), row)
+
+    def test_table_is_for_people(self):
+        count, text = self.events("txt")
+        self.assertEqual(len([line for line in text.splitlines() if "mandel" in line or
+                              "turns" in line]), count)
+
+    def test_console_and_the_log_are_destinations_too(self):
+        printed = self.run_script("""
+t = internal.quarn.TransformProfiler
+t.EnabledAfter = true
+primes(10);
+t.EnabledAfter = false
+t.DumpDestination = "console"
+t.dump
+t.DumpDestination = ""
+t.dump
+""")
+        self.assertIn("dead-code", printed)
+        self.assertEqual(self.only_file("transform-profile*").read_text(encoding="utf-8"), printed)
+
+    def test_events_are_written_by_themselves_at_the_threshold(self):
+        self.run_script("""
+t = internal.quarn.TransformProfiler
+t.DumpDestination = "part.csv"
+t.EventEmitThreshold = 5
+t.EnabledAfter = true
+mandel(10);
+""")
+        for number in (1, 2):
+            rows = (self.folder / f"part-{number}.csv").read_text(encoding="utf-8").splitlines()
+            self.assertEqual(len(rows), 1 + 5)
+
+
+class Logs(Facility):
+    def test_transform_log_has_a_line_for_each_run(self):
+        self.run_script("""
+t = internal.quarn.TransformLogService
+t.Enabled = true
+mandel(5);
+t.Enabled = false
+primes(5);
+""")
+        lines = self.only_file("transform-log*").read_text(encoding="utf-8").splitlines()
+        numbers = []
+        for line in lines:
+            found = re.fullmatch(r" *(\d+) (\S+) +[\d.]+ us +(\d+) -> +(\d+) (changed|unchanged)",
+                                 line)
+            self.assertTrue(found, line)
+            numbers.append(int(found[1]))
+            if found[5] == "unchanged":
+                self.assertEqual(found[3], found[4], line)
+            self.assertNotIn("primes", line)
+        self.assertEqual(numbers, sorted(set(numbers)))
+
+    def test_user_variables_are_listed_and_their_end_is_told(self):
+        self.run_script("""
+u = internal.quarn.UserVarLogging
+u.EnabledBefore = true
+u.EnabledAfter = true
+primes(5);
+""")
+        text = self.only_file("user-variables*").read_text(encoding="utf-8")
+        first = text.splitlines()[0]
+        self.assertRegex(first, r"^ *1 before \S+-fcn_primes:")
+        for name in ("struck", "count", "candidate", "multiple"):
+            self.assertIn(f" {name}", first)
+
+    def test_names_are_printed_in_step_with_the_script(self):
+        printed = self.run_script("""
+n = internal.quarn.NamePrinter
+n.Enabled = true
+disp("one")
+primes(5);
+disp("two")
+primes(6);
+disp("three")
+n.Enabled = false
+primes(7);
+into = internal.quarn.NamePrinter("names.txt")
+into.Enabled = true
+primes(8);
+into.Enabled = false
+""").splitlines()
+        self.assertEqual((printed[0], printed[-2:]), ("one", ["two", "three"]))
+        names = printed[1:-2]
+        self.assertIn("dead-code-fcn_primes", names)
+        self.assertEqual((self.folder / "names.txt").read_text(encoding="utf-8").splitlines(), names)
+
+    def test_statistics_are_a_table_of_what_each_transform_did(self):
+        printed = self.run_script("""
+s = internal.quarn.CollectStatistics
+s.Enabled = true
+mandel(5);
+s.Enabled = false
+""")
+        rows = {line.split()[0]: line.split()[1:] for line in printed.splitlines()}
+        self.assertEqual(rows["unused-functions"][0], "1")
+        self.assertEqual(rows["dead-code"][0], "2")
+
+
+class Hub(Facility):
+    TWO = """
+internal.quarn.Debug.enable
+d = internal.quarn.Debug
+{setup}
+d.DebugLogger.LogDirectory = "LOG"
+d.PrettyPrinter.EnabledAfter = true
+disp(mandel(20)); disp(primes(1000)); disp(mandel(21))
+"""
+
+    def two_processes(self, setup):
+        """`diff -r` of the folders that two processes leave: its text and its status."""
+        logs = []
+        for name in ("one", "two"):
+            folder = self.folder / name
+            folder.mkdir(exist_ok=True)
+            code = self.TWO.replace("{setup}", setup)
+            begin = f'addpath("{EXAMPLES}")\n'
+            self.assertEqual(self.run_script(code, begin=begin, folder=folder), "90\n168\n109\n")
+            logs.append(folder / "LOG")
+        files = [path for path in logs[0].rglob("*") if path.is_file()]
+        self.assertGreater(len(files), 1)
+        done = subprocess.run(["diff", "-r", *map(str, logs)], capture_output=True, text=True,
+                              check=False)
+        return done.stdout, done.returncode
+
+    def test_dumps_of_two_processes_are_equal_after_the_set_up_for_diffs(self):
+        self.assertEqual(self.two_processes("d.setUpForDiffs"), ("", 0))
+
+    def test_without_the_set_up_they_differ(self):
+        self.assertEqual(self.two_processes("")[1], 1)
+
+    def test_closed_hub_says_whom_to_ask(self):
+        support = "Please contact Corvane technical support for assistance.\n"
+        self.assertEqual(self.run_script("internal.quarn.Debug;", begin=""), support)
+        self.assertEqual(self.run_script("internal.quarn.Debug;", begin="",
+                                         environment={"ZQE_INSTALL": ""}), support)
+        printed = self.run_script("internal.quarn.Debug;", begin="",
+                                  environment={"ZQE_INSTALL": "/opt/x"})
+        self.assertTrue(printed.startswith(support + "Internal users - please see '"), printed)
+        self.assertTrue(printed.endswith("' to learn how to enable it.\n"), printed)
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main())
