@@ -579,6 +579,76 @@ s.Enabled = false
         self.assertEqual(rows["dead-code"][0], "2")
 
 
+class ProfilingCounters(Facility):
+    def counts(self, code):
+        """By unit, the sum of the counts of each function and line."""
+        self.run_script(code)
+        found = json.loads(self.only_file("profile-counts*.json").read_text(encoding="utf-8"))
+        table = self.only_file("profile-counts*.txt").read_text(encoding="utf-8")
+        units = {}
+        for unit in found["units"]:
+            self.assertIn(f"unit {unit['unit']}\n", table)
+            self.assertNotIn(unit["unit"], units)
+            lines = units.setdefault(unit["unit"], {})
+            for c in unit["counters"]:
+                self.assertRegex(table, rf"(?m)^ +{c['count']} +{c['number']} +{c['line']}  "
+                                        rf"{c['function']}$")
+                place = (c["function"], c["line"])
+                lines[place] = max(lines.get(place, 0), c["count"])
+        return units
+
+    def line(self, program, text):
+        lines = (EXAMPLES / f"{program}.vx").read_text(encoding="utf-8").splitlines()
+        return next(i for i, line in enumerate(lines, 1) if text in line)
+
+    def expect_primes(self, lines, calls):
+        sieve = [n for n in range(2, 32) if all(n % d for d in range(2, n))]
+        struck = sum(len(range(p * p, 1001, p)) for p in sieve)
+        self.assertEqual(lines["primes", self.line("primes", "count = count + 1")], 168 * calls)
+        self.assertEqual(lines["primes", self.line("primes", "struck[multiple]")], struck * calls)
+
+    def test_counts_are_written_when_the_code_is_made_anew(self):
+        units = self.counts("""
+c = internal.quarn.ProfilingInstrumentation
+c.Enabled = true
+primes(1000); primes(1000); primes(1000);
+c.Enabled = false
+primes(1000);
+disp(isfile("LOG/profile-counts-0001.txt"))
+primes(1000);
+""")
+        self.assertEqual(list(units), ["primes(f64)"])
+        self.expect_primes(units["primes(f64)"], 3)
+
+    def test_counts_are_written_at_the_end_of_the_process(self):
+        units = self.counts("""
+c = internal.quarn.ProfilingInstrumentation
+c.Enabled = true
+primes(1000); mandel(20);
+if isfolder("LOG")
+  error("too early")
+end
+""")
+        self.assertEqual(sorted(units), ["mandel(f64)", "primes(f64)"])
+        self.expect_primes(units["primes(f64)"], 1)
+        self.assertEqual(units["mandel(f64)"]["turns", self.line("mandel", "return count")], 400)
+
+    def test_off_nothing_counts(self):
+        def final(code):
+            shutil.rmtree(self.log, ignore_errors=True)
+            self.run_script("""
+p = internal.quarn.PrettyPrinter
+p.OutputFormat = "qnel"
+p.FilterRegEx = "^compaction"
+c = internal.quarn.ProfilingInstrumentation
+""" + code + "p.EnabledAfter = true\nprimes(1000);\n")
+            return self.only_file("pretty-print/*").read_text(encoding="utf-8")
+        never = final("")
+        self.assertNotIn("(count ", never)
+        self.assertEqual(final("c.Enabled = true; primes(1000); c.Enabled = false;\n"), never)
+        self.assertIn("(count ", final("c.Enabled = true\n"))
+
+
 class Hub(Facility):
     TWO = """
 internal.quarn.Debug.enable

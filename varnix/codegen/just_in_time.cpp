@@ -45,9 +45,38 @@ struct Phases {
     }
 };
 
+/// What the profiling counters of the process have counted.
+QN::ProfileCounts& profileCounts() {
+    static QN::ProfileCounts counts;
+    return counts;
+}
+
+/// "mandel(f64, f64[])"
+std::string signatureOf(const QN::Function& function) {
+    std::string text(function.name());
+    const char* separator = "(";
+    for (const QN::Type* const type : function.paramTypes()) {
+        text.append(separator).append(type->name());
+        separator = ", ";
+    }
+    return text += function.paramTypes().empty() ? "()" : ")";
+}
+
 } // namespace
 
+void Variant::writeCounts() noexcept {
+    if (code == nullptr || counters.empty())
+        return;
+    try {
+        profileCounts().add(signature, counters, code->counters());
+        profileCounts().write();
+    } catch (const std::bad_alloc&) { // the counts are lost
+    }
+}
+
 void Variant::discard() noexcept {
+    writeCounts();
+    counters.clear();
     code.reset();
     if (unit != nullptr)
         session->scope.removeChild(*unit);
@@ -129,6 +158,10 @@ void JustInTime::compile(const Code& code, Variant& variant) {
             const QN::Timer::Measuring measuring(phases.transforms);
             QN::runPipeline(unit);
         }
+        // Before the engine may free the graphs.
+        variant.counters = QN::counterPlaces(unit);
+        if (!variant.counters.empty())
+            variant.signature = signatureOf(*entry);
         const QN::Timer::Measuring measuring(phases.engine);
         variant.code = session->engine->prepare(unit, *entry, code.unit->name);
     } catch (const QN::CompilationStopped& stopped) {
@@ -278,7 +311,6 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant,
         }
         case static_cast<QN::TrapCode>(HostTrap::Assumption):
             if (++variant.wrongAssumptions >= mostWrongAssumptions) {
-                variant.code.reset();
                 variant.discard();
             }
             return Outcome::Interpret;

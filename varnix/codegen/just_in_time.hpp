@@ -9,6 +9,7 @@
 #include "lang/compiled_functions.hpp"
 
 #include <qn/engine.hpp>
+#include <qn/profile_counts.hpp>
 
 #include <memory>
 #include <span>
@@ -36,7 +37,8 @@ public:
     Variant& operator=(const Variant&) = delete;
     ~Variant() { discard(); }
 
-    /// Frees the code and the scope it was made in.
+    /// Frees the code and the scope it was made in. What its profiling counters have counted is
+    /// written to the debug log's folder first.
     void discard() noexcept;
     [[nodiscard]] bool fits(std::span<const Value> values, std::size_t wanted) const noexcept {
         if (wanted != requested || values.size() != tags.size())
@@ -63,10 +65,15 @@ public:
     // What it is.
     std::unique_ptr<QN::Executable> code; ///< null: the function is interpreted
     std::vector<ValueType> results;
-    std::vector<QN::ArrayValue> arrays; ///< arguments and results of the running call
+    std::vector<QN::ArrayValue> arrays;     ///< arguments and results of the running call
+    std::string signature;                  ///< of what was compiled: "mandel(f64)"
+    std::vector<QN::CounterPlace> counters; ///< where the code counts; none as a rule
     std::shared_ptr<Session> session;
     QN::Scope* unit = nullptr;
     int wrongAssumptions = 0;
+
+private:
+    void writeCounts() noexcept;
 };
 
 /// What is kept with a function.
