@@ -10,6 +10,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -577,6 +578,153 @@ s.Enabled = false
         rows = {line.split()[0]: line.split()[1:] for line in printed.splitlines()}
         self.assertEqual(rows["unused-functions"][0], "1")
         self.assertEqual(rows["dead-code"][0], "2")
+
+
+class LlvmDebugger(Facility):
+    POLY = """
+function poly(x)
+  return x * x + x / 3
+end
+l = internal.quarn.LlvmDebugger
+"""
+
+    def assembly(self, settings):
+        """What the machine code of poly looks like under some settings, without constants."""
+        shutil.rmtree(self.log, ignore_errors=True)
+        printed = self.run_script(self.POLY + "l.dumpHostAssembly = true\n" + settings +
+                                  "\ndisp(poly(3))\n")
+        self.assertEqual(printed, "10\n")
+        return self.only_file("poly*.s").read_text(encoding="utf-8")
+
+    def test_ir_and_assembly_are_dumped_while_they_are_asked_for(self):
+        self.run_script(self.POLY + "poly(1);")
+        self.assertFalse(self.log.exists())
+        self.run_script(self.POLY + """
+l.dumpLlvmIR = true
+poly(1);
+l.dumpLlvmIR = false
+l.dumpHostAssembly = true
+poly(1);
+l.dumpHostAssembly = false
+poly(1);
+""")
+        names = sorted(path.name for path in self.log.iterdir())
+        self.assertEqual(names, ["poly-0001.ll", "poly-0002.s"])
+        self.assertIn("define ", (self.log / names[0]).read_text(encoding="utf-8"))
+        self.assertRegex((self.log / names[1]).read_text(encoding="utf-8"), r"(?m)^poly:")
+
+    def test_settings_show_in_the_machine_code(self):
+        def differ(property, *values):
+            texts = [self.assembly(f"l.{property} = {value}") for value in values]
+            self.assertEqual(len(set(texts)), len(values), property)
+            return texts
+        differ("jitOptimizationLevel", '"None"', '"Aggressive"')
+        if os.uname().machine == "x86_64":
+            kept, gone = differ("framePointerPolicy", '"Preserve"', '"Eliminate"')
+            self.assertIn("movq\t%rsp, %rbp", kept)
+            self.assertNotIn("movq\t%rsp, %rbp", gone)
+            soft, hard = differ("useSoftFloat", "true", "false")
+            self.assertIn("__muldf3", soft)
+            self.assertNotIn("mulsd", soft)
+            self.assertIn("mulsd", hard)
+
+    def test_no_setting_changes_a_result(self):
+        self.assertEqual(self.run_script("""
+l = internal.quarn.LlvmDebugger
+for level = {"None", "Less", "Default", "Aggressive", "Accelerator", "Unspecified"}
+  l.jitOptimizationLevel = level
+  for i = 0:15
+    l.enableFastISel = mod(i, 2) == 1
+    l.deleteCoreFcnCfgAfterConversion = mod(floor(i / 2), 2) == 1
+    l.jitEmitDebugInfo = mod(floor(i / 4), 2) == 1
+    l.defaultCodeSlabSizeKBytes = 64 + 1000 * (i > 7)
+    l.enabled = i == 3
+    assert(mandel(20) == 90, level)
+    assert(primes(1000) == 168, level)
+  end
+end
+for policy = {"Preserve", "Eliminate", "Unspecified"}
+  l.framePointerPolicy = policy
+  l.useSoftFloat = true
+  assert(mandel(10) == 22, policy)
+  l.useSoftFloat = false
+  assert(mandel(10) == 22, policy)
+end
+disp("all the same")
+"""), "all the same\n")
+
+    CHECKS = """
+function ratio(x, y)
+  return x / y
+end
+function small(x)
+  return int8(x)
+end
+l = internal.quarn.LlvmDebugger
+"""
+
+    def test_failed_checks_are_reported_with_function_and_line(self):
+        printed = self.run_script(self.CHECKS + """
+disp(ratio(5i32, 0i32))
+disp(small(300))
+l.enabled = true
+for f = {fn() ratio(5i32, 0i32), fn() small(300)}
+  try
+    f()
+  catch err
+    printf("%s: %s\\n", err.identifier, err.message)
+  end
+end
+disp(ratio(6i32, 3i32))
+l.enabled = false
+disp(small(300))
+""")
+        self.assertEqual(printed, """2147483647
+127
+ratio: line 8: division by zero
+varnix:runtimeCheck: division by zero
+small: line 11: a conversion to an integer loses its value
+varnix:runtimeCheck: a conversion to an integer loses its value
+2
+127
+""")
+
+    def test_failed_check_aborts_when_that_is_asked_for(self):
+        script = self.folder / "abort.vx"
+        script.write_text(self.CHECKS + "l.abortOnError = true\nratio(1i32, 0i32)\n",
+                          encoding="utf-8")
+        done = subprocess.run([str(VARNIX), str(script)], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=TIME_LIMIT, check=False)
+        self.assertEqual(done.returncode, -signal.SIGABRT)
+        self.assertIn("ratio: line 3: division by zero\n", done.stdout + done.stderr)
+
+    def test_code_prints_what_it_executes(self):
+        printed = self.run_script(self.POLY + """
+l.instrumentIRDebugPrint = "Printf"
+disp(poly(3))
+l.instrumentIRVerbosityQUARN = false
+l.instrumentIRVerbosityLLVMIR = true
+disp(poly(3))
+l.instrumentIRDebugPrint = "None"
+disp(poly(3))
+""")
+        quarn, llvm, silent = re.split(r"(?m)^10\n", printed)[:3]
+        self.assertRegex(quarn, r"(?m)^poly:8: %\d+: f64 = mul ")
+        self.assertRegex(llvm, r"fmul double")
+        self.assertEqual(silent, "")
+
+    def test_switch_of_profiling_leaves_no_instruction_behind(self):
+        begin = "c = internal.quarn.ProfilingInstrumentation\n"
+        never = self.assembly(begin)
+        again = self.assembly(begin + """
+l.dumpHostAssembly = false
+c.Enabled = true
+poly(1);
+c.Enabled = false
+l.dumpHostAssembly = true
+""")
+        self.assertEqual(again, never)
+        self.assertNotEqual(self.assembly(begin + "c.Enabled = true"), never)
 
 
 class ProfilingCounters(Facility):
