@@ -100,7 +100,9 @@ inline std::string evaluatedOutcome(const Scope& scope, const Function& function
 inline std::unique_ptr<Scope> parsed(std::string_view text) {
     ParseError error;
     std::unique_ptr<Scope> scope = parseQnel(text, error);
-    EXPECT_NE(scope, nullptr) << error.format("text");
+    if (scope == nullptr) {
+        throw std::runtime_error(error.format("text"));
+    }
     return scope;
 }
 

@@ -3,6 +3,7 @@
 //
 // Exit status: 0; 1 after an error in the input or in a transform; 2 for wrong usage.
 #include "tools/generate.hpp"
+#include "tools/run_function.hpp"
 
 #include <qn/pages.hpp>
 #include <qn/pipeline.hpp>
@@ -36,6 +37,7 @@ struct Options {
     bool verify = true;
     bool disambiguate = false;
     bool showModes = false;
+    QN::tools::RunOptions run;
 };
 
 /// The text of a file, or of standard input for "-"; false after a message.
@@ -171,6 +173,13 @@ int run(const Options& options) {
             return 1;
         }
     }
+    if (!options.run.function.empty()) {
+        QN::tools::RunOptions how = options.run;
+        how.sourceFile = options.input;
+        std::string text;
+        const bool fine = QN::tools::runFunction(*scope, how, text);
+        return writeOutput(options.output, text) && fine ? 0 : 1;
+    }
     return writeOutput(options.output, printed(*scope, options)) ? 0 : 1;
 }
 
@@ -192,6 +201,18 @@ int main(int argc, char** argv) {
     app.add_flag("!--no-verify", options.verify, "do not check the input and what transforms make");
     app.add_flag("--disambiguate", options.disambiguate, "tell equal names of variables apart");
     app.add_flag("--show-modes", options.showModes, "show rounding and overflow");
+    app.add_option("--run", options.run.function, "call this function instead of printing the IR");
+    app.add_option("--engine", options.run.engine, "what runs it")
+        ->check(CLI::IsMember({"evaluator", "llvm"}));
+    app.add_option("--args", options.run.arguments,
+                   "its arguments: a,b,c; numbers, true, false, and columns as 1;2;3")
+        ->delimiter(',');
+    app.add_option("--level", options.run.level, "LLVM's optimization, 0 to 4 for this processor")
+        ->check(CLI::Range(0, 4));
+    app.add_flag("--debug-info", options.run.debugInfo, "tell debuggers about the code");
+    app.add_flag("--preserve-frames", options.run.preserveFrames, "keep frame pointers");
+    app.add_flag("--valgrind-print", options.run.valgrindPrint,
+                 "print what is executed in valgrind's log");
     app.add_flag("--list-passes", options.listPasses, "list the transforms and leave");
     try {
         app.parse(argc, argv);

@@ -113,7 +113,8 @@ private:
 class LlvmEngine final : public MachineCodeEngine {
 public:
     explicit LlvmEngine(const VMEngineConfig& config)
-        : config_(config), slabs_(config.defaultCodeSlabSize()) {
+        : config_(config), slabs_(config.defaultCodeSlabSize(),
+                                  config.jitEmitDebugInfo() ? Breakpoints::Yes : Breakpoints::No) {
         const FatalErrorScope fatalErrors;
         compiler_ = std::make_unique<Compiler>(config_);
     }

@@ -9,14 +9,16 @@
 namespace QN::VMRT {
 
 struct Slabs::Slab {
-    explicit Slab(std::size_t size) : bytes(size), free{{0, size}} {
+    Slab(std::size_t size, Breakpoints breakpoints) : bytes(size), free{{0, size}} {
         const int file = memfd_create("quarn-code", MFD_CLOEXEC);
         if (file < 0) {
             throw std::bad_alloc();
         }
         if (ftruncate(file, static_cast<off_t>(size)) == 0) {
             writable = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-            executable = mmap(nullptr, size, PROT_READ | PROT_EXEC, MAP_SHARED, file, 0);
+            // A private page shows what is written to the file until it gets a copy of its own.
+            const int sharing = breakpoints == Breakpoints::Yes ? MAP_PRIVATE : MAP_SHARED;
+            executable = mmap(nullptr, size, PROT_READ | PROT_EXEC, sharing, file, 0);
         }
         close(file);
         if (writable == MAP_FAILED || executable == MAP_FAILED) {
@@ -93,18 +95,20 @@ std::size_t pageBytes() {
 
 } // namespace
 
-Slabs::Slabs(std::uint64_t slabBytes) : slabBytes_(roundedUp(slabBytes, pageBytes())) {}
+Slabs::Slabs(std::uint64_t slabBytes, Breakpoints breakpoints)
+    : slabBytes_(roundedUp(slabBytes, pageBytes())), breakpoints_(breakpoints) {}
 Slabs::~Slabs() = default;
 
 Slabs::Slab& Slabs::addSlab(std::size_t bytes) {
-    auto slab = std::make_unique<Slab>(bytes);
+    auto slab = std::make_unique<Slab>(bytes, breakpoints_);
     Slab& made = *slab;
     slabs_.emplace(static_cast<const char*>(made.executable), std::move(slab));
     return made;
 }
 
 CodePiece Slabs::take(std::size_t bytes) {
-    const std::size_t size = roundedUp(bytes, alignment);
+    const std::size_t size =
+        roundedUp(bytes, breakpoints_ == Breakpoints::Yes ? pageBytes() : alignment);
     const auto placed = [&](Slab& slab, std::size_t offset) -> CodePiece {
         used_ += size;
         return {static_cast<char*>(slab.writable) + offset,
@@ -132,6 +136,9 @@ CodePiece Slabs::take(std::size_t bytes) {
 void Slabs::giveBack(const CodePiece& piece) noexcept {
     const auto found = std::prev(slabs_.upper_bound(piece.executable));
     Slab& slab = *found->second;
+    if (breakpoints_ == Breakpoints::Yes) { // no breakpoint stays for the next one there
+        madvise(const_cast<char*>(piece.executable), piece.bytes, MADV_DONTNEED);
+    }
     slab.giveBack(static_cast<std::size_t>(piece.executable - found->first), piece.bytes);
     used_ -= piece.bytes;
     // The one that serves at the moment stays, so that one function that comes and goes does not

@@ -18,6 +18,11 @@
 
 namespace QN::VMRT {
 
+/// Whether debuggers can put breakpoints into the code. They write to the executable pages, which
+/// the kernel allows only if those can get copies of their own, so that each function must then
+/// have whole pages.
+enum class Breakpoints : bool { No, Yes };
+
 /// A piece of code memory: the same bytes at two addresses.
 struct CodePiece {
     char* writable = nullptr;
@@ -30,13 +35,13 @@ public:
     static constexpr std::size_t alignment = 16;
 
     /// `slabBytes` is rounded up to whole pages.
-    explicit Slabs(std::uint64_t slabBytes);
+    Slabs(std::uint64_t slabBytes, Breakpoints breakpoints);
     Slabs(const Slabs&) = delete;
     Slabs& operator=(const Slabs&) = delete;
     ~Slabs();
 
-    /// A piece that begins at a multiple of `alignment`. What does not fit into a slab gets one of
-    /// its own. Throws std::bad_alloc.
+    /// A piece that begins at a multiple of `alignment`, or at a page. What does not fit into a
+    /// slab gets one of its own. Throws std::bad_alloc.
     [[nodiscard]] CodePiece take(std::size_t bytes);
     void giveBack(const CodePiece& piece) noexcept;
 
@@ -47,6 +52,7 @@ private:
     Slab& addSlab(std::size_t bytes);
 
     std::size_t slabBytes_;
+    Breakpoints breakpoints_;
     std::size_t used_ = 0;
     std::map<const char*, std::unique_ptr<Slab>> slabs_; // by executable address
     Slab* current_ = nullptr;                            // where there was room last
