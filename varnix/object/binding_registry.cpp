@@ -1,5 +1,6 @@
 // Binding of native objects to instances: two pointers that are always set and cleared together.
 
+#include "object/deferred_rows.hpp"
 #include "object/instances.hpp"
 #include "value/errors.hpp"
 #include "value/small_heap.hpp"
@@ -39,6 +40,10 @@ hvArray* BindingRegistry::announceNew(full::Wrappable* object, COSNameID classNa
     instance->native_ = object;
     object->instance_ = instance;
     return instance->handle();
+}
+
+void BindingRegistry::deferReferences(hvArray* row) noexcept {
+    DeferredRows::note(row);
 }
 
 void BindingRegistry::announceElement(hvArray* row, std::size_t index, full::Wrappable* object,

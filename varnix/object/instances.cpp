@@ -1,5 +1,6 @@
 #include "object/instances.hpp"
 
+#include "object/deferred_rows.hpp"
 #include "value/errors.hpp"
 #include "value/small_heap.hpp"
 
@@ -39,6 +40,9 @@ void InstanceAccess::end(COSInterface* instance) noexcept {
 }
 
 void InstanceAccess::handleReleased(hvArray* handle) noexcept {
+    DeferredRows::settleAll();
+    if (handle->refs != 0)
+        return; // a row holds it
     COSInterface* const instance = COSInterface::ofHandle(handle);
     handle->refs = 1; // so that the class may look at the handle while it ends the instance
     end(instance);

@@ -1,5 +1,6 @@
 // Arrays of script objects beyond what is inline.
 
+#include "object/deferred_rows.hpp"
 #include "value/array.hpp"
 #include "value/errors.hpp"
 
@@ -22,6 +23,7 @@ hvArray* omCreateOBJSYSMatrix(std::size_t rows, std::size_t columns, objsys::COS
 void omSetArrayElement(hvArray* array, std::size_t index, COSInterface* element) {
     if (!array || array->classID != hvOBJECT_CLASS || array->isHandle() || index >= array->count())
         varnix::fail(varnix::id::badIndex, "object array has no element {}", index);
+    objsys::DeferredRows::settle(array);
     COSInterface* const old = array->objects()[index];
     if (element) {
         ++element->handle()->refs;

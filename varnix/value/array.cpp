@@ -2,6 +2,7 @@
 
 #include "value/array.hpp"
 
+#include "object/deferred_rows.hpp"
 #include "object/instances.hpp"
 #include "value/errors.hpp"
 #include "value/memory_limit.hpp"
@@ -12,7 +13,6 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <ranges>
 #include <span>
 
 namespace varnix {
@@ -59,12 +59,19 @@ void releaseElements(hvArray* array) noexcept {
             hvDestroyArray(cell);
         break;
     case hvOBJECT_CLASS:
+        if (array->deferred != 0) {
+            objsys::DeferredRows::forget(array);
+            break;
+        }
         // Backwards: the instances at the end were touched last and are still in the cache, and the
         // ones at the start are where the next row of the same objects begins.
-        for (objsys::COSInterface* const element :
-             std::span(array->objects(), array->count()) | std::views::reverse)
-            if (element && --element->handle()->refs == 0)
+#pragma GCC unroll 4
+        for (objsys::COSInterface** at = array->objects() + array->count();
+             at != array->objects();) {
+            objsys::COSInterface* const element = *--at;
+            if (element && --element->handle()->refs == 0) [[unlikely]]
                 objsys::InstanceAccess::handleReleased(element->handle());
+        }
         break;
     case hvSTRUCT_CLASS:
         structOf(array).~StructRecord();

@@ -3,6 +3,7 @@
 // Everything that can fail happens before the first element changes, so an error leaves x as it
 // was. An array that grows at its end keeps spare room, so that appending one by one costs
 // constant time on average; the room is that of its separate allocation.
+#include "object/deferred_rows.hpp"
 #include "value/errors.hpp"
 #include "value/index.hpp"
 #include "value/memory_limit.hpp"
@@ -152,6 +153,7 @@ void fillBlank(hvArray* array, std::size_t from, std::size_t to) {
     const std::size_t size = elementSize(array->classID);
     const std::size_t bytes = rows * columns * size;
     const std::size_t before = array->count();
+    objsys::DeferredRows::settle(array);
     if ((array->flags & hvArray::SeparateData) == 0) {
         numeric::ArrayHolder longer(newArray(array->classID, 0, 0));
         longer->data = roomFor(nullptr, bytes);

@@ -1,5 +1,6 @@
 #include "value/value.hpp"
 
+#include "object/deferred_rows.hpp"
 #include "value/array.hpp"
 
 #include <objsys/interface.hpp>
@@ -135,6 +136,7 @@ hvArray* Value::unshare() {
         --bits_.a->refs;
         bits_.a = copy;
     }
+    objsys::DeferredRows::settle(bits_.a);
     return bits_.a;
 }
 

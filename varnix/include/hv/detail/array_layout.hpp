@@ -31,7 +31,9 @@ struct hvArray {
     std::uint32_t refs;
     hvClassID classID;
     std::uint8_t flags;
-    std::uint16_t reserved;
+    /// Object arrays: not 0 while the references to the elements are not counted yet; the host's
+    /// own note of where it keeps such a row.
+    std::uint16_t deferred;
     /// Object arrays: the class of the array as a whole. Others: null. Beside the references, so
     /// that a walk over many handles touches one cache line of each.
     objsys::COSClass* objectClass;

@@ -34,14 +34,30 @@ public:
                             COSNameID className) {
         COSInterface** const elements = row->objects();
         const COSClass* const cls = row->objectClass;
-        for (std::size_t i = 0; i < count; ++i) {
-            full::Wrappable* const object = objects[i];
-            COSInterface* const instance = object ? object->instance_ : nullptr;
+        std::size_t known = 0;
+        if (count >= fewObjects) {
+            // Most rows hold objects that have their handles, and are soon dropped.
+#pragma GCC unroll 4
+            for (; known < count; ++known) {
+                COSInterface* const instance = instanceOf(objects[known]);
+                if (!instance || instance->getClass() != cls) [[unlikely]]
+                    break;
+                elements[known] = instance;
+            }
+            if (known == count) {
+                deferReferences(row);
+                return;
+            }
+            for (std::size_t i = 0; i < known; ++i)
+                ++elements[i]->handle()->refs;
+        }
+        for (std::size_t i = known; i < count; ++i) {
+            COSInterface* const instance = instanceOf(objects[i]);
             if (instance && instance->getClass() == cls) {
                 ++instance->handle()->refs;
                 elements[i] = instance;
             } else {
-                announceElement(row, i, object, className);
+                announceElement(row, i, objects[i], className);
             }
         }
     }
@@ -66,6 +82,12 @@ public:
     }
 
 private:
+    /// Rows shorter than this count their references at once.
+    static constexpr std::size_t fewObjects = 16;
+
+    /// Takes a row whose elements are all set and which has counted no references to them: the host
+    /// counts them when it matters.
+    static void deferReferences(hvArray* row) noexcept;
     static hvArray* announceNew(full::Wrappable* object, COSNameID className);
     static void announceElement(hvArray* row, std::size_t index, full::Wrappable* object,
                                 COSNameID className);
