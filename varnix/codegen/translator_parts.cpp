@@ -2,6 +2,8 @@
 #include "codegen/intrinsics.hpp"
 #include "codegen/translator.hpp"
 
+#include <cmath>
+
 namespace varnix::codegen {
 
 using QN::ScalarKind;
@@ -59,6 +61,16 @@ void Translator::forRange(std::uint32_t at) {
     Operations::RangeShape shape;
     if (!integer) {
         shape = ops_.shapeOfRange(first, step, last);
+        // Whole steps pass the last value only by a rounding error, which whole numbers do not have. Without that case a loop is what engines know loops as.
+        const auto isWhole = [](const Operand& part) {
+            return part.constant != nullptr && part.constant->isScalar() &&
+                   part.type.kind == ScalarKind::Double &&
+                   std::trunc(part.constant->asDouble()) == part.constant->asDouble();
+        };
+        if (isWhole(parts[1]) && (parts[0].constant == nullptr || isWhole(parts[0]))) {
+            e.require(e.negation(shape.isCut), HostTrap::Assumption);
+            shape.isCut = e.truth(false);
+        }
     } else {
         const Ref zero = e.index(0);
         const Ref empty =

@@ -121,6 +121,7 @@ void FunctionEmitter::emitBlock(const Block& block) {
         }
         printNode(node);
         emitNode(node);
+        emitWhole(node);
         dropDeadValues(node);
     }
 }
@@ -360,6 +361,11 @@ void FunctionEmitter::emitCheck(const Node& node) {
         const Type& type = operandType(node, 0);
         if (!type.isDouble() && !type.isInteger()) {
             refuse(node, "no index");
+        }
+        if (const Node* const from = asNode(node.operand(0));
+            from != nullptr && wholes_[from->id()].number != nullptr) {
+            values_[node.id()] = indexOf(node);
+            break;
         }
         const auto [index, holds] = scalars_.toIndex(type, value(node, 0));
         trapUnless(holds, TrapCode::BadIndex, node.line());

@@ -21,6 +21,9 @@ FunctionEmitter::FunctionEmitter(UnitEmitter& unit, UnitFunction& function)
     arrayVars_.resize(cfg_.varIdLimit());
     arrayNodes_.resize(cfg_.nodeIdLimit());
     isWritable_.resize(cfg_.nodeIdLimit());
+    wantsWhole_.resize(cfg_.nodeIdLimit());
+    wholes_.resize(cfg_.nodeIdLimit());
+    wholeVars_.resize(cfg_.varIdLimit());
 }
 
 void FunctionEmitter::refuse(const Node& node, const char* what) const {
@@ -51,6 +54,9 @@ void FunctionEmitter::run() {
     }
     ir_.SetInsertPoint(frame_);
     makeSlots();
+    if (unit_.config().jitOptimizationLevel() != VMEngineConfig::OptNone) {
+        findWholes(); // more to do for who does not optimize
+    }
     makeParameters();
     llvm::BasicBlock* const start = ir_.GetInsertBlock();
     findHoists();
@@ -191,6 +197,9 @@ void FunctionEmitter::takeParameter(const Var& var, Value* given, bool hasPointe
                   ? scalars_.toWord(*var.type(), given)
                   : (var.type()->isLogical() ? ir_.CreateZExt(given, ir_.getInt8Ty()) : given),
               vars_[var.id()], Memory::Variable);
+        if (wholeVars_[var.id()].number != nullptr) {
+            storeWhole(var, ofDouble(given));
+        }
         return;
     }
     ArrayPlace& place = *arrayVars_[var.id()];

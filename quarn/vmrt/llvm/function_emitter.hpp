@@ -32,6 +32,12 @@ struct ArrayPlace {
     bool owned = true;                    // holds a reference to its buffer
 };
 
+/// A 64-bit integer beside a double, and whether both are the same number; or the slots of both.
+struct Whole {
+    llvm::Value* number = nullptr;
+    llvm::Value* isSame = nullptr;
+};
+
 class FunctionEmitter {
 public:
     FunctionEmitter(UnitEmitter& unit, UnitFunction& function);
@@ -112,6 +118,15 @@ private:
     ArrayPlace& arrayValue(const Node& user, std::size_t operand, bool& moves);
     void dropDeadValues(const Node& user);
 
+    // Whole numbers beside doubles: whole_emitter.cpp.
+    void findWholes();
+    void emitWhole(const Node& node);
+    Whole wholeOf(const Node& user, std::size_t operand);
+    Whole ofDouble(llvm::Value* number);
+    llvm::Value* isExact(llvm::Value* whole, unsigned bits = 52);
+    void storeWhole(const Var& var, const Whole& whole);
+    llvm::Value* indexOf(const Node& node);
+
     // Loops: loop_emitter.cpp.
     void findHoists();
     void emitPreheader(const Loop& loop);
@@ -150,6 +165,9 @@ private:
     std::vector<llvm::Value*> scratches_;
     std::vector<std::vector<const Node*>> hoists_; // by loop: arrays made writable before it
     std::vector<bool> isWritable_;                 // by node id: its array was made so
+    std::vector<bool> wantsWhole_;                 // by node id: indices come from it
+    std::vector<Whole> wholes_;                    // by node id
+    std::vector<Whole> wholeVars_;                 // by variable id: slots
     llvm::DISubprogram* subprogram_ = nullptr;
 };
 

@@ -41,6 +41,7 @@ void UnitEmitter::makeTags() {
         elementTags_.push_back(tagOf(name));
     }
     unlikely_ = make.createBranchWeights(1, 1U << 20);
+    likely_ = make.createBranchWeights(1U << 20, 1);
 }
 
 // Functions ---------------------------------------------------------------------------------------

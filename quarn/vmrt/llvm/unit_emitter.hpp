@@ -71,6 +71,7 @@ public:
     }
     /// What says that a branch is hardly ever taken to its first side.
     [[nodiscard]] llvm::MDNode* unlikely() const { return unlikely_; }
+    [[nodiscard]] llvm::MDNode* likely() const { return likely_; }
     [[nodiscard]] llvm::DIBuilder* debugInfo() noexcept { return debug_.get(); }
     [[nodiscard]] llvm::DISubprogram* subprogram(const UnitFunction& function);
 
@@ -95,6 +96,7 @@ private:
     std::vector<llvm::MDNode*> tags_;
     std::vector<llvm::MDNode*> elementTags_;
     llvm::MDNode* unlikely_ = nullptr;
+    llvm::MDNode* likely_ = nullptr;
     std::unique_ptr<llvm::DIBuilder> debug_;
     llvm::DICompileUnit* compileUnit_ = nullptr;
     llvm::DIFile* file_ = nullptr;

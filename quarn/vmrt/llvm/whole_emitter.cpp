@@ -1,0 +1,208 @@
+// Whole numbers beside doubles.
+//
+// Programs count in doubles and use them as indices. Where a double becomes an index, it is
+// followed back to where it comes from, through sums, products and variables, and the same
+// computation is done in 64-bit integers beside it, which LLVM understands: an index that grows by
+// one from turn to turn is what all its loop transforms are about. Beside the integer goes whether
+// it is the same number as the double. Where that is not known, the double itself is asked.
+//
+// An integer that stays between -2^52 and 2^52 is exact as long as every step is: sums and products
+// of two unknowns look at their operands, steps by a small constant do not, since it would take
+// them months to get there.
+#include "vmrt/llvm/function_emitter.hpp"
+
+#include <cmath>
+
+namespace QN::VMRT {
+
+using llvm::Value;
+
+namespace {
+
+bool isSmallWhole(const Const& constant) {
+    const double value = constant.asDouble();
+    return constant.type()->isDouble() && std::fabs(value) <= 1024 && std::trunc(value) == value;
+}
+
+bool isOne(const Entity* operand) {
+    const Const* const constant = asConst(const_cast<Entity*>(operand));
+    return constant != nullptr && constant->type()->isDouble() && constant->asDouble() == 1;
+}
+
+/// A converted integer, which may be multiplied by one.
+bool isConverted(Entity* operand) {
+    const Node* node = asNode(operand);
+    if (node != nullptr && node->op() == Op::Mul) {
+        node = isOne(node->operand(1))   ? asNode(node->operand(0))
+               : isOne(node->operand(0)) ? asNode(node->operand(1))
+                                         : nullptr;
+    }
+    return node != nullptr && node->op() == Op::Convert;
+}
+
+bool isFollowed(const Node& node) {
+    return node.type()->isDouble() &&
+           (node.op() == Op::Add || node.op() == Op::Sub || node.op() == Op::Mul);
+}
+
+} // namespace
+
+/// Marks the values and variables that indices come from.
+void FunctionEmitter::findWholes() {
+    std::vector<const Node*> open;
+    std::vector<bool> wantsVar(cfg_.varIdLimit());
+    const auto want = [&](const Entity* operand) {
+        const Node* const node = asNode(const_cast<Entity*>(operand));
+        if (node != nullptr && node->type()->isDouble() && !wantsWhole_[node->id()]) {
+            wantsWhole_[node->id()] = true;
+            open.push_back(node);
+        }
+    };
+    for (const Block* const block : order_.order()) {
+        for (const Node& node : block->nodes()) {
+            if (node.op() == Op::ToIndex) {
+                want(node.operand(0));
+            }
+        }
+    }
+    while (!open.empty()) {
+        const Node& node = *open.back();
+        open.pop_back();
+        if (isFollowed(node)) {
+            want(node.operand(0));
+            want(node.operand(1));
+        } else if (const Var* const var = asVar(node.operand(0));
+                   node.op() == Op::Load && var != nullptr && !arrayUses_.hasAddress(*var) &&
+                   !wantsVar[var->id()]) {
+            wantsVar[var->id()] = true;
+            for (const Operand& use : var->uses()) {
+                if (use.user()->op() == Op::Store && use.user()->operand(0) == var) {
+                    want(use.user()->operand(1));
+                }
+            }
+        }
+    }
+    for (const Var& var : cfg_.vars()) {
+        if (wantsVar[var.id()]) {
+            wholeVars_[var.id()] = {slot(ir_.getInt64Ty(), "whole"), slot(ir_.getInt8Ty(), "same")};
+            storeWhole(var, ofDouble(llvm::ConstantFP::get(ir_.getDoubleTy(), 0.0)));
+        }
+    }
+}
+
+Whole FunctionEmitter::ofDouble(Value* number) {
+    Value* const whole = ir_.CreateFreeze(ir_.CreateFPToSI(number, ir_.getInt64Ty()));
+    Value* const equal = ir_.CreateFCmpOEQ(ir_.CreateSIToFP(whole, ir_.getDoubleTy()), number);
+    return {whole, ir_.CreateAnd(equal, isExact(whole))};
+}
+
+Value* FunctionEmitter::isExact(Value* whole, unsigned bits) {
+    const std::uint64_t limit = std::uint64_t{1} << bits;
+    return ir_.CreateICmpULE(ir_.CreateAdd(whole, ir_.getInt64(limit)), ir_.getInt64(2 * limit));
+}
+
+void FunctionEmitter::storeWhole(const Var& var, const Whole& whole) {
+    ir_.CreateStore(whole.number, wholeVars_[var.id()].number);
+    ir_.CreateStore(ir_.CreateZExt(whole.isSame, ir_.getInt8Ty()), wholeVars_[var.id()].isSame);
+}
+
+Whole FunctionEmitter::wholeOf(const Node& user, std::size_t operand) {
+    Entity* const entity = user.operand(operand);
+    if (const Const* const constant = asConst(entity);
+        constant != nullptr && isSmallWhole(*constant)) {
+        return {llvm::ConstantInt::getSigned(ir_.getInt64Ty(),
+                                             static_cast<std::int64_t>(constant->asDouble())),
+                ir_.getTrue()};
+    }
+    if (const Node* const node = asNode(entity);
+        node != nullptr && wholes_[node->id()].number != nullptr) {
+        return wholes_[node->id()];
+    }
+    return ofDouble(value(user, operand));
+}
+
+/// Computes the whole number of a node's value, if an index comes from it.
+void FunctionEmitter::emitWhole(const Node& node) {
+    if (node.op() == Op::Store) {
+        const Var* const var = asVar(node.operand(0));
+        if (var != nullptr && wholeVars_[var->id()].number != nullptr) {
+            storeWhole(*var, wholeOf(node, 1));
+        }
+        return;
+    }
+    if (!wantsWhole_[node.id()]) {
+        return;
+    }
+    Whole& made = wholes_[node.id()];
+    if (node.op() == Op::Load) {
+        const Var* const var = asVar(node.operand(0));
+        if (var != nullptr && wholeVars_[var->id()].number != nullptr) {
+            const Whole& kept = wholeVars_[var->id()];
+            made = {ir_.CreateLoad(ir_.getInt64Ty(), kept.number),
+                    ir_.CreateTrunc(ir_.CreateLoad(ir_.getInt8Ty(), kept.isSame), ir_.getInt1Ty())};
+            return;
+        }
+    }
+    if (node.op() == Op::Convert && operandType(node, 0).isInteger() &&
+        (operandType(node, 0).isSigned() || operandType(node, 0).bits() < 64)) {
+        const bool isSigned = operandType(node, 0).isSigned();
+        made = {ir_.CreateIntCast(value(node, 0), ir_.getInt64Ty(), isSigned), ir_.getTrue()};
+        return;
+    }
+    if (!isFollowed(node)) {
+        made = ofDouble(values_[node.id()]);
+        return;
+    }
+    if (node.op() == Op::Mul && (isOne(node.operand(0)) || isOne(node.operand(1)))) {
+        made = wholeOf(node, isOne(node.operand(0)) ? 1 : 0);
+        return;
+    }
+    const Whole a = wholeOf(node, 0);
+    const Whole b = wholeOf(node, 1);
+    made.number = node.op() == Op::Mul   ? ir_.CreateMul(a.number, b.number)
+                  : node.op() == Op::Add ? ir_.CreateAdd(a.number, b.number)
+                                         : ir_.CreateSub(a.number, b.number);
+    made.isSame = ir_.CreateAnd(a.isSame, b.isSame);
+    const bool steps = node.op() != Op::Mul && (llvm::isa<llvm::ConstantInt>(a.number) ||
+                                                llvm::isa<llvm::ConstantInt>(b.number));
+    if (steps) {
+        return;
+    }
+    const unsigned bits = node.op() == Op::Mul ? 25 : 52;
+    for (std::size_t i = 0; i < 2; ++i) {
+        // What a converted integer adds to an exact number is the same unless the sum is far beyond
+        // all indices.
+        const bool skips =
+            isConverted(node.operand(i)) && (i == 1 || !isConverted(node.operand(1)));
+        if (node.op() == Op::Mul || !skips) {
+            made.isSame = ir_.CreateAnd(made.isSame, isExact(i == 0 ? a.number : b.number, bits));
+        }
+    }
+}
+
+/// An index from a double: its whole number if that is the same, else what the double says.
+Value* FunctionEmitter::indexOf(const Node& node) {
+    const Whole whole = wholeOf(node, 0);
+    llvm::BasicBlock* const same = newBlock("whole");
+    llvm::BasicBlock* const other = newBlock("double");
+    llvm::BasicBlock* const on = newBlock("");
+    ir_.CreateCondBr(whole.isSame, same, other, unit_.likely());
+    ir_.SetInsertPoint(other);
+    const auto [index, holds] = scalars_.toIndex(*Type::f64(), value(node, 0));
+    trapUnless(holds, TrapCode::BadIndex, node.line());
+    llvm::BasicBlock* const otherEnd = ir_.GetInsertBlock();
+    ir_.CreateBr(on);
+    ir_.SetInsertPoint(same);
+    trapUnless(ir_.CreateICmpULT(ir_.CreateSub(whole.number, ir_.getInt64(1)),
+                                 ir_.getInt64(std::uint64_t{1} << 53)),
+               TrapCode::BadIndex, node.line());
+    llvm::BasicBlock* const sameEnd = ir_.GetInsertBlock();
+    ir_.CreateBr(on);
+    ir_.SetInsertPoint(on);
+    llvm::PHINode* const result = ir_.CreatePHI(ir_.getInt64Ty(), 2, "index");
+    result->addIncoming(whole.number, sameEnd);
+    result->addIncoming(index, otherEnd);
+    return result;
+}
+
+} // namespace QN::VMRT
