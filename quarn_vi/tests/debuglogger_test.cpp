@@ -14,6 +14,18 @@ tssv::debug::DebugLog& log() {
     return QN::DefaultServices::debugServices().debugLog();
 }
 
+// A way to the log's mode, which its interface only moves between the two that it has: explicit
+// instantiation may name a private member, and a friend function hands the pointer to it out.
+using Mode = tssv::debug::DebugLog::Mode;
+struct LogMode {
+    friend constexpr Mode tssv::debug::DebugLog::*memberOf(LogMode);
+};
+template <Mode tssv::debug::DebugLog::*member>
+struct Open {
+    friend constexpr Mode tssv::debug::DebugLog::*memberOf(LogMode) { return member; }
+};
+template struct Open<&tssv::debug::DebugLog::mode_>;
+
 /// Each test starts from the log's own defaults.
 class DebugLogger : public testing::Test {
 protected:
@@ -56,6 +68,18 @@ TEST_F(DebugLogger, modeFollowsTheLogAndIsReadOnly) {
     object.set("LogDirectory", "");
     EXPECT_EQ(object.text("Mode"), "AUTO");
     EXPECT_EQ(sample::errorOf([&] { object.set("Mode", "MANUAL"); }), "varnix:readOnlyProperty");
+    EXPECT_EQ(object.text("Mode"), "AUTO");
+}
+
+TEST_F(DebugLogger, modeThatTheLogDoesNotHaveTodayIsInvalid) {
+    const Object object("DebugLogger");
+    for (const int mode : {2, -1, 2147483647}) {
+        log().*memberOf(LogMode()) = static_cast<Mode>(mode);
+        EXPECT_EQ(object.text("Mode"), "INVALID") << mode;
+    }
+    log().*memberOf(LogMode()) = static_cast<Mode>(1);
+    EXPECT_EQ(object.text("Mode"), "MANUAL");
+    log().*memberOf(LogMode()) = static_cast<Mode>(0);
     EXPECT_EQ(object.text("Mode"), "AUTO");
 }
 

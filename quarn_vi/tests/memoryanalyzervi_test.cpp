@@ -2,6 +2,7 @@
 
 #include "debug/memoryanalyzervi.hpp"
 #include "tests/debugservice_properties.hpp"
+#include "tests/runs.hpp"
 
 #include <qn/pool_memory_tracking_service.hpp>
 #include <qn/testing_hooks.hpp>
@@ -93,6 +94,12 @@ TEST_F(MemoryAnalyzer, leakDetectionIsTwoSided) {
     EXPECT_TRUE(object.flag("PoolInternalLeakDetect"));
     service().setPoolInternalLeakDetection(false);
     EXPECT_FALSE(object.flag("PoolInternalLeakDetect"));
+    hook.setHookValFromC(1);
+    EXPECT_FALSE(object.flag("PoolInternalLeakDetect"));
+    service().setPoolInternalLeakDetection(true);
+    object.set("PoolInternalLeakDetect", false);
+    EXPECT_FALSE(service().poolInternalLeakDetection());
+    EXPECT_EQ(hook.value(), 0);
     const auto text = sample::text("on");
     controllers::expectWrongType(object, "PoolInternalLeakDetect", sample::arrayValue(text));
     EXPECT_FALSE(service().poolInternalLeakDetection());
@@ -115,6 +122,7 @@ TEST_F(MemoryAnalyzer, theOtherTwoSwitchesAreTheirHooks) {
         EXPECT_TRUE(object.flag(property));
         object.set(property, false);
         EXPECT_EQ(hook->value(), 0);
+        EXPECT_FALSE(object.flag(property));
         controllers::expectWrongType(object, property, sample::arrayValue(text));
         EXPECT_EQ(hook->value(), 0);
     }
@@ -130,6 +138,59 @@ TEST_F(MemoryAnalyzer, snapshotEndsThePreviousOne) {
     object.call("ResetHighWaterMark");
     EXPECT_EQ(sample::errorOf([&] { (void)second.text("When"); }), "varnix:invalidHandle");
     EXPECT_EQ(object.child("PoolHighWaterMark").uint64("PoolMaxAllocated"), 0u);
+}
+
+TEST_F(MemoryAnalyzer, snapshotIsTheRecordFrozenWhenItWasRead) {
+    const Object object("MemoryAnalyzer");
+    controllers::Program program;
+    object.call("ResetHighWaterMark");
+    object.set("EnabledAfter", true);
+    program.idle();
+    object.set("EnabledAfter", false);
+    const QN::PoolHighWaterMark record = service().poolHighWaterMark();
+    ASSERT_GT(record.poolMaxAllocated(), 0u);
+    const Object mark = object.child("PoolHighWaterMark");
+    service().resetPoolHighWaterMark(); // behind the controller's back
+    EXPECT_EQ(service().poolHighWaterMark().poolMaxAllocated(), 0u);
+    EXPECT_EQ(mark.text("When"), record.when());
+    EXPECT_NE(record.when(), "");
+    EXPECT_EQ(mark.text("ScopeFlavor"), "unit");
+    EXPECT_EQ(mark.text("TransformName"), "idle");
+    EXPECT_EQ(mark.text("FunctionName"), "f");
+    EXPECT_EQ(mark.uint64("PoolMaxAllocated"), record.poolMaxAllocated());
+}
+
+TEST_F(MemoryAnalyzer, resetForgetsTheRecordOfTheService) {
+    const Object object("MemoryAnalyzer");
+    controllers::Program program;
+    object.set("EnabledBefore", true);
+    program.idle();
+    object.set("EnabledBefore", false);
+    ASSERT_GT(service().poolHighWaterMark().poolMaxAllocated(), 0u);
+    object.call("ResetHighWaterMark"); // with no snapshot yet
+    EXPECT_EQ(service().poolHighWaterMark().poolMaxAllocated(), 0u);
+    const Object mark = object.child("PoolHighWaterMark");
+    EXPECT_EQ(mark.text("When"), "");
+    EXPECT_EQ(mark.uint64("PoolMaxAllocated"), 0u);
+}
+
+TEST_F(MemoryAnalyzer, snapshotDiesWithItsNativeController) {
+    using quarn_vi::debug::MemoryAnalyzerVI;
+    auto controller = std::make_unique<MemoryAnalyzerVI>();
+    const Object mark{sample::Array(objsys::factory::basic::BindingRegistry::announce(
+        controller->poolHighWaterMark(),
+        controllers::scriptClass("PoolHighWaterMark").getFullName()))};
+    EXPECT_EQ(sample::errorOf([&] { (void)mark.text("When"); }), "no error");
+    controller.reset();
+    EXPECT_EQ(sample::errorOf([&] { (void)mark.text("When"); }), "varnix:invalidHandle");
+}
+
+TEST_F(MemoryAnalyzer, snapshotOutlivesItsHandle) {
+    const Object object("MemoryAnalyzer");
+    auto mark = std::make_unique<Object>(object.child("PoolHighWaterMark"));
+    const auto& native = mark->native<quarn_vi::debug::PoolHighWaterMarkVI>();
+    mark.reset();
+    EXPECT_EQ(native.when(), service().poolHighWaterMark().when());
 }
 
 TEST_F(MemoryAnalyzer, snapshotsOfTwoControllersAreTheirOwn) {

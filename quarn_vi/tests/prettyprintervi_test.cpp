@@ -3,8 +3,10 @@
 #include "debug/prettyprintervi.hpp"
 #include "tests/debugservice_properties.hpp"
 
+#include <qn/default_services.hpp>
 #include <qn/pretty_print_service.hpp>
 #include <qn/pretty_printer.hpp>
+#include <ts/debug_log.hpp>
 
 namespace {
 
@@ -76,8 +78,10 @@ TEST_F(PrettyPrinter, unknownFormatPrintsAMessageAndChangesNothing) {
 }
 
 TEST_F(PrettyPrinter, formatOutsideTheTableReadsAsHtml) {
-    service().setOutputFormat(static_cast<QN::PrettyPrintService::OutputFormat>(77));
-    EXPECT_EQ(Object("PrettyPrinter").text("OutputFormat"), "HTML");
+    for (const int value : {77, 4, -1}) {
+        service().setOutputFormat(static_cast<QN::PrettyPrintService::OutputFormat>(value));
+        EXPECT_EQ(Object("PrettyPrinter").text("OutputFormat"), "HTML") << value;
+    }
 }
 
 TEST_F(PrettyPrinter, switchesAreShared) {
@@ -114,6 +118,10 @@ TEST_F(PrettyPrinter, settingsOutliveBothObjects) {
 TEST_F(PrettyPrinter, showsTheServicesFolder) {
     const Object object("PrettyPrinter");
     EXPECT_EQ(object.text("PrettyPrintDir"), service().outputFolderName());
+    tssv::debug::DebugLog& log = QN::DefaultServices::debugServices().debugLog();
+    log.setLogDirectory("/elsewhere");
+    EXPECT_TRUE(object.text("PrettyPrintDir").starts_with("/elsewhere/"));
+    log.setLogDirectory("");
     EXPECT_EQ(sample::errorOf([&] { object.set("PrettyPrintDir", "/tmp"); }),
               "varnix:readOnlyProperty");
 }

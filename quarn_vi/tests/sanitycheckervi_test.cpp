@@ -3,6 +3,7 @@
 #include "debug/sanitycheckervi.hpp"
 #include "debug/sanityviolationvi.hpp"
 #include "tests/debugservice_properties.hpp"
+#include "tests/runs.hpp"
 
 #include <qn/chk_id_uniqueness_verifier.hpp>
 #include <qn/sanity_check_service.hpp>
@@ -86,6 +87,8 @@ TEST_F(SanityChecker, unknownOutputTypePrintsAMessageAndChangesNothing) {
     controllers::expectWrongType(object, "OutputType", sample::number(1));
     EXPECT_EQ(object.text("OutputType"), "SUMMARY");
     service().setOutputType(static_cast<OutputType>(9));
+    EXPECT_EQ(object.text("OutputType"), "NONE");
+    service().setOutputType(static_cast<OutputType>(-1));
     EXPECT_EQ(object.text("OutputType"), "NONE");
 }
 
@@ -190,6 +193,75 @@ TEST_F(SanityChecker, emptyReportGivesAnEmptyRow) {
     EXPECT_EQ(hvGetM(row.get()), 1u);
     EXPECT_EQ(hvGetN(row.get()), 0u);
     EXPECT_EQ(row->objectClass->getFullName().str(), "internal.quarn.SanityViolation");
+}
+
+/// The objects of an object array, in order.
+std::vector<Object> elementsOf(const sample::Array& row) {
+    std::vector<Object> elements;
+    for (std::size_t i = 0; i < hvGetNumberOfElements(row.get()); ++i)
+        elements.emplace_back(
+            sample::Array(hvShareArray(omGetArrayElement(row.get(), i)->handle())));
+    return elements;
+}
+
+TEST_F(SanityChecker, violationsAreTheRowsOfTheReportInOrder) {
+    const Object object("SanityChecker");
+    object.set("WarningThreshold", 1.0);
+    object.set("ErrorThreshold", 3.0);
+    object.set("EnabledAfter", true);
+    controllers::Program program;
+    program.spoil<2>();
+    object.set("EnabledBefore", true);
+    program.spoil<1>();
+    object.set("EnabledBefore", false);
+    object.set("EnabledAfter", false);
+    object.set("ErrorThreshold", 1.0);
+    ASSERT_EQ(service().getDetailedReport().size(), 3u);
+
+    const sample::Array row(object.get("Violations").asArray());
+    EXPECT_EQ(hvGetM(row.get()), 1u);
+    EXPECT_EQ(hvGetN(row.get()), 3u);
+    EXPECT_EQ(row->objectClass->getFullName().str(), "internal.quarn.SanityViolation");
+    const std::vector<Object> violations = elementsOf(row);
+    struct Expected {
+        const char* foundWhen;
+        const char* severity;
+        int nodes;
+    };
+    const Expected expected[] = {
+        {"after", "warning", 2}, {"before", "warning", 2}, {"after", "error", 3}};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const auto& reported = service().getDetailedReport()[i];
+        const Object& violation = violations[i];
+        EXPECT_EQ(violation.text("Testpoint"), "spoiler-fcn_f");
+        EXPECT_EQ(violation.text("Transform"), "spoiler");
+        EXPECT_EQ(violation.text("FoundWhen"), expected[i].foundWhen);
+        EXPECT_EQ(violation.text("CheckId"), "type.store");
+        EXPECT_EQ(violation.text("Severity"), expected[i].severity);
+        EXPECT_EQ(violation.text("Message"), reported.message());
+        EXPECT_NE(reported.message(), "");
+        EXPECT_EQ(violation.int32("NumFailingNodes"), expected[i].nodes);
+    }
+}
+
+TEST_F(SanityChecker, eachReadOfTheViolationsMakesNewObjects) {
+    const Object object("SanityChecker");
+    object.set("EnabledAfter", true);
+    controllers::Program program;
+    program.spoil<1>();
+    object.set("EnabledAfter", false);
+    auto first = elementsOf(sample::Array(object.get("Violations").asArray()));
+    const auto second = elementsOf(sample::Array(object.get("Violations").asArray()));
+    using quarn_vi::debug::SanityViolationVI;
+    EXPECT_NE(first.at(0).instance(), second.at(0).instance());
+    const SanityViolationVI& native = first.at(0).native<SanityViolationVI>();
+    EXPECT_NE(&native, &second.at(0).native<SanityViolationVI>());
+    first.clear(); // the handle goes, its object does not
+    EXPECT_EQ(native.testpoint(), "spoiler-fcn_f");
+
+    object.call("clearViolations");
+    EXPECT_TRUE(service().getDetailedReport().empty());
+    EXPECT_TRUE(elementsOf(sample::Array(object.get("Violations").asArray())).empty());
 }
 
 TEST_F(SanityChecker, listsEveryCheckIdOfTheCatalogue) {

@@ -2,8 +2,10 @@
 
 #include "debug/scramblervi.hpp"
 #include "tests/debugservice_properties.hpp"
+#include "tests/runs.hpp"
 
 #include <qn/scramble_service.hpp>
+#include <qn/text.hpp>
 
 namespace {
 
@@ -59,6 +61,45 @@ TEST(Scrambler, countIsReadOnly) {
     EXPECT_EQ(object.uint64("ScrambleCount"), 0u);
     EXPECT_EQ(sample::errorOf([&] { object.set("ScrambleCount", 3.0); }),
               "varnix:readOnlyProperty");
+}
+
+/// What a run makes of the program with this scrambler.
+std::string scrambled(const Object& scrambler) {
+    controllers::Program program;
+    scrambler.set("EnabledAfter", true);
+    program.idle();
+    scrambler.set("EnabledAfter", false);
+    std::string text;
+    QN::printQnel(program.function(), text);
+    return text;
+}
+
+TEST(Scrambler, countGrowsAndIsReset) {
+    const Object object("Scrambler");
+    const Object other("Scrambler");
+    (void)scrambled(object);
+    const std::uint64_t count = object.uint64("ScrambleCount");
+    EXPECT_GT(count, 0u);
+    EXPECT_EQ(count, service().getCount());
+    EXPECT_EQ(other.uint64("ScrambleCount"), count);
+    other.call("ResetScrambleCount");
+    EXPECT_EQ(service().getCount(), 0u);
+    EXPECT_EQ(object.uint64("ScrambleCount"), 0u);
+}
+
+TEST(Scrambler, seedReachesTheService) {
+    const Object object("Scrambler");
+    object.call("RandomSeed", {sample::number(1)});
+    const std::string one = scrambled(object);
+    object.call("RandomSeed", {sample::number(4294967295.0)});
+    const std::string other = scrambled(object);
+    EXPECT_NE(one, other);
+    service().setSeed(4294967295u);
+    EXPECT_EQ(scrambled(object), other);
+    service().setSeed(1);
+    EXPECT_EQ(scrambled(object), one);
+    service().setSeed(0);
+    object.call("ResetScrambleCount");
 }
 
 TEST(Scrambler, switchesAreShared) {

@@ -2,6 +2,7 @@
 
 #include "debug/transformprofilervi.hpp"
 #include "tests/debugservice_properties.hpp"
+#include "tests/runs.hpp"
 
 #include <qn/transform_profiler_service.hpp>
 
@@ -72,6 +73,8 @@ TEST(TransformProfiler, intervalsGoToTheService) {
     EXPECT_EQ(service().eventEmitThreshold(), 7u);
     service().setMemEventInterval(99);
     EXPECT_EQ(object.uint64("MemEventInterval"), 99u);
+    service().setEventEmitThreshold(~std::size_t{0});
+    EXPECT_EQ(object.uint64("EventEmitThreshold"), ~std::uint64_t{0});
     service().setEventEmitThreshold(threshold);
     service().setMemEventInterval(interval);
 }
@@ -82,6 +85,29 @@ TEST(TransformProfiler, countIsReadOnlyAndResettable) {
     EXPECT_EQ(object.uint64("EventCount"), 0u);
     EXPECT_EQ(object.uint64("EventCount"), service().eventCount());
     EXPECT_EQ(sample::errorOf([&] { object.set("EventCount", 1.0); }), "varnix:readOnlyProperty");
+}
+
+TEST(TransformProfiler, countsReportsAndForgetsRuns) {
+    const Object object("TransformProfiler");
+    const Object other("TransformProfiler");
+    controllers::Program program;
+    object.call("reset");
+    object.set("EnabledAfter", true);
+    program.idle();
+    program.idle();
+    object.set("EnabledAfter", false);
+    EXPECT_EQ(object.uint64("EventCount"), 2u);
+    EXPECT_EQ(other.uint64("EventCount"), 2u);
+
+    object.set("DumpDestination", "console");
+    const std::string table = controllers::printed([&] { other.call("dump"); });
+    EXPECT_NE(table.find("idle f\n"), std::string::npos) << table;
+    EXPECT_EQ(object.uint64("EventCount"), 2u); // a report takes nothing away
+    object.set("DumpDestination", "");
+
+    other.call("reset");
+    EXPECT_EQ(service().eventCount(), 0u);
+    EXPECT_EQ(object.uint64("EventCount"), 0u);
 }
 
 TEST(TransformProfiler, methodsRefuseAnEmptyObject) {
