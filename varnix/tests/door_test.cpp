@@ -595,9 +595,13 @@ TEST_F(Door, RefusalNamesThePlaceTheTypeAndTheValue) {
     EXPECT_EQ(
         messageOf([&] { assign(Value::text("abc")); }),
         "property 'Held' of internal.objects.Holder takes a uint32 scalar, not a 1 by 3 char");
-    EXPECT_EQ(
-        messageOf([&] { call(number(-1)); }),
-        "argument 1 of internal.objects.Holder.hold takes a uint32 scalar, not a double scalar");
+    // Some numbers are taken, so a refused one is named.
+    EXPECT_EQ(messageOf([&] { call(number(-1)); }),
+              "argument 1 of internal.objects.Holder.hold takes a uint32 scalar, not -1");
+    EXPECT_EQ(messageOf([&] { assign(number(0.5)); }),
+              "property 'Held' of internal.objects.Holder takes a uint32 scalar, not 0.5");
+    EXPECT_EQ(messageOf([&] { assign(number(std::nan(""))); }),
+              "property 'Held' of internal.objects.Holder takes a uint32 scalar, not nan");
     EXPECT_EQ(messageOf([&] { assign(Value()); }),
               "property 'Held' of internal.objects.Holder takes a uint32 scalar, not nothing");
 }

@@ -2,6 +2,7 @@
 
 #include "value/array.hpp"
 #include "value/errors.hpp"
+#include "value/format.hpp"
 
 #include <objsys/class.hpp>
 
@@ -27,10 +28,26 @@ std::string describeValue(const Value& value) {
     return fmt::format("a {} by {} {}", value.rows(), value.columns(), className(value));
 }
 
+/// Whether the type takes some numbers and refuses others, so that the number itself is the reason.
+bool choosesAmongNumbers(COSNameID declared) {
+    switch (declared.kind()) {
+    case ValueKind::Logical:
+    case ValueKind::Int32:
+    case ValueKind::UInt32:
+    case ValueKind::Int64:
+    case ValueKind::UInt64:
+        return true;
+    default:
+        return false;
+    }
+}
+
 [[noreturn]] void refuse(const Value& value, COSNameID declared, const DoorPlace& place) {
     const std::string& type = declared.str();
+    const bool isNumber = value.tag() == Tag::Double || value.isInteger();
     fail(id::wrongType, "{} takes {} {}, not {}", place.describe(),
-         type.find_first_of("aeio") == 0 ? "an" : "a", type, describeValue(value));
+         type.find_first_of("aeio") == 0 ? "an" : "a", type,
+         isNumber && choosesAmongNumbers(declared) ? formatScalar(value) : describeValue(value));
 }
 
 /// An integral scalar inside the range of T, or nothing.
