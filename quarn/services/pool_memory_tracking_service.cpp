@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace QN {
@@ -42,13 +43,14 @@ void report(const std::string& heading, const std::vector<detail::PoolFinding>& 
 
 struct PoolMemoryTrackingService::State {
     detail::OpenRuns<std::vector<detail::PoolFinding>> openLeaks;
-    std::set<detail::PoolFinding> knownDamage;
+    // By the serial number of the scope: another one may come to lie at the same place.
+    std::set<std::pair<std::uint64_t, detail::PoolFinding>> knownDamage;
     detail::LogFile file{"pool-memory"};
 
     void reportNewDamage(const TransformRun& run, const char* side) {
         std::vector<detail::PoolFinding> fresh;
         for (detail::PoolFinding& damage : detail::findDamage(run)) {
-            if (knownDamage.insert(damage).second) {
+            if (knownDamage.emplace(run.scope().serial(), damage).second) {
                 fresh.push_back(std::move(damage));
             }
         }
@@ -83,6 +85,7 @@ std::string PoolMemoryTrackingService::logFile() const {
 void PoolMemoryTrackingService::resetPoolHighWaterMark() {
     mark_ = {};
     Pool::resetPeak();
+    settingChanged();
 }
 
 void PoolMemoryTrackingService::noteMark(const TransformRun& run, const char* side) {

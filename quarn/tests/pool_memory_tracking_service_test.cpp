@@ -212,3 +212,23 @@ TEST_F(PoolTracking, OverrunAndUseAfterReleaseAreFoundOnce) {
     run("clean", f, [] { return false; });
     EXPECT_EQ(console, "");
 }
+
+// Each compilation has a scope of its own, which often lies where an earlier one lay.
+TEST_F(PoolTracking, DamageInALaterScopeIsToldAgain) {
+    const HookOn canaries(TSFEAT_QUARNPoolSanityChecks);
+    service.setRequestedAfter(true);
+    int told = 0;
+    for (int i = 0; i < 20; ++i) {
+        Scope unit(ScopeFlavor::Unit, "u");
+        Function& f = makeFunction(unit, "f");
+        fill(f, 2);
+        run("careless", f, [&] {
+            Node* const node = f.cfg().entry()->first();
+            std::memset(reinterpret_cast<char*>(node) + node->bytes(), 0, 4);
+            return true;
+        });
+        told += console.empty() ? 0 : 1;
+        console.clear();
+    }
+    EXPECT_EQ(told, 20);
+}
