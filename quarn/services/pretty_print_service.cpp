@@ -123,7 +123,8 @@ struct PrettyPrintService::State {
         }
         if (!folder.empty()) {
             index.close();
-            place = 1; // of the side that is being printed
+            previous.clear(); // what a dump would repeat is not in the new folder
+            place = 1;        // of the side that is being printed
             last = 0;
         }
         folder = newFolder;

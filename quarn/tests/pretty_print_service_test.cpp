@@ -157,6 +157,16 @@ TEST_F(PrettyPrint, NumbersBeginAnewInANewFolder) {
                 ElementsAre("0001-after-a-fcn_fun.txt", "0003-after-a-fcn_fun.txt"));
 }
 
+TEST_F(PrettyPrint, IdenticalIsWhatStandsInTheSameFolder) {
+    service.setRequestedAfter(true);
+    service.setRemoveIdenticalFiles(true);
+    run("a", f, [] { return false; });
+    log.setLogDirectory(folder + "/second");
+    run("a", f, [] { return false; });
+    run("a", f, [] { return false; });
+    EXPECT_THAT(filesIn(folder + "/second/pretty-print"), ElementsAre("0001-after-a-fcn_fun.txt"));
+}
+
 TEST_F(PrettyPrint, NamesAreToldApartWhenAsked) {
     f.cfg().addVar(VarKind::User, Type::f64(), "x");
     f.cfg().addVar(VarKind::User, Type::f64(), "x");
