@@ -104,6 +104,10 @@ void ScrambleService::setAggregateVarPointerizationThresh(int percent) noexcept 
     arrayPercent_ = percent;
     settingChanged();
 }
+void ScrambleService::setVerbose(bool verbose) noexcept {
+    verbose_ = verbose;
+    settingChanged();
+}
 void ScrambleService::setSeed(unsigned seed) noexcept {
     seed_ = seed;
     settingChanged();

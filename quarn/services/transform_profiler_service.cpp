@@ -69,6 +69,27 @@ TransformProfilerService::TransformProfilerService(bool before, bool after)
 
 TransformProfilerService::~TransformProfilerService() = default;
 
+void TransformProfilerService::setDumpDestination(const std::string& destination) {
+    destination_ = destination;
+    settingChanged();
+}
+void TransformProfilerService::setRecordNumbering(bool numbering) noexcept {
+    recordNumbering_ = numbering;
+    settingChanged();
+}
+void TransformProfilerService::setTagFcnsWithLogId(bool tag) noexcept {
+    tagFcnsWithLogId_ = tag;
+    settingChanged();
+}
+void TransformProfilerService::setEventEmitThreshold(std::size_t events) noexcept {
+    emitThreshold_ = events;
+    settingChanged();
+}
+void TransformProfilerService::setMemEventInterval(std::size_t events) noexcept {
+    memoryInterval_ = events;
+    settingChanged();
+}
+
 std::size_t TransformProfilerService::eventCount() const noexcept {
     return state_->dropped + state_->events.all().size();
 }
@@ -91,6 +112,7 @@ void TransformProfilerService::reset() {
     state_->origin = 0;
     state_->dropped = 0;
     state_->emissions = 0;
+    settingChanged();
 }
 
 void TransformProfilerService::prepass(TransformRun& run) {

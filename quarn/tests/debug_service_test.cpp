@@ -3,11 +3,21 @@
 #include <qn/debug_service.hpp>
 #include <qn/default_services.hpp>
 #include <qn/ir.hpp>
+#include <qn/pool_memory_tracking_service.hpp>
+#include <qn/pretty_print_service.hpp>
+#include <qn/pretty_printer.hpp>
+#include <qn/sanity_check_service.hpp>
+#include <qn/scramble_service.hpp>
+#include <qn/stack_trace_tag.hpp>
+#include <qn/transform_log_service.hpp>
+#include <qn/transform_profiler_service.hpp>
 #include <qn/transform_run.hpp>
 #include <ts/debug_log.hpp>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <utility>
 
 using namespace QN;
 
@@ -148,6 +158,63 @@ TEST_F(DebugServiceTest, ChangesAreNoted) {
     const std::uint64_t then = services.generation();
     listener.setFilter("x");
     EXPECT_GT(services.generation(), then);
+}
+
+// A function that is compiled already leaves no dump and no event behind unless it is compiled
+// anew, so whatever a person does to a service that is on must be told.
+TEST_F(DebugServiceTest, EverythingDoneToAServiceThatIsOnIsNoted) {
+    PrettyPrintService printer(false, true);
+    SanityCheckService checker(false, true, SanityCheckService::OutputType::None);
+    PoolMemoryTrackingService pools(false, true);
+    ScrambleService scrambler(false, true);
+    TransformProfilerService profiler(false, true);
+    TransformLogService log;
+    const std::pair<const char*, std::function<void()>> actions[] = {
+        {"format", [&] { printer.setOutputFormat(PrettyPrintService::OutputFormat::Dot); }},
+        {"names", [&] { printer.setVarNameDisambiguation(true); }},
+        {"gapless", [&] { printer.setGaplessNumbering(true); }},
+        {"identical", [&] { printer.setRemoveIdenticalFiles(true); }},
+        {"modes", [] { PrettyPrinter::setDoPrintMathRoundingOverflow(true); }},
+        {"modes off", [] { PrettyPrinter::setDoPrintMathRoundingOverflow(false); }},
+        {"checks off", [] { PrettyPrinter::setDoSanityCheck(false); }},
+        {"checks", [] { PrettyPrinter::setDoSanityCheck(true); }},
+        {"output", [&] { checker.setOutputType(SanityCheckService::OutputType::Summary); }},
+        {"warnings", [&] { checker.setWarningThreshold(2); }},
+        {"errors", [&] { checker.setErrorThreshold(3); }},
+        {"fields", [&] { checker.setSelectDetails({"node"}); }},
+        {"lines", [&] { checker.setLineFilter("x"); }},
+        {"asserting", [&] { checker.setAssertOnRecordViolation(true); }},
+        {"clear", [&] { checker.clearDetailedReport(); }},
+        {"level", [&] { pools.setPoolStatsLevel(2); }},
+        {"statistics", [&] { pools.setCollectPoolStats(true); }},
+        {"leaks", [&] { pools.setPoolInternalLeakDetection(true); }},
+        {"mark", [&] { pools.resetPoolHighWaterMark(); }},
+        {"limit", [&] { scrambler.setLimit(3); }},
+        {"count", [&] { scrambler.resetCount(); }},
+        {"nodes", [&] { scrambler.setScrambleNodeList(false); }},
+        {"locals", [&] { scrambler.setScrambleLocalVars(false); }},
+        {"pointers", [&] { scrambler.setIntroducePointers(true); }},
+        {"scalars", [&] { scrambler.setScalarVarPointerizationThresh(1); }},
+        {"arrays", [&] { scrambler.setAggregateVarPointerizationThresh(1); }},
+        {"verbose", [&] { scrambler.setVerbose(true); }},
+        {"seed", [&] { scrambler.setSeed(9); }},
+        {"destination", [&] { profiler.setDumpDestination("console"); }},
+        {"numbering", [&] { profiler.setRecordNumbering(false); }},
+        {"ids", [&] { profiler.setTagFcnsWithLogId(true); }},
+        {"threshold", [&] { profiler.setEventEmitThreshold(5); }},
+        {"interval", [&] { profiler.setMemEventInterval(5); }},
+        {"reset", [&] { profiler.reset(); }},
+        {"log", [&] { log.setEnable(true); }},
+        {"tags", [] { StackTraceTagHandler::setHandlesVars(true); }},
+        {"tags off", [] { StackTraceTagHandler::setHandlesVars(false); }},
+        {"derived", [] { StackTraceTag::setTrackDerivedNodes(true); }},
+        {"derived off", [] { StackTraceTag::setTrackDerivedNodes(false); }},
+    };
+    for (const auto& [name, act] : actions) {
+        const std::uint64_t before = services.generation();
+        act();
+        EXPECT_GT(services.generation(), before) << name;
+    }
 }
 
 TEST_F(DebugServiceTest, FolderIsUnderTheDebugLogsFolder) {

@@ -1,5 +1,6 @@
 // Composes the paths of debug files. See the header for the form of a name.
 #include <ts/debug_log.hpp>
+#include <ts/switch_changes.hpp>
 
 #include <algorithm>
 #include <cstdio>
@@ -35,8 +36,14 @@ std::string DebugLog::logDirectory() const {
 }
 
 void DebugLog::setLogDirectory(const std::string& directory) {
+    tssv::detail::switchChanges += directory != directory_ ? 1 : 0;
     directory_ = directory;
     mode_ = directory.empty() ? Mode::Auto : Mode::Manual;
+}
+
+void DebugLog::setUsePIDInName(bool use) noexcept {
+    tssv::detail::switchChanges += use != usePIDInName_ ? 1 : 0;
+    usePIDInName_ = use;
 }
 
 std::string DebugLog::logFilePath(const std::string& first, const std::string& second) {

@@ -1,4 +1,5 @@
 // Testing hooks and features: values, counted reads, setters, counted changes.
+#include <ts/debug_log.hpp>
 #include <ts/feature.hpp>
 #include <ts/switch_changes.hpp>
 #include <ts/testing_hook.hpp>
@@ -36,6 +37,20 @@ TEST(Feature, CountsQueriesAndNotSettings) {
     EXPECT_EQ(feature.queryCount(), 2U);
     EXPECT_EQ(feature.setFeatValFromC(0), 1);
     EXPECT_FALSE(feature.isOn());
+}
+
+TEST(Switches, ADebugLogThatMovesIsCounted) {
+    tssv::debug::DebugLog log;
+    const std::uint64_t before = tssv::switchChanges();
+    log.setLogDirectory("");
+    log.setUsePIDInName(true);
+    (void)log.logFilePath("a", "b");
+    EXPECT_EQ(tssv::switchChanges(), before);
+    log.setLogDirectory("/elsewhere");
+    EXPECT_EQ(tssv::switchChanges(), before + 1);
+    log.setLogDirectory("/elsewhere");
+    log.setUsePIDInName(false);
+    EXPECT_EQ(tssv::switchChanges(), before + 2);
 }
 
 TEST(Switches, EveryChangeIsCountedAndNothingElse) {

@@ -105,7 +105,11 @@ public:
     [[nodiscard]] const std::deque<ReportRow>& getDetailedReport() const noexcept {
         return report_;
     }
-    void clearDetailedReport() noexcept { report_.clear(); }
+    /// Empties the report. What is compiled already is compiled, and so checked, anew.
+    void clearDetailedReport() noexcept {
+        report_.clear();
+        settingChanged();
+    }
 
     /// The file that details were last written to; empty if there is none.
     [[nodiscard]] std::string detailsFile() const;

@@ -49,7 +49,7 @@ public:
 
     /// Whether each run that is scrambled is told on the console; off at start.
     [[nodiscard]] bool verbose() const noexcept { return verbose_; }
-    void setVerbose(bool verbose) noexcept { verbose_ = verbose; }
+    void setVerbose(bool verbose) noexcept;
 
     /// 0 at start.
     void setSeed(unsigned seed) noexcept;

@@ -23,27 +23,27 @@ public:
     /// trace-event format; else: a table); "console" for a table there; empty, as at start, for a
     /// table in a new file "transform-profile" in the debug log's folder.
     [[nodiscard]] const std::string& dumpDestination() const noexcept { return destination_; }
-    void setDumpDestination(const std::string& destination) { destination_ = destination; }
+    void setDumpDestination(const std::string& destination);
 
     /// Whether each record of a report begins with its number; on at start.
     [[nodiscard]] bool recordNumbering() const noexcept { return recordNumbering_; }
-    void setRecordNumbering(bool numbering) noexcept { recordNumbering_ = numbering; }
+    void setRecordNumbering(bool numbering) noexcept;
 
     /// Whether function names carry the number of the run, NAME#RUN, under which the transform log
     /// tells of the same run; off at start.
     [[nodiscard]] bool tagFcnsWithLogId() const noexcept { return tagFcnsWithLogId_; }
-    void setTagFcnsWithLogId(bool tag) noexcept { tagFcnsWithLogId_ = tag; }
+    void setTagFcnsWithLogId(bool tag) noexcept;
 
     /// When this many events have gathered, they are reported by themselves and dropped, which
     /// bounds the memory: into STEM-N.ENDING for the Nth time, or as dump() does where the
     /// destination is no file. 0, as at start, never does so.
     [[nodiscard]] std::size_t eventEmitThreshold() const noexcept { return emitThreshold_; }
-    void setEventEmitThreshold(std::size_t events) noexcept { emitThreshold_ = events; }
+    void setEventEmitThreshold(std::size_t events) noexcept;
 
     /// Each event whose count is a multiple of this carries the bytes of all pools of the process
     /// before and after; 1 at start, 0 for none.
     [[nodiscard]] std::size_t memEventInterval() const noexcept { return memoryInterval_; }
-    void setMemEventInterval(std::size_t events) noexcept { memoryInterval_ = events; }
+    void setMemEventInterval(std::size_t events) noexcept;
 
     /// Events recorded since the start or the last reset, dropped ones included.
     [[nodiscard]] std::size_t eventCount() const noexcept;
@@ -51,7 +51,8 @@ public:
     /// Reports the events that are there, and keeps them. A report that cannot be written is told
     /// on the console.
     void dump();
-    /// Forgets all events; the settings stay.
+    /// Forgets all events; the settings stay. What is compiled already is compiled anew, so that
+    /// the next events are whole.
     void reset();
 
     void prepass(TransformRun& run) override;

@@ -31,7 +31,7 @@ public:
     /// Whether file names carry the process id, which keeps two processes that share a folder
     /// apart.
     [[nodiscard]] bool usePIDInName() const noexcept { return usePIDInName_; }
-    void setUsePIDInName(bool use) noexcept { usePIDInName_ = use; }
+    void setUsePIDInName(bool use) noexcept;
 
     /// A new path for a debug file: DIRECTORY/FIRST[-PID]-NNNN[.SECOND], where NNNN is the
     /// counter's next value in at least four digits. `first` is the stem, `second` the ending with
