@@ -96,6 +96,18 @@ std::string counted(std::size_t count, const char* what) {
 
 } // namespace
 
+SanityCheckService::ReportRow& SanityCheckService::Report::add() {
+    if (size_ == rows_.size()) {
+        rows_.emplace_back();
+    }
+    return rows_[size_++];
+}
+
+void SanityCheckService::Report::clear() {
+    std::fill_n(rows_.begin(), size_, ReportRow());
+    size_ = 0;
+}
+
 std::string SanityCheckService::foundWhenToString(FoundWhen when) {
     return when == FoundWhen::Before ? "before" : when == FoundWhen::After ? "after" : "unknown";
 }
@@ -216,7 +228,7 @@ void SanityCheckService::record(TransformRun& run, FoundWhen when, const Verific
         const auto first =
             std::find_if(found.failures().begin(), found.failures().end(),
                          [check](const Failure& failure) { return failure.check == check; });
-        Row& row = report_.emplace_back();
+        Row& row = report_.add();
         row.testpoint_ = run.tag();
         row.transform_ = run.transformName();
         row.foundWhen_ = when;

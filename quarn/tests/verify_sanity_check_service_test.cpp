@@ -81,6 +81,28 @@ TEST_F(SanityCheckServiceTest, KeepsRowsInPlaceUntilTheReportIsCleared) {
     EXPECT_TRUE(service.getDetailedReport().empty());
 }
 
+TEST_F(SanityCheckServiceTest, ARowOfAClearedReportIsEmptyAndIsFilledAgain) {
+    SanityCheckService service(false, true, Output::None);
+    const auto& report = service.getDetailedReport();
+    spoilInARun(1);
+    run("a transform with a rather long name, so that it lies on the heap", f,
+        [] { return false; });
+    ASSERT_EQ(report.size(), 2U);
+    const SanityCheckService::ReportRow& first = report[0];
+    const SanityCheckService::ReportRow& second = report[1];
+    service.clearDetailedReport();
+    EXPECT_TRUE(report.empty());
+    EXPECT_EQ(report.begin(), report.end());
+    EXPECT_EQ(second.testpoint() + second.transform() + second.checkId() + second.message(), "");
+    EXPECT_EQ(second.numFailingNodes(), 0);
+    run("idle", f, [] { return false; });
+    ASSERT_EQ(report.size(), 1U);
+    EXPECT_EQ(std::distance(report.begin(), report.end()), 1);
+    EXPECT_EQ(&report.front(), &first);
+    EXPECT_EQ(first.testpoint(), "idle-fcn_f");
+    EXPECT_EQ(second.testpoint(), "");
+}
+
 TEST_F(SanityCheckServiceTest, GradesByThresholds) {
     SanityCheckService service(false, true, Output::None);
     EXPECT_EQ(service.warningThreshold(), 1);

@@ -264,6 +264,19 @@ TEST_F(SanityChecker, eachReadOfTheViolationsMakesNewObjects) {
     EXPECT_TRUE(elementsOf(sample::Array(object.get("Violations").asArray())).empty());
 }
 
+// An object whose row is gone must not be read, but a person at the prompt will try.
+TEST_F(SanityChecker, violationOfAClearedReportBreaksNothing) {
+    const Object object("SanityChecker");
+    object.set("EnabledAfter", true);
+    controllers::Program program;
+    program.spoil<1>();
+    object.set("EnabledAfter", false);
+    const auto violations = elementsOf(sample::Array(object.get("Violations").asArray()));
+    object.call("clearViolations");
+    EXPECT_EQ(violations.at(0).text("Message"), "");
+    EXPECT_EQ(violations.at(0).int32("NumFailingNodes"), 0);
+}
+
 TEST_F(SanityChecker, listsEveryCheckIdOfTheCatalogue) {
     const Object object("SanityChecker");
     const sample::Array ids(object.call("allCheckIds").asArray());

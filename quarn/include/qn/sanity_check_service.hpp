@@ -13,6 +13,7 @@
 
 #include <qn/debug_service.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -62,6 +63,28 @@ public:
         int numFailingNodes_ = 0;
     };
 
+    /// The rows in order. A row stays where it is for the life of the service: when the report is
+    /// cleared its rows become empty ones, and the next report fills them again. So who still has
+    /// the address of a row reads a row, though another one.
+    class Report {
+    public:
+        [[nodiscard]] std::size_t size() const noexcept { return size_; }
+        [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
+        [[nodiscard]] const ReportRow& operator[](std::size_t i) const { return rows_[i]; }
+        [[nodiscard]] const ReportRow& front() const { return rows_.front(); }
+        [[nodiscard]] auto begin() const noexcept { return rows_.begin(); }
+        [[nodiscard]] auto end() const noexcept {
+            return rows_.begin() + static_cast<std::ptrdiff_t>(size_);
+        }
+
+    private:
+        friend class SanityCheckService;
+        ReportRow& add();
+        void clear();
+        std::deque<ReportRow> rows_;
+        std::size_t size_ = 0;
+    };
+
     /// "before" and "after"; "unknown" for any other value.
     [[nodiscard]] static std::string foundWhenToString(FoundWhen when);
     /// "warning" and "error"; "unknown" for any other value.
@@ -101,12 +124,10 @@ public:
     [[nodiscard]] bool assertOnRecordViolation() const noexcept { return asserts_; }
     void setAssertOnRecordViolation(bool assertOnRecord);
 
-    /// All that was recorded, in order. Rows stay where they are until the report is cleared.
-    [[nodiscard]] const std::deque<ReportRow>& getDetailedReport() const noexcept {
-        return report_;
-    }
+    /// All that was recorded since the start or the last clearing, in order.
+    [[nodiscard]] const Report& getDetailedReport() const noexcept { return report_; }
     /// Empties the report. What is compiled already is compiled, and so checked, anew.
-    void clearDetailedReport() noexcept {
+    void clearDetailedReport() {
         report_.clear();
         settingChanged();
     }
@@ -131,7 +152,7 @@ private:
     bool asserts_ = false;
     std::vector<std::string> selectDetails_;
     std::string lineFilter_;
-    std::deque<ReportRow> report_;
+    Report report_;
     std::unique_ptr<State> state_;
 };
 
