@@ -21,6 +21,8 @@ gives the script arguments; `# options: --no-modules` gives options to the progr
 regular expression of `# varies: EXPRESSION`, such as a time, stands as <varies>. Functions may stand
 in files beside the script, which are tests themselves only if they have an expected text.
 
+--with=--no-jit and the like run the scripts under that option as well.
+
 --accept writes the expected text instead of comparing it; read the difference before.
 """
 
@@ -50,11 +52,12 @@ def words(source, word):
     return shlex.split(" ".join(directives(source, word)))
 
 
-def run(varnix, script):
+def run(varnix, script, options=()):
     """What the script prints and how it ends, as one text in the form of a .out file."""
     source = script.read_text(encoding="utf-8", errors="surrogateescape")
     with tempfile.TemporaryDirectory(prefix="script-test-") as work:
-        command = [varnix, *words(source, "options"), str(script), *words(source, "args")]
+        command = [varnix, *options, *words(source, "options"), str(script),
+                   *words(source, "args")]
         # Settings of the person who runs the tests must not change what the scripts print.
         environment = {k: v for k, v in os.environ.items() if k != "ZQE_INSTALL"}
         environment["TMPDIR"] = work
@@ -100,6 +103,8 @@ def main():
     parser = argparse.ArgumentParser(add_help=True, description=__doc__.splitlines()[0])
     parser.add_argument("--varnix", required=True)
     parser.add_argument("--accept", action="store_true")
+    parser.add_argument("--with", dest="extra", action="append", default=[], metavar="OPTION",
+                        help="an option for the program, before all others")
     parser.add_argument("names", nargs="+")
     options = parser.parse_args()
 
@@ -110,7 +115,7 @@ def main():
             print(f"no such script test: {name} (no file {script})")
             failed += 1
             continue
-        actual = run(os.path.abspath(options.varnix), script)
+        actual = run(os.path.abspath(options.varnix), script, options.extra)
         expected = ""
         if expected_file.is_file():
             expected = expected_file.read_text(encoding="utf-8", errors="surrogateescape")

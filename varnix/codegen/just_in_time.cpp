@@ -14,6 +14,7 @@
 #include <ts/switch_changes.hpp>
 
 #include <array>
+#include <cstdio>
 
 namespace varnix::codegen {
 
@@ -113,11 +114,20 @@ void JustInTime::refresh(const Code& code, Variant& variant) {
     compile(code, variant);
 }
 
+void JustInTime::report(const Code& code, const std::string& reason) const {
+    if (!options_.reportsInterpreted)
+        return;
+    console::flush(); // so that the two streams are in order
+    const std::string line = fmt::format("interpreted: {} ({}:{}): {}\n", code.name.str(),
+                                         code.unit->name, code.place.line, reason);
+    std::fputs(line.c_str(), stderr);
+}
+
 std::shared_ptr<Session> JustInTime::session() {
     const std::uint64_t settings = settingsGeneration();
     if (session_ == nullptr || session_->settings != settings) {
         auto made = std::make_shared<Session>();
-        made->engine = makeEngine(choice_);
+        made->engine = makeEngine(options_.engine);
         made->settings = settings;
         session_ = std::move(made);
     }
@@ -135,8 +145,9 @@ void JustInTime::compile(const Code& code, Variant& variant) {
     try {
         const QN::Timer::Measuring measuring(phases.types);
         program.analyse(code, variant.types, variant.requested);
-    } catch (const Outside&) {
+    } catch (const Outside& outside) {
         variant.dependencies = program.dependencies();
+        report(code, outside.reason);
         return;
     } catch (const objsys::COSError&) { // a file that does not compile, if it comes to that
         variant.dependencies = program.dependencies();
@@ -311,6 +322,8 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant,
         }
         case static_cast<QN::TrapCode>(HostTrap::Assumption):
             if (++variant.wrongAssumptions >= mostWrongAssumptions) {
+                report(code, fmt::format("more than the compiler takes for granted, in line {}",
+                                         error.line()));
                 variant.discard();
             }
             return Outcome::Interpret;
@@ -334,10 +347,11 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant,
 
 namespace varnix {
 
-std::unique_ptr<CompiledFunctions> makeCompiledFunctions(EngineChoice choice, NameResolver& names) {
-    if (choice == EngineChoice::None)
+std::unique_ptr<CompiledFunctions> makeCompiledFunctions(const CompilerOptions& options,
+                                                         NameResolver& names) {
+    if (options.engine == EngineChoice::None)
         return nullptr;
-    return std::make_unique<codegen::JustInTime>(choice, names);
+    return std::make_unique<codegen::JustInTime>(options, names);
 }
 
 } // namespace varnix

@@ -85,7 +85,8 @@ public:
 
 class JustInTime final : public CompiledFunctions {
 public:
-    JustInTime(EngineChoice choice, NameResolver& names) : choice_(choice), names_(names) {}
+    JustInTime(const CompilerOptions& options, NameResolver& names)
+        : options_(options), names_(names) {}
 
     Outcome call(const Code& code, std::span<const Value> arguments, std::size_t requested,
                  bool takesAny, std::size_t depthLeft, std::span<Value> results) override;
@@ -101,8 +102,9 @@ private:
     [[nodiscard]] Outcome run(const Code& code, Variant& variant, std::span<const Value> arguments,
                               std::size_t depthLeft, std::span<Value> results);
     [[nodiscard]] std::shared_ptr<Session> session();
+    void report(const Code& code, const std::string& reason) const;
 
-    EngineChoice choice_;
+    CompilerOptions options_;
     NameResolver& names_;
     std::shared_ptr<Session> session_;
 };

@@ -39,7 +39,7 @@ public:
 };
 
 /// Null for EngineChoice::None. `names` must live as long as the object.
-[[nodiscard]] std::unique_ptr<CompiledFunctions> makeCompiledFunctions(EngineChoice choice,
-                                                                       NameResolver& names);
+[[nodiscard]] std::unique_ptr<CompiledFunctions>
+makeCompiledFunctions(const CompilerOptions& options, NameResolver& names);
 
 } // namespace varnix

@@ -12,4 +12,11 @@ enum class EngineChoice : std::uint8_t {
     Llvm,      ///< machine code
 };
 
+/// How functions of numbers are run.
+struct CompilerOptions {
+    EngineChoice engine = EngineChoice::Default;
+    /// Says on standard error which functions are interpreted, and why.
+    bool reportsInterpreted = false;
+};
+
 } // namespace varnix

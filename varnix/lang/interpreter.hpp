@@ -27,8 +27,7 @@ struct InterpreterOptions {
     std::size_t maxCallDepth = 2000;
     /// What the built-in `args` gives: a cell of texts.
     std::vector<std::string> arguments;
-    /// What runs functions of numbers.
-    EngineChoice engine = EngineChoice::Default;
+    CompilerOptions compiler = {};
 };
 
 /// Raised by the built-in exit(status); not an error, passes through try/catch.

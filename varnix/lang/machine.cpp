@@ -42,7 +42,7 @@ const char* lowestStackAddress() {
 
 Machine::Machine(Interpreter& interpreter, InterpreterOptions options)
     : interpreter_(interpreter), options_(std::move(options)),
-      compiled_(makeCompiledFunctions(options_.engine, names_)),
+      compiled_(makeCompiledFunctions(options_.compiler, names_)),
       frames_(std::make_unique<Frame[]>(options_.maxCallDepth + 1)) {
     frames_[0].base = registers_.start();
     frames_[0].code = nullptr;

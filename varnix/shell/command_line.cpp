@@ -57,6 +57,8 @@ std::variant<CommandLine, CommandLineAnswer> parseCommandLine(std::vector<std::s
         ->type_name("NAME")
         ->check(CLI::IsMember({"evaluator", "llvm"}))
         ->excludes(noJitFlag);
+    app.add_flag("--report-interpreted", line.compiler.reportsInterpreted,
+                 "Say on standard error which functions are not compiled, and why");
     app.footer("Exit status: 0; 1 after an uncaught script error; 2 for wrong usage.");
 
     std::reverse(words.begin(), words.end()); // the order in which CLI11 takes them
@@ -88,9 +90,9 @@ std::variant<CommandLine, CommandLineAnswer> parseCommandLine(std::vector<std::s
         return usageError("--modules and --no-modules exclude each other");
     line.loadModules = !noModules;
     if (noJit)
-        line.engine = EngineChoice::None;
+        line.compiler.engine = EngineChoice::None;
     else if (!engine.empty())
-        line.engine = engine == "llvm" ? EngineChoice::Llvm : EngineChoice::Evaluator;
+        line.compiler.engine = engine == "llvm" ? EngineChoice::Llvm : EngineChoice::Evaluator;
     if (folderOption->count() != 0)
         line.moduleFolder = folder;
     return line;

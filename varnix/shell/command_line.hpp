@@ -21,7 +21,7 @@ struct CommandLine {
     /// What the built-in `args` gives.
     std::vector<std::string> arguments;
     bool loadModules = true;
-    EngineChoice engine = EngineChoice::Default;
+    CompilerOptions compiler;
     /// Where extension modules are; none: the default folder.
     std::optional<std::string> moduleFolder;
 };

@@ -36,7 +36,7 @@ int run(const CommandLine& line) {
         loadModules(loader, line);
     InterpreterOptions options;
     options.arguments = line.arguments;
-    options.engine = line.engine;
+    options.compiler = line.compiler;
     Interpreter interpreter(std::move(options));
 
     const bool interactive = line.mode == CommandLine::Mode::Interactive;

@@ -1,0 +1,326 @@
+#!/usr/bin/env python3
+"""Makes script functions at random, for comparing what runs them.
+
+    generate_functions.py SEED [COUNT]
+
+Every function takes two arguments and gives one or two results. Variables have a form that the
+generator keeps in mind (a number or an array, a double, an integer or a logical), so that most of
+what it makes has a meaning; indices may be outside and sizes may differ, which are errors that must
+be the same everywhere. Loops are short and no function calls a later one, so all of them end.
+"""
+
+import random
+import sys
+
+ARGUMENTS = {
+    "d": ["3", "-2.5", "0", "1e10", "7"],
+    "i": ["int32(5)", "int32(-7)", "int32(2147483647)"],
+    "u": ["uint8(200)", "uint8(3)"],
+    "l": ["true", "false"],
+    "D": ["[1, 2, 3, 4]", "[4, -1, 0.5]", "[4; -1; 0.5]", "[1, 2; 3, 4]", "[]",
+          "[2.5, nan, -0, inf]", "1:6"],
+    "I": ["int32([1, 2, 3])", "int32([7; -8; 9])"],
+    "U": ["uint8([250, 3, 4, 5])"],
+    "L": ["[true, false, true]", "[1, 2, 3, 4] > 2"],
+}
+
+
+class Function:
+    def __init__(self, rng, number, forms, earlier):
+        self.rng = rng
+        self.name = f"f{number}"
+        self.earlier = earlier
+        self.variables = {"a": forms[0], "b": forms[1]}
+        self.loops = 0
+        self.lines = []
+        self.forms = forms
+
+    # ---- expressions: of a form, or of any one
+
+    def names(self, forms):
+        return [name for name, form in self.variables.items() if form in forms]
+
+    def number(self):
+        return self.rng.choice(["0", "1", "2", "3", "0.5", "-1.5", "10", "1e-3", "7", "100"])
+
+    def double(self, depth):
+        """A number of class double."""
+        r = self.rng
+        choice = r.randrange(14 if depth > 0 else 3)
+        if choice == 0:
+            return self.number()
+        if choice <= 2:
+            names = self.names("d")
+            return r.choice(names) if names else self.number()
+        x = self.double(depth - 1)
+        if choice <= 6:
+            return f"({x} {r.choice(['+', '-', '*', '/', '.*', './'])} {self.double(depth - 1)})"
+        if choice == 7:
+            return f"({x}) ^ {r.choice(['2', '3', '0.5', '-1', '2'])}"
+        if choice == 8:
+            f = r.choice(["abs", "floor", "ceil", "round", "trunc", "sqrt", "exp", "sin", "cos",
+                          "double", "log", "tan"])
+            return f"{f}({x})"
+        if choice == 9:
+            return f"{r.choice(['mod', 'rem', 'min', 'max', 'atan2'])}({x}, {self.double(depth - 1)})"
+        if choice == 10:
+            arrays = self.names("D")
+            return f"{r.choice(arrays)}[{self.index()}]" if arrays else x
+        if choice == 11:
+            arrays = self.names("DIUL")
+            if not arrays:
+                return x
+            return f"{r.choice(['length', 'numel', 'rows', 'columns'])}({r.choice(arrays)})"
+        if choice == 12:
+            arrays = self.names("D")
+            if not arrays:
+                return x
+            return f"{r.choice(['sum', 'prod', 'max', 'min'])}({r.choice(arrays)})"
+        return f"double({self.condition(depth - 1)})"
+
+    def index(self):
+        r = self.rng
+        loops = [f"k{i}" for i in range(1, self.loops + 1)]
+        return r.choice(["1", "1", "1", "2", "end", "end", "1", "end - 1"] + loops)
+
+    def integer(self, depth, form):
+        """A number of an integer class."""
+        r = self.rng
+        cls = {"i": "int32", "u": "uint8"}[form]
+        names = self.names(form)
+        choice = r.randrange(8 if depth > 0 else 2)
+        if choice == 0 or not names:
+            return f"{cls}({self.double(min(depth, 1))})"
+        if choice == 1:
+            return r.choice(names)
+        x = self.integer(depth - 1, form)
+        if choice <= 4:
+            y = self.integer(depth - 1, form)
+            return f"({x} {r.choice(['+', '-', '*', '/'])} {y})"
+        if choice == 5:
+            return f"({x} {r.choice(['+', '-', '*', '/'])} {r.choice(['1', '2', '3', '100', '0'])})"
+        if choice == 6:
+            return f"{r.choice(['mod', 'rem', 'min', 'max'])}({x}, {self.integer(depth - 1, form)})"
+        return r.choice([f"abs({x})", f"-{x}", f"sum({x})", f"mod({x}, 4)"])
+
+    def condition(self, depth):
+        r = self.rng
+        choice = r.randrange(8 if depth > 0 else 4)
+        if choice <= 2:
+            return (f"({self.double(depth - 1)} {r.choice(['<', '<=', '>', '>=', '==', '!='])} "
+                    f"{self.double(depth - 1)})")
+        if choice == 3:
+            names = self.names("l")
+            return r.choice(names) if names else r.choice(["true", "false"])
+        if choice == 4:
+            return f"({self.condition(depth - 1)} {r.choice(['&&', '||', '&', '|'])} {self.condition(depth - 1)})"
+        if choice == 5:
+            return f"!{self.condition(depth - 1)}"
+        if choice == 6:
+            numbers = self.names("iu")
+            if numbers:
+                return f"({r.choice(numbers)} {r.choice(['<', '==', '>='])} {self.double(depth - 1)})"
+            return "true"
+        arrays = self.names("DL")
+        return f"{r.choice(['any', 'all', 'isempty'])}({r.choice(arrays)})" if arrays else "true"
+
+    def array(self, depth):
+        """An array of doubles, most likely."""
+        r = self.rng
+        names = self.names("D")
+        choice = r.randrange(13 if depth > 0 else 3)
+        if choice == 0 and names:
+            return r.choice(names)
+        if choice <= 1:
+            return r.choice([f"zeros(1, {r.randrange(2, 5)})", "ones(1, 3)", "[1, 2, 3]",
+                             "[4, 5, 6, 7]", r.choice(["eye(2)", "[]", "ones(3, 2)"])])
+        if choice == 2:
+            return f"[{self.double(max(depth, 1) - 1)}, {self.double(max(depth, 1) - 1)}]"
+        if choice == 3:
+            return f"({self.number()}:{r.choice(['1', '2', '0.5', '-1'])}:{r.randrange(7)})"
+        x = self.array(depth - 1)
+        if choice <= 6:
+            return f"({x} {r.choice(['+', '-', '.*', './'])} {self.other(x, depth)})"
+        if choice == 7:
+            return f"{r.choice(['abs', 'sqrt', 'floor', 'round', 'sin', 'transpose'])}({x})"
+        if choice == 8:
+            return f"[{x}, {r.choice([self.array(depth - 1), self.double(depth - 1)])}]"
+        if choice == 9:
+            return f"[{x}; {r.choice([x, x, x, self.array(depth - 1)])}]"
+        if choice == 10 and names:
+            name = r.choice(names)
+            return r.choice([f"{name}[:, {self.index()}]", f"{name}[{self.index()}, :]",
+                             f"{name}[:]", f"{name}[[1, 2]]", f"{name}[{name} > 1]",
+                             f"{name}[1:2]"])
+        if choice == 11:
+            return f"{r.choice(['max', 'min', 'mod', 'rem'])}({x}, {self.double(depth - 1)})"
+        return f"-{x}"
+
+    def other(self, x, depth):
+        """The other operand: mostly one that fits."""
+        r = self.rng
+        return r.choice([x, x, self.double(depth - 1), self.double(depth - 1), self.double(0),
+                         self.array(depth - 1)])
+
+    def expression(self, form, depth):
+        if form == "d":
+            return self.double(depth)
+        if form in "iu":
+            return self.integer(depth, form)
+        if form == "l":
+            return self.condition(depth)
+        if form == "D":
+            return self.array(depth)
+        if form == "I":
+            return f"int32({self.array(depth - 1)})"
+        if form == "U":
+            return f"uint8({self.array(depth - 1)})"
+        return f"({self.array(depth - 1)} > {self.double(depth - 1)})"
+
+    # ---- statements
+
+    def assign(self, indent):
+        r = self.rng
+        form = r.choice("ddddiDDDlIU" if r.random() < 0.9 else "LuU")
+        same = self.names(form)
+        name = r.choice(same) if same and r.random() < 0.6 else f"v{len(self.variables)}"
+        value = self.expression(form, 3)
+        self.variables[name] = form
+        self.lines.append(f"{indent}{name} = {value}")
+
+    def store(self, indent):
+        r = self.rng
+        arrays = self.names("DIUL")
+        if not arrays:
+            return self.assign(indent)
+        name = r.choice(arrays)
+        value = self.double(2)
+        where = r.choice([self.index(), self.index(), f"1, {self.index()}", self.index(), self.index(),
+                          r.choice(["end + 1", "5", "end + 1, 1"])])
+        if r.random() < 0.05:
+            where = f":, {self.index()}"
+        self.lines.append(f"{indent}{name}[{where}] = {value}")
+
+    def call(self, indent):
+        r = self.rng
+        if not self.earlier:
+            return self.assign(indent)
+        other = r.choice(self.earlier)
+        arguments = ", ".join(self.expression(form, 1) for form in other.forms)
+        if other.results == 2 and r.random() < 0.5:
+            first, second = f"v{len(self.variables)}", f"v{len(self.variables) + 1}"
+            self.lines.append(f"{indent}{first}, {second} = {other.name}({arguments})")
+            self.variables[second] = other.result_forms[1]
+        else:
+            first = f"v{len(self.variables)}"
+            self.lines.append(f"{indent}{first} = {other.name}({arguments})")
+        self.variables[first] = other.result_forms[0]
+
+    def block(self, indent, depth, statements):
+        for _ in range(statements):
+            self.statement(indent, depth)
+
+    def inner(self, indent, depth):
+        """A block whose new variables are not known behind it."""
+        known = dict(self.variables)
+        self.block(indent + "  ", depth - 1, self.rng.randrange(1, 4))
+        self.variables = known
+
+    def statement(self, indent, depth):
+        r = self.rng
+        choice = r.randrange(12)
+        if choice <= 4 or depth == 0:
+            return self.assign(indent)
+        if choice <= 6:
+            return self.store(indent)
+        if choice == 7:
+            return self.call(indent) if r.random() < 0.6 else self.assign(indent)
+        if choice == 8:
+            self.lines.append(f"{indent}if {self.condition(2)}")
+            self.inner(indent, depth)
+            if r.random() < 0.6:
+                self.lines.append(f"{indent}else")
+                self.inner(indent, depth)
+            self.lines.append(f"{indent}end")
+        elif choice == 9:
+            self.loops += 1
+            k = f"k{self.loops}"
+            known = dict(self.variables)
+            values = r.choice([f"1:{r.randrange(6)}", f"{r.randrange(6)}:-1:1", "0:0.25:1",
+                               f"int32(1):int32({r.randrange(5)})", "[3, 1, 2]",
+                               f"1:max({self.double(1)}, 0.5):4"])
+            self.variables[k] = "i" if "int32" in values else "d"
+            self.lines.append(f"{indent}for {k} = {values}")
+            self.inner(indent, depth)
+            if r.random() < 0.3:
+                self.lines.append(f"{indent}  if {self.condition(1)}; {r.choice(['break', 'continue'])}; end")
+            self.lines.append(f"{indent}end")
+            self.variables = known
+            self.loops -= 1
+        elif choice == 10:
+            name = f"w{len(self.lines)}"
+            self.lines.append(f"{indent}{name} = 0")
+            self.lines.append(f"{indent}while {name} < {r.randrange(5)} && {self.condition(1)}")
+            self.lines.append(f"{indent}  {name} = {name} + 1")
+            self.inner(indent, depth)
+            self.lines.append(f"{indent}end")
+        else:
+            self.lines.append(f"{indent}switch {self.double(1)}")
+            self.lines.append(f"{indent}case {self.number()}")
+            self.inner(indent, depth)
+            self.lines.append(f"{indent}otherwise")
+            self.inner(indent, depth)
+            self.lines.append(f"{indent}end")
+
+    def text(self):
+        self.block("  ", 2, self.rng.randrange(3, 9))
+        self.results = self.rng.choice([1, 1, 2])
+        names = list(self.variables)
+        given = [self.rng.choice(names) for _ in range(self.results)]
+        self.result_forms = [self.variables[name] for name in given]
+        body = "\n".join(self.lines)
+        return f"function {self.name}(a, b)\n{body}\n  return {', '.join(given)}\nend\n"
+
+
+SHOW = """# Class, size and elements, in full.
+function show(x)
+  printf("  %s %d by %d:", class(x), rows(x), columns(x))
+  for i = 1:length(x)
+    printf(" %s", text(x[i]))
+  end
+  printf("\\n")
+end
+
+function failure(err)
+  printf("  %s: %s\\n", err.identifier, err.message)
+  for i = 1:length(err.stack)
+    printf("    %s %d %d\\n", err.stack{i}.function, err.stack{i}.line, err.stack{i}.column)
+  end
+end
+"""
+
+
+def script(seed, count=30):
+    rng = random.Random(seed)
+    functions = []
+    texts = [SHOW]
+    for number in range(count):
+        forms = [rng.choice("dddiluDDDIUL") for _ in range(2)]
+        function = Function(rng, number, forms, functions[-6:])
+        texts.append(function.text())
+        functions.append(function)
+    for function in functions:
+        for _ in range(3):
+            arguments = ", ".join(rng.choice(ARGUMENTS[form]) for form in function.forms)
+            texts.append(f'printf("call {function.name}({arguments})\\n")')
+            if function.results == 2:
+                texts.append(f"try\n  x, y = {function.name}({arguments})\n  show(x)\n  show(y)\n"
+                             "catch err\n  failure(err)\nend")
+            else:
+                texts.append(f"try\n  show({function.name}({arguments}))\n"
+                             "catch err\n  failure(err)\nend")
+    return "\n".join(texts) + "\n"
+
+
+if __name__ == "__main__":
+    print(script(int(sys.argv[1]), int(sys.argv[2]) if len(sys.argv) > 2 else 30), end="")
