@@ -14,6 +14,9 @@ Group buildScript(); ///< from a loop of each subject's own language
 /// start.cpp: starting the host, and the module's share of it.
 Group buildStart();
 
+/// vmrt.cpp: compiling functions to machine code, and calling them.
+Group buildVmrt();
+
 /// All groups, in the order in which `./bench` runs them.
 std::span<const GroupEntry> groups();
 
