@@ -110,7 +110,12 @@ TEST(VmrtEngine, LoopsEndWhenSomebodyAsks) {
           "(function f i64 (user $i i64) (block b0 (store $i 9223372036854775800i64) (jump b1)) "
           "(block b1 (%1 i64 load $i) (%3 logical le %1 9223372036854775807i64) (br %3 b3 b2)) "
           "(block b3 (%2 i64 add %1 1i64) (store $i %2) (jump b1)) "
-          "(block b2 (%4 i64 load $i) (ret %4)))"}) {
+          "(block b2 (%4 i64 load $i) (ret %4)))",
+          "(function f f64 (user $i i64) (user $s f64) (block b0 (jump b1)) "
+          "(block b1 (%1 i64 load $i) (%3 logical lt %1 9223372036854775807i64) (br %3 b3 b2)) "
+          "(block b3 (%2 i64 add %1 1i64) (store $i %2) (%5 f64 load $s) (%6 f64 convert %1) "
+          "(%7 f64 add %5 %6) (store $s %7) (jump b1)) "
+          "(block b2 (%4 f64 load $s) (ret %4)))"}) {
         for (const auto level : allLevels) {
             const auto engine = VMRT::makeEngine(atLevel(level));
             const auto scope = parsed(text);
@@ -264,6 +269,44 @@ TEST(VmrtEngine, RefusesWhatItDoesNotUnderstandByName) {
     // It goes on.
     const auto fine = parsed(small(1));
     EXPECT_EQ(call2(*engine->prepare(*fine, *fine->find("f1"), ""), 1, 1), 2.5);
+}
+
+// Long loops are cut into pieces, and get versions without checks for the turns that need none.
+TEST(VmrtEngine, LongLoopsGiveWhatTheEvaluatorGives) {
+    // b[i] = a[i + shift] * 2 for each i from 1 to n by way of a double, and a sum on the side.
+    const auto scope = parsed(R"((function f f64
+      (param $a f64[]) (param $n i64) (param $shift f64)
+      (user $b f64[]) (user $k i64) (user $i f64) (user $s f64)
+      (block b0 (%1 i64 numel $a) (%2 f64[] newarray 1i64 %1) (store $b %2) (%3 i64 load $n)
+                (jump b1))
+      (block b1 (%4 i64 load $k) (%5 logical lt %4 %3) (br %5 b2 b3))
+      (block b2 (%6 f64 convert %4) (%7 f64 add 1.0 %6) (store $i %7) (%8 i64 add:wrap %4 1i64)
+                (store $k %8) (%9 f64 load $i) (%10 f64 load $shift) (%11 f64 add %9 %10)
+                (%12 i64 toindex %11 @5) (%13 f64 ldelem $a %12 @6) (%14 f64 mul %13 2.0)
+                (%15 i64 toindex %9 @7) (stelem $b %15 %14 @8) (%16 f64 load $s)
+                (%17 f64 add %16 %14) (store $s %17) (jump b1))
+      (block b3 (%18 f64 load $s) (%19 i64 numel $b) (%20 f64 ldelem $b %19 @9)
+                (%21 f64 add %18 %20) (ret %21))))");
+    Function& function = *scope->find("f");
+    constexpr std::int64_t size = 140'000;
+    ArrayValue array(ScalarKind::Double, 1, size);
+    for (std::int64_t i = 1; i <= size; ++i) {
+        array.set(i, bitsOf(static_cast<double>(i % 1000) / 8));
+    }
+    for (const auto level : allLevels) {
+        const auto engine = VMRT::makeEngine(atLevel(level));
+        const auto code = engine->prepare(*scope, function, "");
+        for (const std::int64_t n :
+             {0, 1, 2, 3, 65535, 65536, 65537, 131072, 139'999, 140'000, 140'001, 200'000}) {
+            for (const double shift : {0.0, 1.0, -1.0, 0.5, 1e17}) {
+                const std::vector<Value> arguments = {
+                    Value::ofArray(array), Value::ofInt(Type::i64(), n), Value::ofDouble(shift)};
+                EXPECT_EQ(machineOutcome(*code, function, arguments),
+                          evaluatedOutcome(*scope, function, arguments))
+                    << "level " << level << ", n " << n << ", shift " << shift;
+            }
+        }
+    }
 }
 
 // Memory ------------------------------------------------------------------------------------------

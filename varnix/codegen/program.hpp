@@ -31,6 +31,7 @@ struct RegisterState {
     ValueType type;                  ///< Set; Loop: of the variable
     bool isText = false;             ///< Set, with `constant`
     const Value* constant = nullptr; ///< Set: what it is, if that is known
+    bool isUncut = false;            ///< Loop: its last value is one like the others
 
     friend bool operator==(const RegisterState&, const RegisterState&) = default;
 };

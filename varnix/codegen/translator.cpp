@@ -216,6 +216,8 @@ RegisterState Translator::join(const RegisterState& a, const RegisterState& b, b
         if (named)
             return {.status = Status::Set, .type = arrayType(a.type.kind)};
     }
+    if (a.status == Status::Loop && b.status == Status::Loop && a.type == b.type)
+        return {.status = Status::Loop, .type = a.type}; // of which one may be cut
     return {.status = Status::Unknown, .type = {}};
 }
 

@@ -59,6 +59,7 @@ void Translator::forRange(std::uint32_t at) {
     }
     const auto [first, step, last] = value;
     Operations::RangeShape shape;
+    bool isUncut = integer.has_value();
     if (!integer) {
         shape = ops_.shapeOfRange(first, step, last);
         // Whole steps pass the last value only by a rounding error, which whole numbers do not have. Without that case a loop is what engines know loops as.
@@ -70,6 +71,7 @@ void Translator::forRange(std::uint32_t at) {
         if (isWhole(parts[1]) && (parts[0].constant == nullptr || isWhole(parts[0]))) {
             e.require(e.negation(shape.isCut), HostTrap::Assumption);
             shape.isCut = e.truth(false);
+            isUncut = true;
         }
     } else {
         const Ref zero = e.index(0);
@@ -95,7 +97,7 @@ void Translator::forRange(std::uint32_t at) {
     e.store(loop.isCut, shape.isCut);
     for (std::size_t k = 0; k < loopState; ++k)
         clear(r + k);
-    state_[r] = {.status = Status::Loop, .type = scalarType(kind)};
+    state_[r] = {.status = Status::Loop, .type = scalarType(kind), .isUncut = isUncut};
     flowTo(jumpTarget(code_, at));
 }
 
@@ -130,7 +132,7 @@ void Translator::forRangeStep(std::uint32_t at) {
     state_ = before;
     values_ = valuesBefore;
     e.at(rest);
-    if (!isDouble) {
+    if (state_[i.a].isUncut) {
         flowTo(exit);
         return;
     }

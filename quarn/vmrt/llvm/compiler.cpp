@@ -14,11 +14,19 @@
 #include <llvm/Support/raw_ostream.h>
 #include <llvm/Target/TargetMachine.h>
 #include <llvm/TargetParser/Host.h>
+#include <llvm/Transforms/InstCombine/InstCombine.h>
 #include <llvm/Transforms/Scalar/EarlyCSE.h>
+#include <llvm/Transforms/Scalar/InductiveRangeCheckElimination.h>
+#include <llvm/Transforms/Scalar/LICM.h>
+#include <llvm/Transforms/Scalar/LoopPassManager.h>
+#include <llvm/Transforms/Scalar/LoopRotation.h>
 #include <llvm/Transforms/Scalar/SCCP.h>
 #include <llvm/Transforms/Scalar/SROA.h>
+#include <llvm/Transforms/Scalar/SimpleLoopUnswitch.h>
 #include <llvm/Transforms/Scalar/SimplifyCFG.h>
 #include <llvm/Transforms/Utils/Cloning.h>
+#include <llvm/Transforms/Utils/LCSSA.h>
+#include <llvm/Transforms/Utils/LoopSimplify.h>
 #include <stdexcept>
 #include <string>
 
@@ -138,7 +146,31 @@ struct Compiler::Parts {
         builder->registerFunctionAnalyses(ofFunctions);
         builder->registerLoopAnalyses(ofLoops);
         builder->crossRegisterProxies(ofLoops, ofFunctions, ofCallGraphs, ofModules);
+        if (tuning.LoopVectorization) {
+            builder->registerVectorizerStartEPCallback(
+                [](llvm::FunctionPassManager& passes, llvm::OptimizationLevel) {
+                    addLoopVersions(passes);
+                });
+        }
         ofOneFunction = makePipelineOfOneFunction();
+    }
+
+    /// Makes versions of loops without the checks that do not depend on the turn, or that hold in
+    /// all turns but some at the beginning or end: what is left, the vectorizer understands.
+    static void addLoopVersions(llvm::FunctionPassManager& passes) {
+        passes.addPass(llvm::createFunctionToLoopPassAdaptor(
+            llvm::SimpleLoopUnswitchPass(/*NonTrivial=*/true), /*UseMemorySSA=*/true));
+        passes.addPass(llvm::SimplifyCFGPass());
+        passes.addPass(llvm::LoopSimplifyPass());
+        passes.addPass(llvm::LCSSAPass());
+        passes.addPass(llvm::IRCEPass());
+        passes.addPass(llvm::SimplifyCFGPass());
+        passes.addPass(llvm::InstCombinePass());
+        llvm::LoopPassManager loops;
+        loops.addPass(llvm::LICMPass(llvm::LICMOptions()));
+        loops.addPass(llvm::LoopRotatePass());
+        passes.addPass(
+            llvm::createFunctionToLoopPassAdaptor(std::move(loops), /*UseMemorySSA=*/true));
     }
 
     /// What the default pipeline does to a module in which there is nothing to inline and nobody to

@@ -161,7 +161,7 @@ void FunctionEmitter::emitNode(const Node& node) {
 
 llvm::BasicBlock* FunctionEmitter::edge(const Block& from, const Block& to) {
     if (order_.indexOf(to) <= order_.indexOf(from)) {
-        return poll(to);
+        return countedAt(to) != nullptr ? blocks_[to.id()] : poll(to);
     }
     llvm::BasicBlock* const preheader = preheaders_[to.id()];
     return preheader != nullptr ? preheader : blocks_[to.id()];
@@ -199,6 +199,9 @@ void FunctionEmitter::emitTerminator(const Node& node) {
         const Block* const no = asBlock(node.operand(2));
         if (yes == nullptr || no == nullptr || !operandType(node, 0).isLogical()) {
             refuse(node, "no condition and two blocks");
+        }
+        if (const CountedLoop* const counted = countedAt(from); counted != nullptr) {
+            return emitCountedBranch(node, *counted);
         }
         Value* const condition = value(node, 0);
         llvm::BasicBlock* const toYes = edge(from, *yes);

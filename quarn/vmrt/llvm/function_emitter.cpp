@@ -60,6 +60,7 @@ void FunctionEmitter::run() {
     makeParameters();
     llvm::BasicBlock* const start = ir_.GetInsertBlock();
     findHoists();
+    findCountedLoops();
     for (const Block* const block : order_.order()) {
         emitBlock(*block);
     }

@@ -38,6 +38,15 @@ struct Whole {
     llvm::Value* isSame = nullptr;
 };
 
+/// A loop that counts a variable up by one to a limit that stays: it is cut into pieces, so that
+/// there is somebody to look for an interruption now and then, and nothing to do in each turn.
+struct CountedLoop {
+    const Node* compare = nullptr; // in the header; null if the loop is no such loop
+    const Var* counter = nullptr;
+    llvm::AllocaInst* pieceEnd = nullptr;
+    llvm::BasicBlock* pieceHead = nullptr;
+};
+
 class FunctionEmitter {
 public:
     FunctionEmitter(UnitEmitter& unit, UnitFunction& function);
@@ -129,7 +138,13 @@ private:
 
     // Loops: loop_emitter.cpp.
     void findHoists();
+    void findCountedLoops();
+    [[nodiscard]] CountedLoop countedLoop(std::size_t number);
     void emitPreheader(const Loop& loop);
+    void setPieceEnd(const CountedLoop& loop, llvm::Value* count);
+    /// The counted loop whose condition decides at the end of `header`; null if there is none.
+    [[nodiscard]] const CountedLoop* countedAt(const Block& header) const;
+    void emitCountedBranch(const Node& node, const CountedLoop& loop);
 
     // Debug prints: print_emitter.cpp.
     void printNode(const Node& node);
@@ -164,6 +179,7 @@ private:
     std::vector<std::optional<ArrayPlace>> arrayNodes_; // by node id; not those that are aliases
     std::vector<llvm::Value*> scratches_;
     std::vector<std::vector<const Node*>> hoists_; // by loop: arrays made writable before it
+    std::vector<CountedLoop> counted_;             // by loop
     std::vector<bool> isWritable_;                 // by node id: its array was made so
     std::vector<bool> wantsWhole_;                 // by node id: indices come from it
     std::vector<Whole> wholes_;                    // by node id
