@@ -13,6 +13,7 @@
 #include <qn/vmrt/engine_config.hpp>
 #include <ts/switch_changes.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -228,8 +229,9 @@ CompiledFunctions::Outcome JustInTime::call(const Code& code, std::span<const Va
         function = made.get();
         made->returns = countReturns(code);
         code.compiled = std::move(made);
-        if (!code.handlers.empty() || code.name.str().empty()) {
+        if (!code.handlers.empty()) {
             code.mayBeCompiled = false;
+            report(code, "try");
             return Outcome::Interpret;
         }
     }
@@ -239,12 +241,14 @@ CompiledFunctions::Outcome JustInTime::call(const Code& code, std::span<const Va
         else if (takesAny && function->returns.most > 0)
             return Outcome::Interpret;
     }
-    Variant* variant = nullptr;
-    for (const auto& each : function->variants)
-        if (each->fits(arguments, requested)) {
-            variant = each.get();
-            break;
-        }
+    Variant* variant = function->last;
+    if (variant == nullptr || !variant->fits(arguments, requested)) [[unlikely]] {
+        const auto found =
+            std::find_if(function->variants.begin(), function->variants.end(),
+                         [&](const auto& each) { return each->fits(arguments, requested); });
+        variant = found == function->variants.end() ? nullptr : found->get();
+        function->last = variant;
+    }
     if (variant == nullptr) [[unlikely]] {
         if (arguments.size() != code.parameters)
             return Outcome::Interpret;

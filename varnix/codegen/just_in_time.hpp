@@ -81,6 +81,7 @@ class CompiledFunction final : public CompiledCode {
 public:
     ReturnCounts returns;
     std::vector<std::unique_ptr<Variant>> variants;
+    Variant* last = nullptr; ///< the one that was called last
 };
 
 class JustInTime final : public CompiledFunctions {

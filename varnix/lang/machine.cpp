@@ -97,30 +97,35 @@ bool Machine::beginCompiled(const Code& code, std::span<Value> arguments, const 
     }
     detail::pollInterrupt();
     const bool takesAny = sink.base == nullptr || sink.result != noSlot;
-    std::array<Value, mostResults> results;
-    const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
-    switch (compiled_->call(code, arguments, sink.requested, takesAny,
-                            options_.maxCallDepth - depth_ - 2, {results.data(), wanted})) {
-    case CompiledFunctions::Outcome::Done:
-        for (Value& argument : arguments)
-            argument = Value();
-        if (sink.base != nullptr && sink.requested <= 1) [[likely]] {
+    const std::size_t depthLeft = options_.maxCallDepth - depth_ - 2;
+    CompiledFunctions::Outcome outcome{};
+    if (sink.base != nullptr && sink.requested <= 1) [[likely]] {
+        Value result;
+        outcome =
+            compiled_->call(code, arguments, sink.requested, takesAny, depthLeft, {&result, 1});
+        if (outcome == CompiledFunctions::Outcome::Done) [[likely]] {
+            for (Value& argument : arguments)
+                argument = Value();
             if (sink.result != noSlot)
-                sink.base[sink.result] = std::move(results[0]);
+                sink.base[sink.result] = std::move(result);
             return false;
         }
-        deliver(std::span<Value>(results.data(), results[0].isUnset() ? 0 : wanted), sink,
-                code.name.c_str());
-        return false;
-    case CompiledFunctions::Outcome::Interpret:
-        enter(code, arguments, sink);
-        break;
-    case CompiledFunctions::Outcome::InterpretToFail: {
-        Frame& frame = enter(code, arguments, sink);
+    } else {
+        std::array<Value, mostResults> results;
+        const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
+        outcome = compiled_->call(code, arguments, sink.requested, takesAny, depthLeft,
+                                  {results.data(), wanted});
+        if (outcome == CompiledFunctions::Outcome::Done) {
+            for (Value& argument : arguments)
+                argument = Value();
+            deliver(std::span<Value>(results.data(), results[0].isUnset() ? 0 : wanted), sink,
+                    code.name.c_str());
+            return false;
+        }
+    }
+    Frame& frame = enter(code, arguments, sink);
+    if (outcome == CompiledFunctions::Outcome::InterpretToFail)
         frame.flags = static_cast<std::uint8_t>(frame.flags | Frame::MustFail);
-        break;
-    }
-    }
     return true;
 }
 

@@ -87,6 +87,9 @@ private:
         const Site& site = facts_.sites[static_cast<std::size_t>(status) - 1];
         const EvaluationError error(site.code, facts_.functions[site.function], site.line,
                                     site.detail);
+        if (site.code >= TrapCode::FirstOfHost) { // no check of ours
+            throw error;
+        }
         if (reports_) {
             consoleWrite(error.function() + ": line " + std::to_string(error.line()) + ": " +
                          error.what() + "\n");
