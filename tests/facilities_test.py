@@ -797,6 +797,29 @@ c = internal.quarn.ProfilingInstrumentation
         self.assertIn("(count ", final("c.Enabled = true\n"))
 
 
+class Output(Facility):
+    """What is no plain file is not replaced by one: the program may well run as root."""
+
+    def test_quarn_opt_keeps_links_and_writes_into_pipes(self):
+        source = self.folder / "f.qnel"
+        source.write_text("(function f f64 (block b0 (ret 1.0)))\n", encoding="utf-8")
+        link, target = self.folder / "link", self.folder / "target"
+        link.symlink_to(target)
+        for _ in range(2):  # the target is there only the second time
+            self.quarn_opt("-o", link, source)
+            self.assertTrue(link.is_symlink())
+            self.assertIn("(function f f64", target.read_text(encoding="utf-8"))
+        pipe = self.folder / "pipe"
+        os.mkfifo(pipe)
+        reader = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        self.quarn_opt("-o", pipe, source)
+        self.assertIn(b"(function f f64", os.read(reader, 10000))
+        self.assertTrue(pipe.is_fifo())
+        self.assertEqual(sorted(path.name for path in self.folder.iterdir()),
+                         ["f.qnel", "link", "pipe", "target"])
+
+
 class Hub(Facility):
     TWO = """
 internal.quarn.Debug.enable

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace QN::detail {
@@ -43,6 +44,21 @@ int writeNewFile(const std::string& path, std::string_view bytes) noexcept {
     return error != 0 ? error : closeError;
 }
 
+// The file that takes the place of what stands at `path`: of a link its target. Empty where nothing
+// may take that place and the bytes go into what is there: a device, a pipe, a link to nowhere.
+std::string replaceable(const std::string& path) {
+    struct stat found;
+    if (::lstat(path.c_str(), &found) != 0) {
+        return path;
+    }
+    if (!S_ISLNK(found.st_mode)) {
+        return S_ISREG(found.st_mode) || S_ISDIR(found.st_mode) ? path : "";
+    }
+    std::error_code nowhere;
+    const std::string target = std::filesystem::canonical(path, nowhere).string();
+    return nowhere ? "" : replaceable(target);
+}
+
 } // namespace
 
 std::string asFileName(std::string_view tag) {
@@ -68,8 +84,10 @@ void FailureReport::failed(const std::string& what) {
 
 bool FileWriter::write(const std::string& path, std::string_view bytes) {
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    const std::string target = replaceable(path);
     // The process id keeps two processes that write the same file apart.
-    const std::string temporary = path + "." + std::to_string(::getpid()) + ".part";
+    const std::string temporary =
+        target.empty() ? path : target + "." + std::to_string(::getpid()) + ".part";
     int error = writeNewFile(temporary, bytes);
     if (error == ENOENT && !folder.empty()) {
         std::error_code noFolder;
@@ -81,11 +99,13 @@ bool FileWriter::write(const std::string& path, std::string_view bytes) {
         }
         error = writeNewFile(temporary, bytes);
     }
-    if (error == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) {
+    if (error == 0 && !target.empty() && ::rename(temporary.c_str(), target.c_str()) != 0) {
         error = errno;
     }
     if (error != 0) {
-        ::unlink(temporary.c_str());
+        if (!target.empty()) {
+            ::unlink(temporary.c_str());
+        }
         const std::string place =
             folder.empty() ? std::string("this folder") : "'" + folder.string() + "'";
         report_.failed("Cannot write files in " + place + ": " + std::strerror(error) + ".");

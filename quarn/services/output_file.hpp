@@ -29,7 +29,8 @@ private:
 class FileWriter {
 public:
     /// Makes `bytes` the contents of the file `path`, whose folder is made if it is not there.
-    /// Returns whether it worked; if not, a file of that name is as it was before.
+    /// Returns whether it worked; if not, a file of that name is as it was before. A link stays and
+    /// its target is written; what is no file, such as a device or a pipe, takes the bytes in.
     bool write(const std::string& path, std::string_view bytes);
 
 private:

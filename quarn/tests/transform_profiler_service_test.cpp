@@ -3,8 +3,11 @@
 
 #include <qn/transform_profiler_service.hpp>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace QN;
 using namespace QN::testing_support;
@@ -193,6 +196,33 @@ TEST_F(TransformProfiler, ThresholdWritesPartsAndBoundsWhatIsKept) {
     EXPECT_EQ(linesOf(contentsOf(folder + "/p-1.csv")).size(), 3U);
     EXPECT_THAT(linesOf(contentsOf(folder + "/p-2.csv")).at(1), MatchesRegex("3,3,folding.*"));
     EXPECT_EQ(linesOf(contentsOf(folder + "/p.csv")).size(), 2U);
+}
+
+TEST_F(TransformProfiler, DestinationThatIsNoFileTakesTheReportIn) {
+    service.setRequestedAfter(true);
+    fold(f);
+    const std::string pipe = folder + "/pipe.csv";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+    service.setDumpDestination(pipe);
+    service.dump();
+    char start[8] = {};
+    EXPECT_EQ(::read(reader, start, 7), 7);
+    EXPECT_STREQ(start, "record,");
+    ::close(reader);
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+
+    // A link stays one, whether its target is there or not.
+    const std::string link = folder + "/link.csv";
+    std::filesystem::create_symlink(folder + "/target.csv", link);
+    service.setDumpDestination(link);
+    for (int i = 0; i < 2; ++i) {
+        service.dump();
+        EXPECT_TRUE(std::filesystem::is_symlink(link));
+        EXPECT_EQ(linesOf(contentsOf(folder + "/target.csv")).size(), 2U);
+    }
+    EXPECT_EQ(filesIn(folder), (std::vector<std::string>{"link.csv", "pipe.csv", "target.csv"}));
+    EXPECT_EQ(console, "");
 }
 
 TEST_F(TransformProfiler, DestinationThatCannotBeWrittenIsToldAndLeavesNothing) {

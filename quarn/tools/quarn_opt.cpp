@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -62,15 +63,29 @@ bool writeOutput(const std::string& name, const std::string& text) {
     if (name == "-") {
         return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     }
-    // Under another name first, so that nothing half-written stands under the final one.
-    const std::string unfinished = name + ".tmp";
+    // Under another name first, so that nothing half-written stands under the final one. A link
+    // stays; a device or a pipe takes the text in.
+    std::error_code none;
+    std::filesystem::path target = std::filesystem::canonical(name, none);
+    if (none) {
+        target = name;
+    }
+    const std::filesystem::file_type kind = std::filesystem::symlink_status(target, none).type();
+    const bool replaces = kind == std::filesystem::file_type::regular ||
+                          kind == std::filesystem::file_type::not_found;
+    const std::string unfinished = target.string() + (replaces ? ".tmp" : "");
     std::ofstream file(unfinished, std::ios::binary);
     file.write(text.data(), static_cast<std::streamsize>(text.size()));
     file.close();
-    if (!file || std::rename(unfinished.c_str(), name.c_str()) != 0) {
+    if (file && !replaces) {
+        return true;
+    }
+    if (!file || std::rename(unfinished.c_str(), target.c_str()) != 0) {
         std::fprintf(stderr, "quarn-opt: cannot write '%s': %s\n", name.c_str(),
                      std::strerror(errno));
-        std::remove(unfinished.c_str());
+        if (replaces) {
+            std::remove(unfinished.c_str());
+        }
         return false;
     }
     return true;
