@@ -820,6 +820,86 @@ class Output(Facility):
                          ["f.qnel", "link", "pipe", "target"])
 
 
+class Timers(Facility):
+    LINE = r"(?m)^.{32}: +\S+ +m?s / +\d+  = +\S+ +m?s/hit$"
+
+    def test_the_compiler_times_its_phases(self):
+        printed = self.run_script("""
+p = internal.quarn.Profiler
+primes(10); mandel(3);
+for i = 1:length(p.timers)
+  t = p.timers[i]
+  printf("%s: %d, %s\\n", t.name, t.hits, text(t.elapsedTime > 0))
+end
+disp(p.timers)
+p.resetAllTimers
+for i = 1:length(p.timers)
+  assert(p.timers[i].hits == 0, "a timer that was not reset")
+end
+""")
+        lines = printed.splitlines()
+        phases = [line for line in lines if re.fullmatch(r"codegen .+: 2, true", line)]
+        self.assertGreaterEqual(len(phases), 3, printed)
+        self.assertEqual(len(re.findall(self.LINE, printed)), len(lines) // 2, printed)
+
+    def test_handles_of_registered_timers_never_touch_them(self):
+        self.assertEqual(self.run_script("""
+t = internal.quarn.Timer("ours")
+t.start; t.stop
+p = internal.quarn.Profiler
+before = length(p.timers)
+found = p.timers[end]
+disp(found.name)
+found.start
+disp(t.isRunning)
+delete(found)
+disp(t.isRunning)
+disp(length(p.timers) == before)
+delete(t)
+disp(length(p.timers) == before - 1)
+"""), "ours\ntrue\ntrue\ntrue\ntrue\n")
+
+    def test_probe_runs_its_four_trials(self):
+        self.assertEqual(self.run_script("""
+p = internal.quarn.TimerProbe
+for trial = 0:5
+  printf("%d ", p.probe(trial, 5))
+end
+printf("\\n")
+disp(p.innerTime)
+p.probe(2, 2);
+disp(p.innerTime >= 0.001 && p.outerTime >= p.innerTime)
+"""), "-1 0 0 0 31 -1 \n0\ntrue\n")
+
+
+class DebugLog(Facility):
+    def test_process_ids_keep_two_processes_apart_in_one_folder(self):
+        for _ in range(2):
+            self.run_script("""
+log.UsePIDInName = true
+t = internal.quarn.TransformLogService
+t.Enabled = true
+primes(5);
+""")
+        names = sorted(path.name for path in self.log.iterdir())
+        self.assertEqual(len(names), 2)
+        for name in names:
+            self.assertRegex(name, r"\Atransform-log-\d+-0001\.txt\Z")
+
+    def test_folder_that_cannot_be_made_is_told_and_the_program_goes_on(self):
+        (self.folder / "file").write_text("in the way", encoding="utf-8")
+        printed = self.run_script("""
+log.LogDirectory = "file/folder"
+t = internal.quarn.TransformLogService
+t.Enabled = true
+disp(primes(5))
+""")
+        lines = printed.splitlines()
+        self.assertEqual(lines[-1], "3")
+        self.assertEqual(len(lines), 2, printed)
+        self.assertIn("file/folder", lines[0])
+
+
 class Hub(Facility):
     TWO = """
 internal.quarn.Debug.enable

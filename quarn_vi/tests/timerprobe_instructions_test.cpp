@@ -14,7 +14,15 @@
 #include <optional>
 #include <vector>
 
-#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__)
+#define CHECKED_BUILD
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define CHECKED_BUILD
+#endif
+#endif
+
+#if defined(__x86_64__) && !defined(CHECKED_BUILD)
 #include <csignal>
 #include <sys/ptrace.h>
 #include <sys/user.h>
