@@ -23,7 +23,7 @@ constexpr std::size_t warmUp = 3;
 
 /// Functions that are a memory allocator's door, by the start of their name as callgrind writes it.
 /// What they call counts as theirs.
-constexpr std::array<std::string_view, 22> allocators = {
+constexpr std::array<std::string_view, 24> allocators = {
     "malloc",
     "calloc",
     "realloc",
@@ -43,6 +43,8 @@ constexpr std::array<std::string_view, 22> allocators = {
     "PyMem_RawMalloc",
     "PyMem_RawFree",
     "varnix::heap::detail::takeSlow",
+    "objsys::factory::full::Wrappable::operator new",
+    "objsys::factory::full::Wrappable::operator delete",
     "hvMalloc",
     "hvFree",
     "hvFreeEx",

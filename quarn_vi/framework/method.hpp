@@ -5,6 +5,7 @@
 #include "framework/members.hpp"
 #include "framework/native_object.hpp"
 
+#include <objsys/class.hpp>
 #include <objsys/factory/errors.hpp>
 #include <objsys/factory/string.hpp>
 #include <objsys/method_info.hpp>
@@ -126,9 +127,10 @@ int invokeStatic(const MethodImpl& method, int requested, COSValue* outputs,
 /// A constructor: it stores the class's construct function.
 class ObjsysConstructor final : public ObjsysMethod {
 public:
-    /// `outputs` element 0 comes in as the handle of the new instance. Returns the number of
+    /// `outputs` element 0 comes in holding the handle of the new instance. Returns the number of
     /// outputs.
-    using ConstructFunction = int (*)(int requested, hvArray** outputs, const COSValue* inputs);
+    using ConstructFunction = int (*)(const ObjsysConstructor& constructor, int requested,
+                                      COSValue* outputs, const COSValue* inputs);
 
     ObjsysConstructor(const String& className, COSMethodSignature signature,
                       ConstructFunction function)
@@ -137,38 +139,48 @@ public:
 
     bool isConstructor() const override { return true; }
     int invoke(int requested, COSValue* outputs, const COSValue* inputs) const override {
-        hvArray* instance = outputs[0].asArray();
-        return construct_(requested, &instance, inputs);
+        return construct_(*this, requested, outputs, inputs);
     }
 
 private:
     ConstructFunction construct_;
 };
 
+/// Builds the native object in memory that the host reserved; takes it back, and leaves the memory,
+/// when it cannot be bound.
+template <Controller Class, class... Args>
+void constructIn(void* storage, COSValue* outputs, [[maybe_unused]] const COSValue* inputs) {
+    struct Destroy {
+        void operator()(Class* object) const { object->~Class(); }
+    };
+    const auto build = [&]<std::size_t... I>(std::index_sequence<I...>) {
+        return ::new (storage) Class(HostType<Args>::unpack(inputs[I])...);
+    };
+    std::unique_ptr<Class, Destroy> object(build(std::index_sequence_for<Args...>{}));
+    basic::BindingRegistry::announceForConstructor(object.get(), scriptName<Class>(),
+                                                   outputs[0].asArray(), true);
+    (void)object.release(); // its class decides when it goes: HandleClassInfo::destroyInstance
+}
+
 /// The construct function of class `Class` for a constructor that takes `Args`.
 template <Controller Class, class... Args>
-int construct(int requested, hvArray** outputs, [[maybe_unused]] const COSValue* inputs) {
-    /// Takes back an object that could not be bound: all of it, or what lies in the host's storage.
-    struct TakeBack {
-        bool ownMemory;
-        void operator()(Class* object) const {
-            if (ownMemory)
-                delete object;
-            else
-                object->~Class();
-        }
-    };
-    COSInterface* const instance = cosiGetArrayElement(outputs[0], 0);
-    void* const storage = instance->getNativeStorage(scriptName<Class>());
+int construct(const ObjsysConstructor&, int requested, COSValue* outputs,
+              [[maybe_unused]] const COSValue* inputs) {
+    COSInterface* const instance = cosiGetArrayElement(outputs[0].asArray(), 0);
+    if (void* const storage = instance->getNativeStorage(outputs[0].type())) [[unlikely]] {
+        constructIn<Class, Args...>(storage, outputs, inputs);
+        return Invoker::outputCount(requested);
+    }
     const auto build = [&]<std::size_t... I>(std::index_sequence<I...>) {
-        return storage ? ::new (storage) Class(HostType<Args>::unpack(inputs[I])...)
-                       : new Class(HostType<Args>::unpack(inputs[I])...);
+        if constexpr (sizeof...(Args) == 0)
+            return new Class; // not Class(), which would clear the whole object beforehand
+        else
+            return new Class(HostType<Args>::unpack(inputs[I])...);
     };
-    std::unique_ptr<Class, TakeBack> object(build(std::index_sequence_for<Args...>{}),
-                                            TakeBack{storage == nullptr});
-    basic::BindingRegistry::announceForConstructor(object.get(), scriptName<Class>(), outputs[0],
-                                                   true);
-    (void)object.release(); // its class decides when it goes: HandleClassInfo::destroyInstance
+    std::unique_ptr<Class> object(build(std::index_sequence_for<Args...>{}));
+    basic::BindingRegistry::announceForConstructor(
+        object.get(), instance->getClass()->getFullName(), instance->handle(), true);
+    (void)object.release();
     return Invoker::outputCount(requested);
 }
 

@@ -54,14 +54,8 @@ void BindingRegistry::announceElement(hvArray* row, std::size_t index, full::Wra
     hvDestroyArray(handle);
 }
 
-void BindingRegistry::announceForConstructor(full::Wrappable* object, COSNameID className,
-                                             hvArray* instance, bool) {
-    COSInterface* const target = omGetArrayElement(instance, 0);
-    if (object && target && !target->native_ && !object->instance_) [[likely]] {
-        target->native_ = object;
-        object->instance_ = target;
-        return;
-    }
+void BindingRegistry::checkConstructed(const full::Wrappable* object, COSNameID className,
+                                       const COSInterface* target) {
     if (!object || !target)
         varnix::fail(varnix::id::nullSelf, "the constructor of {} made no object", className.str());
     if (target->native_ != object)
@@ -71,14 +65,6 @@ void BindingRegistry::announceForConstructor(full::Wrappable* object, COSNameID 
 
 void BindingRegistry::retract(full::Wrappable* object) noexcept {
     remove(object);
-}
-
-bool BindingRegistry::remove(full::Wrappable* object) noexcept {
-    if (!object || !object->instance_)
-        return false;
-    object->instance_->native_ = nullptr;
-    object->instance_ = nullptr;
-    return true;
 }
 
 } // namespace basic

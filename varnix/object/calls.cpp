@@ -102,16 +102,22 @@ const COSMethodInfo& findConstructor(COSClass& cls, std::size_t count) {
          count == 1 ? "" : "s");
 }
 
+/// What a constructor left unbound is given up.
+[[noreturn, gnu::cold]] void raiseNoObject(const COSInterface* instance) {
+    fail(id::notConstructible, "the constructor of {} made no object",
+         instance->getClass()->getFullName().str());
+}
+
 /// Makes an instance with inputs that have the declared types; the caller gets the reference to
 /// its handle.
-hvArray* makeInstance(COSClass& cls, const COSMethodInfo& constructor, const COSValue* inputs) {
+inline hvArray* makeInstance(COSClass& cls, const COSMethodInfo& constructor,
+                             const COSValue* inputs) {
     COSInterface* const instance = objsys::InstanceAccess::create(&cls);
     COSValue output = COSValue::ofArray(instance->handle(), cls.getFullName());
     try {
         constructor.invoke(1, &output, inputs);
-        if (!instance->isValid())
-            fail(id::notConstructible, "the constructor of {} made no object",
-                 cls.getFullName().str());
+        if (!instance->isValid()) [[unlikely]]
+            raiseNoObject(instance);
     } catch (...) {
         hvDestroyArray(instance->handle());
         throw;
@@ -193,10 +199,11 @@ COSValue COSMethod::callConverted(hvArray* self, std::span<const COSValue> argum
     return varnix::callRaw(*this, object, borrowed(arguments));
 }
 
-hvArray* COSClass::construct(std::span<const COSValue> arguments) {
-    // Without arguments there are no conversions, so no copies either.
-    if (const COSMethodInfo* const plain = arguments.empty() ? plainConstructor() : nullptr)
-        return varnix::makeInstance(*this, *plain, nullptr);
+hvArray* COSClass::constructPlain() {
+    return varnix::makeInstance(*this, *plainConstructor_, nullptr);
+}
+
+hvArray* COSClass::constructConverted(std::span<const COSValue> arguments) {
     return varnix::construct(*this, borrowed(arguments)).toArray();
 }
 

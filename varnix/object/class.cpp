@@ -178,13 +178,7 @@ void COSClass::define() {
 }
 
 void COSClass::withdraw() noexcept {
-    while (firstInstance_) {
-        COSInterface* const instance = firstInstance_;
-        ++instance->handle()->refs; // stays until it is out of the list
-        InstanceAccess::end(instance);
-        InstanceAccess::detachClass(instance);
-        hvDestroyArray(instance->handle());
-    }
+    InstanceAccess::endAll(this);
     if (fullName_.entry()->registeredClass == this)
         fullName_.entry()->registeredClass = nullptr;
     constructors_.clear();

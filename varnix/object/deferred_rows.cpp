@@ -40,7 +40,7 @@ void DeferredRows::count(hvArray* row) noexcept {
         ++element->handle()->refs;
 }
 
-void DeferredRows::countAll() noexcept {
+void DeferredRows::settleAll() noexcept {
     while (taken_ != 0)
         count(rows[static_cast<unsigned>(std::countr_zero(taken_))]);
 }

@@ -27,15 +27,13 @@ public:
         if (array->deferred != 0) [[unlikely]]
             count(array);
     }
+    /// Whether any row is noted.
+    static bool any() noexcept { return taken_ != 0; }
     /// Settles all rows. To be called whenever a handle has lost its last counted reference.
-    static void settleAll() noexcept {
-        if (taken_ != 0) [[unlikely]]
-            countAll();
-    }
+    static void settleAll() noexcept;
 
 private:
     static void count(hvArray* row) noexcept;
-    static void countAll() noexcept;
 
     static std::uint64_t taken_; ///< a bit for each place
 };

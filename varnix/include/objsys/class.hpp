@@ -145,7 +145,12 @@ public:
     /// handle, of which the caller gets a reference. The arguments stay the caller's. Raises
     /// "varnix:notConstructible", "varnix:tooManyInputs", "varnix:notEnoughInputs",
     /// "varnix:wrongType", or what the constructor raises; nothing is left behind then.
-    [[nodiscard]] hvArray* construct(std::span<const COSValue> arguments);
+    [[nodiscard]] hvArray* construct(std::span<const COSValue> arguments) {
+        // Without arguments there are no conversions, so no copies either.
+        if (arguments.empty() && plainConstructor_ != nullptr) [[likely]]
+            return constructPlain();
+        return constructConverted(arguments);
+    }
 
 private:
     friend class COSInterface;
@@ -160,6 +165,8 @@ private:
             define();
     }
     void define();
+    hvArray* constructPlain();
+    hvArray* constructConverted(std::span<const COSValue> arguments);
     /// Ends all instances, releases the descriptor and the members, and leaves the bare name.
     void withdraw() noexcept;
 
@@ -179,7 +186,9 @@ private:
     std::vector<COSMethod> methods_;
     std::unordered_map<COSNameID, std::size_t> propertyIndex_;
     std::unordered_map<COSNameID, std::size_t> methodIndex_;
-    COSInterface* firstInstance_ = nullptr;
+    /// The memory of the instances, and the ones of them that are free (see InstanceAccess).
+    std::vector<COSInterface*> slabs_;
+    COSInterface* freeInstances_ = nullptr;
 };
 
 } // namespace objsys

@@ -25,7 +25,7 @@ class Wrappable;
 
 class COSClass;
 
-class COSInterface {
+class alignas(64) COSInterface {
 public:
     COSInterface(const COSInterface&) = delete;
     COSInterface& operator=(const COSInterface&) = delete;
@@ -68,10 +68,7 @@ private:
     hvArray self_;
     COSInterface* selfPointer_; // what self_.data points at
     factory::full::Wrappable* native_ = nullptr;
-    void* storage_ = nullptr;
-    // The class keeps its live instances in a list, so that it can end them when it is withdrawn.
-    COSInterface* previous_ = nullptr;
-    COSInterface* next_ = nullptr;
+    void* storage_ = nullptr; // of a free instance: the next free one of the class
 };
 
 static_assert(std::is_standard_layout_v<COSInterface>); // for ofHandle

@@ -32,7 +32,8 @@ public:
     virtual factory::MethodAttributes getAttributes() const = 0;
     virtual const char* getDescription() const = 0;
     virtual const COSMethodSignature& getSignature() const = 0;
-    /// True for a constructor: output 0 comes in holding the handle of the new instance.
+    /// True for a constructor: output 0 comes in holding the handle of the new instance, with its
+    /// class's full name as data type.
     virtual bool isConstructor() const = 0;
 
     /// Calls the method. `inputs` has one entry for the object, if the signature has one, and one

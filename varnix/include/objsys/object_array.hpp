@@ -14,10 +14,10 @@ hvArray* omCreateOBJSYSMatrix(std::size_t rows, std::size_t columns, objsys::COS
 /// Element `index` of an object array, still owned by the array; null when the array is null or no
 /// object array, when the index is out of range, or when the element is empty.
 inline objsys::COSInterface* omGetArrayElement(const hvArray* array, std::size_t index) {
+    if (array && array->isHandle()) [[likely]]
+        return index == 0 ? objsys::COSInterface::ofHandle(array) : nullptr;
     if (!array || array->classID != hvOBJECT_CLASS)
         return nullptr;
-    if (array->isHandle())
-        return index == 0 ? objsys::COSInterface::ofHandle(array) : nullptr;
     return index < array->count() ? array->objects()[index] : nullptr;
 }
 

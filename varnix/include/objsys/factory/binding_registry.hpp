@@ -5,6 +5,7 @@
 #include <objsys/factory/wrappable.hpp>
 #include <objsys/interface.hpp>
 #include <objsys/name_id.hpp>
+#include <objsys/object_array.hpp>
 
 #include <cstddef>
 
@@ -67,14 +68,28 @@ public:
     /// destroyInstance decides about the object. Raises "varnix:nullSelf" for a null object or
     /// instance and "varnix:alreadyBound" when either is bound to something else.
     static void announceForConstructor(full::Wrappable* object, COSNameID className,
-                                       hvArray* instance, bool own);
+                                       hvArray* instance, [[maybe_unused]] bool own) {
+        COSInterface* const target = omGetArrayElement(instance, 0);
+        if (object && target && !target->native_ && !object->instance_) [[likely]] {
+            target->native_ = object;
+            object->instance_ = target;
+            return;
+        }
+        checkConstructed(object, className, target);
+    }
 
     /// Unbinds a native object that is about to die; its handle becomes invalid. Unbound objects
     /// and null are ignored.
     static void retract(full::Wrappable* object) noexcept;
 
     /// Unbinds an object on behalf of its dying instance. Returns whether it was bound.
-    static bool remove(full::Wrappable* object) noexcept;
+    static bool remove(full::Wrappable* object) noexcept {
+        if (!object || !object->instance_)
+            return false;
+        object->instance_->native_ = nullptr;
+        object->instance_ = nullptr;
+        return true;
+    }
 
     /// The instance bound to an object, or null.
     static COSInterface* instanceOf(const full::Wrappable* object) {
@@ -88,6 +103,9 @@ private:
     /// Takes a row whose elements are all set and which has counted no references to them: the host
     /// counts them when it matters.
     static void deferReferences(hvArray* row) noexcept;
+    /// Accepts what is bound to each other already and refuses all else.
+    static void checkConstructed(const full::Wrappable* object, COSNameID className,
+                                 const COSInterface* target);
     static hvArray* announceNew(full::Wrappable* object, COSNameID className);
     static void announceElement(hvArray* row, std::size_t index, full::Wrappable* object,
                                 COSNameID className);
