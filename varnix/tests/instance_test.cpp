@@ -3,7 +3,9 @@
 #include "tests/object_sample.hpp"
 
 #include <gtest/gtest.h>
+#include <set>
 #include <stdexcept>
+#include <vector>
 
 namespace {
 
@@ -174,6 +176,60 @@ TEST_F(InstanceTest, AnnouncedAnewByItsClassAtTheEnd) {
     EXPECT_EQ(Store::living, 1);
     renewed = {};
     EXPECT_EQ(Store::living, 0);
+}
+
+// Instances lie in slabs of their class, and free ones are used again.
+TEST_F(InstanceTest, ManyOfAClassAreMadeDroppedAndMadeAgain) {
+    SampleInfo& info = addConstructible("Thing");
+    addConstructible("Other");
+    std::vector<Value> things;
+    for (int i = 0; i < 200; ++i) {
+        things.push_back(make("Thing"));
+        if (i % 50 == 0)
+            things.push_back(make("Other"));
+    }
+    std::set<const COSInterface*> distinct;
+    for (const Value& thing : things) {
+        distinct.insert(instanceOf(thing));
+        EXPECT_TRUE(instanceOf(thing)->isValid());
+    }
+    EXPECT_EQ(distinct.size(), things.size());
+    for (std::size_t i = 0; i < things.size(); i += 3)
+        things[i] = Value();
+    for (std::size_t i = 0; i < things.size(); i += 3) {
+        things[i] = make("Thing");
+        EXPECT_TRUE(instanceOf(things[i])->isValid());
+        EXPECT_EQ(things[i].array()->refs, 1u);
+        EXPECT_EQ(instanceOf(things[i])->getNativeStorage(nameOf("Thing")), nullptr);
+        EXPECT_EQ(instanceOf(things[i])->getClass(), &classOf("Thing"));
+    }
+    things.clear();
+    EXPECT_EQ(Store::living, 0);
+    EXPECT_GT(info.destroyed, 200);
+}
+
+TEST_F(InstanceTest, AllOfAClassEndWithIt) {
+    const PackageTree::Mark mark = PackageTree::mark();
+    SampleInfo& info = addConstructible("Thing");
+    std::vector<Value> things;
+    for (int i = 0; i < 150; ++i)
+        things.push_back(make("Thing"));
+    for (std::size_t i = 0; i < things.size(); i += 2)
+        things[i] = Value();
+    const int before = info.destroyed;
+    Value late;
+    info.destroy = [&](COSInterface*, Wrappable* native) {
+        if (late.isUnset())
+            late = make("Thing"); // made while the class goes: ends as well
+        delete native;
+        return true;
+    };
+    EXPECT_EQ(before, 75);
+    PackageTree::withdrawSince(mark);
+    EXPECT_EQ(Store::living, 0);
+    for (std::size_t i = 1; i < things.size(); i += 2)
+        EXPECT_FALSE(instanceOf(things[i])->isValid());
+    EXPECT_FALSE(instanceOf(late)->isValid());
 }
 
 TEST_F(InstanceTest, EndsInTheOrderOfRelease) {
