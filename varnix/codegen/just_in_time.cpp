@@ -220,9 +220,11 @@ Variant* JustInTime::addVariant(CompiledFunction& function, std::span<const Valu
     return function.variants.back().get();
 }
 
-CompiledFunctions::Outcome JustInTime::call(const Code& code, std::span<const Value> arguments,
-                                            std::size_t requested, bool takesAny,
-                                            std::size_t depthLeft, std::span<Value> results) {
+CompiledFunctions::Outcome JustInTime::call(const Code& code, const Value* values,
+                                            std::size_t count, Wish wish, std::size_t depthLeft,
+                                            Value* results) {
+    const std::span<const Value> arguments(values, count);
+    std::size_t requested = wish.results;
     auto* function = static_cast<CompiledFunction*>(code.compiled.get());
     if (function == nullptr) [[unlikely]] {
         auto made = std::make_unique<CompiledFunction>();
@@ -238,7 +240,7 @@ CompiledFunctions::Outcome JustInTime::call(const Code& code, std::span<const Va
     if (requested == 0) {
         if (function->returns.least > 0)
             requested = 1; // which nobody may take
-        else if (takesAny && function->returns.most > 0)
+        else if (wish.any && function->returns.most > 0)
             return Outcome::Interpret;
     }
     Variant* variant = function->last;
@@ -261,12 +263,12 @@ CompiledFunctions::Outcome JustInTime::call(const Code& code, std::span<const Va
     }
     if (variant->code == nullptr)
         return Outcome::Interpret;
-    return run(code, *variant, arguments, depthLeft, results);
+    return run(code, *variant, values, depthLeft, results);
 }
 
-CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant,
-                                           std::span<const Value> arguments, std::size_t depthLeft,
-                                           std::span<Value> results) {
+CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant, const Value* values,
+                                           std::size_t depthLeft, Value* results) {
+    const std::span<const Value> arguments(values, variant.tags.size());
     std::array<std::uint64_t, mostSlots> slots;
     std::array<std::uint64_t, mostSlots> others; // scalar results from the second on
     QN::ArrayValue* array = variant.arrays.data();

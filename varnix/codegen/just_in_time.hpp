@@ -89,8 +89,8 @@ public:
     JustInTime(const CompilerOptions& options, NameResolver& names)
         : options_(options), names_(names) {}
 
-    Outcome call(const Code& code, std::span<const Value> arguments, std::size_t requested,
-                 bool takesAny, std::size_t depthLeft, std::span<Value> results) override;
+    Outcome call(const Code& code, const Value* arguments, std::size_t count, Wish wish,
+                 std::size_t depthLeft, Value* results) override;
 
 private:
     [[nodiscard]] bool isCurrent(const Variant& variant) const noexcept;
@@ -100,8 +100,8 @@ private:
     void compile(const Code& code, Variant& variant);
     [[nodiscard]] Variant* addVariant(CompiledFunction& function, std::span<const Value> arguments,
                                       std::size_t requested);
-    [[nodiscard]] Outcome run(const Code& code, Variant& variant, std::span<const Value> arguments,
-                              std::size_t depthLeft, std::span<Value> results);
+    [[nodiscard]] Outcome run(const Code& code, Variant& variant, const Value* arguments,
+                              std::size_t depthLeft, Value* results);
     [[nodiscard]] std::shared_ptr<Session> session();
     void report(const Code& code, const std::string& reason) const;
 

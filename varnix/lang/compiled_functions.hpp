@@ -29,13 +29,19 @@ public:
     CompiledFunctions& operator=(const CompiledFunctions&) = delete;
     virtual ~CompiledFunctions() = default;
 
-    /// Calls a function, compiling it first if need be; `arguments` stay as they are. `requested`
-    /// is how many results the caller takes; `takesAny`: with 0, it takes one if there is one.
-    /// Results go to `results`, which has room for max(requested, 1); one that is missing stays
+    /// What the caller takes: so many results; `any`: with 0, it takes one if there is one.
+    struct Wish {
+        std::uint32_t results = 0;
+        bool any = false;
+    };
+
+    /// Calls a function, compiling it first if need be; the arguments stay as they are. Results go
+    /// to `results`, which has room for as many as are wished, and for one; what is missing stays
     /// unset. `depthLeft` calls inside this one are allowed. Raises host errors: an interrupt, or a
-    /// compilation that was stopped.
-    virtual Outcome call(const Code& code, std::span<const Value> arguments, std::size_t requested,
-                         bool takesAny, std::size_t depthLeft, std::span<Value> results) = 0;
+    /// compilation that was stopped. (Few words, so that all go in registers: a call is to take
+    /// some nanoseconds.)
+    virtual Outcome call(const Code& code, const Value* arguments, std::size_t count, Wish wish,
+                         std::size_t depthLeft, Value* results) = 0;
 };
 
 /// Null for EngineChoice::None. `names` must live as long as the object.

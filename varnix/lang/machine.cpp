@@ -96,13 +96,14 @@ bool Machine::beginCompiled(const Code& code, std::span<Value> arguments, const 
         return true;
     }
     detail::pollInterrupt();
-    const bool takesAny = sink.base == nullptr || sink.result != noSlot;
+    const CompiledFunctions::Wish wish{.results = sink.requested,
+                                       .any = sink.base == nullptr || sink.result != noSlot};
     const std::size_t depthLeft = options_.maxCallDepth - depth_ - 2;
     CompiledFunctions::Outcome outcome{};
     if (sink.base != nullptr && sink.requested <= 1) [[likely]] {
         Value result;
         outcome =
-            compiled_->call(code, arguments, sink.requested, takesAny, depthLeft, {&result, 1});
+            compiled_->call(code, arguments.data(), arguments.size(), wish, depthLeft, &result);
         if (outcome == CompiledFunctions::Outcome::Done) [[likely]] {
             for (Value& argument : arguments)
                 argument = Value();
@@ -113,8 +114,8 @@ bool Machine::beginCompiled(const Code& code, std::span<Value> arguments, const 
     } else {
         std::array<Value, mostResults> results;
         const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
-        outcome = compiled_->call(code, arguments, sink.requested, takesAny, depthLeft,
-                                  {results.data(), wanted});
+        outcome = compiled_->call(code, arguments.data(), arguments.size(), wish, depthLeft,
+                                  results.data());
         if (outcome == CompiledFunctions::Outcome::Done) {
             for (Value& argument : arguments)
                 argument = Value();
