@@ -152,3 +152,27 @@ TEST(Timer, MeasuringANestedPhaseCountsOnce) {
     EXPECT_FALSE(timer.isRunning());
     EXPECT_EQ(timer.hits(), 1);
 }
+
+TEST(Timer, DeletedOneIsNamelessUntilAnotherTakesItsPlace) {
+    const std::vector<const Timer*> others = registered();
+    auto* const timer = new Timer("a name that is too long to stand inside the object itself");
+    timer->start();
+    timer->stop();
+    timer->start();
+    delete timer;
+    EXPECT_EQ(registered(), others);
+    // Somebody else's handle.
+    EXPECT_EQ(timer->name(), "");
+    EXPECT_EQ(timer->hits(), 0);
+    EXPECT_FALSE(timer->isRunning());
+    EXPECT_EQ(timer->elapsedTime(), 0.0);
+    timer->start();
+    timer->stop();
+    EXPECT_EQ(registered(), others);
+    const auto next = std::make_unique<Timer>("next");
+    EXPECT_EQ(next.get(), timer);
+    EXPECT_EQ(next->name(), "next");
+    EXPECT_EQ(next->hits(), 0);
+    EXPECT_FALSE(next->isRunning());
+    EXPECT_EQ(registered().size(), others.size() + 1);
+}

@@ -92,10 +92,37 @@ Timer::Timer(std::string name) : name_(std::move(name)) {
 }
 
 Timer::~Timer() {
+    leaveRegistry();
+}
+
+void Timer::leaveRegistry() noexcept {
     Manager& registry = manager();
     (previous_ != nullptr ? previous_->next_ : registry.first_) = next_;
     (next_ != nullptr ? next_->previous_ : registry.last_) = previous_;
     --registry.size_;
+}
+
+// Deleted timers, whose places are taken again, chained through next_.
+static constinit Timer* deletedTimers = nullptr;
+
+void* Timer::operator new(std::size_t bytes) {
+    if (deletedTimers == nullptr) {
+        return ::operator new(bytes);
+    }
+    // Its name holds no memory, so there is nothing to destroy.
+    return std::exchange(deletedTimers, deletedTimers->next_);
+}
+
+void Timer::operator delete(void* memory) noexcept {
+    ::operator delete(memory);
+}
+
+void Timer::operator delete(Timer* timer, std::destroying_delete_t) noexcept {
+    timer->leaveRegistry();
+    std::string().swap(timer->name_);
+    timer->running_ = false;
+    timer->reset();
+    timer->next_ = std::exchange(deletedTimers, timer);
 }
 
 void Timer::reset() noexcept {
