@@ -17,9 +17,11 @@ using objsys::COSNameID;
 namespace detail {
 
 volatile std::sig_atomic_t interruptRequested = 0;
+bool interruptUnderWay = false;
 
 void raiseInterrupted() {
     interruptRequested = 0;
+    interruptUnderWay = true;
     fail(id::interrupted, "interrupted");
 }
 

@@ -9,6 +9,10 @@ namespace varnix::detail {
 /// Hidden, so that every loop turn reads it directly and not through the table of exports.
 [[gnu::visibility("hidden")]] extern volatile std::sig_atomic_t interruptRequested;
 
+/// Set while an interrupt is on its way out of all running code: tells it from an error to which a
+/// script gave the same identifier.
+[[gnu::visibility("hidden")]] extern bool interruptUnderWay;
+
 /// Withdraws the request and raises "varnix:interrupted".
 [[noreturn]] void raiseInterrupted();
 

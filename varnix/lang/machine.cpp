@@ -235,7 +235,7 @@ objsys::StackFrame Machine::placeOf(const Frame& frame) {
 
 void Machine::handle(COSError error, std::size_t floor) {
     // Nobody may swallow the user's wish to stop.
-    const bool catchable = error.identifier() != id::interrupted;
+    const bool catchable = !detail::interruptUnderWay || error.identifier() != id::interrupted;
     while (depth_ > floor) {
         Frame& frame = top();
         error.addFrame(placeOf(frame));
@@ -255,6 +255,8 @@ void Machine::handle(COSError error, std::size_t floor) {
         }
         popFrame();
     }
+    if (floor == 0)
+        detail::interruptUnderWay = false; // it has arrived
     throw std::move(error);
 }
 

@@ -286,6 +286,17 @@ TEST(Interrupts, StopLoopsAndCallsAndCannotBeCaught) {
               "varnix:interrupted");
 }
 
+TEST(Interrupts, AScriptsErrorOfThatNameIsAnError) {
+    constexpr const char* forged = "try error(\"varnix:interrupted\", \"mine\"); "
+                                   "catch e disp(e.message) end";
+    EXPECT_EQ(printed(forged), "mine\n");
+    Interpreter::interrupt();
+    EXPECT_EQ(errorOf("try while true end; catch e disp(1) end").identifier(),
+              "varnix:interrupted");
+    EXPECT_EQ(printed(forged), "mine\n");
+    EXPECT_EQ(errorOf("error(\"varnix:interrupted\", \"mine\")").message(), "mine");
+}
+
 // ---- workspaces
 
 TEST(Workspaces, EvalAndCaptureWorkInTheCallersWorkspace) {
