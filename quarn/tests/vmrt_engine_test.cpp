@@ -364,7 +364,11 @@ TEST(VmrtMemory, FunctionsThatComeAndGoLeaveNothing) {
     run(1'500); // three contexts
     const std::size_t before = residentBytes();
     run(cycles);
+#if !defined(__SANITIZE_ADDRESS__) // which keeps what was freed for a while
     EXPECT_LT(residentBytes(), before + (std::size_t{8} << 20));
+#else
+    static_cast<void>(before);
+#endif
     EXPECT_EQ(engine->codeMemory().usedBytes, 0U);
 }
 
