@@ -9,6 +9,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 BUILD = pathlib.Path(os.environ["BUILD_ROOT"])
@@ -146,10 +147,11 @@ class CommandLine(unittest.TestCase):
 
     # ---- Ctrl-C
 
-    def interrupted(self, code, presses):
+    def interrupted(self, code, presses, after=0):
         with subprocess.Popen([VARNIX, "-e", code], stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True) as program:
             self.assertEqual(program.stdout.readline(), "ready\n")
+            time.sleep(after)
             for _ in range(presses):
                 program.send_signal(signal.SIGINT)
             out, err = program.communicate(timeout=300)
@@ -161,6 +163,14 @@ class CommandLine(unittest.TestCase):
             'disp("ready"); shell("true");\nx = 0;\nwhile true\n  x = x + 1;\nend', 1)
         self.assertEqual((out, status), ("", 1))
         self.assertRegex(err, r"^error: .*interrupt.*\n  at <command>:[345]:\d+\n$")
+
+    def test_interrupt_ends_compiled_code(self):
+        # Most likely in the loop; the place is that of the call in any case.
+        out, err, status = self.interrupted(
+            'function f(x)\n  while x > 0\n    x = x + 1\n  end\n  return x\nend\n'
+            'f(-1); disp("ready"); shell("true");\nf(1)', 1, after=0.5)
+        self.assertEqual((out, status), ("", 1))
+        self.assertRegex(err, r"^error: .*interrupt.*\n  at <command>:8:1\n$")
 
     # ---- modules
 
