@@ -18,10 +18,25 @@ void Service::postpass(TransformRun&) {}
 void Service::added() {}
 void Service::removed() {}
 
+void Service::setIdle(bool idle) {
+    if (idle == idle_) {
+        return;
+    }
+    if (container_ == nullptr) {
+        idle_ = idle;
+        return;
+    }
+    container_->leave(*this);
+    idle_ = idle;
+    container_->enter(*this);
+}
+
 ServiceContainer::~ServiceContainer() {
-    for (Service* service : slots_) {
-        if (service != nullptr) {
-            service->container_ = nullptr;
+    for (const auto& services : {slots_, idle_}) {
+        for (Service* const service : services) {
+            if (service != nullptr) {
+                service->container_ = nullptr;
+            }
         }
     }
 }
@@ -37,9 +52,8 @@ void ServiceContainer::addService(Service* service) {
     if (service->container_ != nullptr) {
         service->container_->removeService(service);
     }
-    slots_.push_back(service);
+    enter(*service);
     service->container_ = this;
-    ++count_;
     ++generation_;
     service->added();
 }
@@ -52,10 +66,27 @@ void ServiceContainer::removeService(Service* service) {
 }
 
 void ServiceContainer::detach(Service& service) noexcept {
-    const auto slot = std::find(slots_.begin(), slots_.end(), &service);
+    leave(service);
     service.container_ = nullptr;
-    --count_;
     ++generation_;
+}
+
+void ServiceContainer::enter(Service& service) {
+    if (service.idle_) {
+        idle_.push_back(&service);
+    } else {
+        slots_.push_back(&service);
+        ++awake_;
+    }
+}
+
+void ServiceContainer::leave(Service& service) noexcept {
+    if (service.idle_) {
+        std::erase(idle_, &service);
+        return;
+    }
+    const auto slot = std::find(slots_.begin(), slots_.end(), &service);
+    --awake_;
     if (walks_ > 0) {
         *slot = nullptr;
     } else {

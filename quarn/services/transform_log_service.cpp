@@ -38,6 +38,7 @@ const char* nameOf(RunOutcome outcome) noexcept {
 TransformLogService::TransformLogService()
     : DebugService(true, true), state_(std::make_unique<State>()) {
     setRequestedGlobalScope(true);
+    setIdle(true);
 }
 
 TransformLogService::~TransformLogService() = default;
@@ -45,6 +46,7 @@ TransformLogService::~TransformLogService() = default;
 void TransformLogService::setEnable(bool enable) {
     if (enable != enabled_) {
         enabled_ = enable;
+        setIdle(!enable);
         state_->open.clear();
         settingChanged();
     }
@@ -55,14 +57,14 @@ std::string TransformLogService::logFile() const {
 }
 
 void TransformLogService::prepass(TransformRun& run) {
-    if (enabled_ && wantsBefore(run)) {
+    if (wantsBefore(run)) {
         const std::size_t nodes = detail::nodesUnder(run);
         state_->open.open(run, {nodes, Timer::readClock()});
     }
 }
 
 void TransformLogService::postpass(TransformRun& run) {
-    if (!enabled_ || !wantsAfter(run)) {
+    if (!wantsAfter(run)) {
         return;
     }
     const std::uint64_t now = Timer::readClock();

@@ -99,7 +99,14 @@ TEST_F(LogServices, TransformLogFollowsTheDebugLogsFolder) {
 
 TEST_F(LogServices, TransformLogIsWatchingFromTheStartAndCoversTheGlobalScope) {
     TransformLogService service;
-    EXPECT_TRUE(DefaultServices::debugServices().isRegistered(&service));
+    DebugServices& services = DefaultServices::debugServices();
+    EXPECT_TRUE(services.isRegistered(&service));
+    EXPECT_TRUE(services.isQuiet()); // while it is off, it costs nothing
+    service.setEnable(true);
+    EXPECT_FALSE(services.isQuiet());
+    service.setEnable(false);
+    EXPECT_TRUE(services.isRegistered(&service));
+    EXPECT_TRUE(services.isQuiet());
     service.setEnable(true);
     Scope global(ScopeFlavor::Global, "g");
     runOnScope("inline", global, [] { return false; });

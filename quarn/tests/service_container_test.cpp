@@ -27,6 +27,7 @@ public:
     int goings = 0;
     void added() override { ++comings; }
     void removed() override { ++goings; }
+    void sleep(bool idle) { setIdle(idle); }
 };
 
 std::vector<Service*> membersOf(ServiceContainer& container) {
@@ -131,6 +132,51 @@ TEST(ServiceContainer, ServicesMayLeaveAndComeDuringAWalk) {
     EXPECT_EQ(seen[1], &b);
     EXPECT_EQ(seen[2], &d);
     EXPECT_EQ(membersOf(container), std::vector<Service*>{&d});
+}
+
+TEST(ServiceContainer, AnIdleServiceStaysRegisteredAndIsNotVisited) {
+    ServiceContainer container;
+    Counting a, b;
+    a.sleep(true);
+    container.addService(&a);
+    EXPECT_TRUE(container.isRegistered(&a));
+    EXPECT_EQ(a.comings, 1);
+    EXPECT_EQ(container.size(), 1U);
+    EXPECT_FALSE(container.empty());
+    EXPECT_TRUE(container.isQuiet());
+    container.addService(&b);
+    EXPECT_FALSE(container.isQuiet());
+    EXPECT_EQ(membersOf(container), std::vector<Service*>{&b});
+    a.sleep(false);
+    EXPECT_EQ(membersOf(container), (std::vector<Service*>{&b, &a}));
+    // During a walk, one that falls asleep is passed over; one that wakes up comes last.
+    std::vector<Service*> seen;
+    container.forEach([&](Service& service) {
+        seen.push_back(&service);
+        if (seen.size() == 1) {
+            a.sleep(true);
+            b.sleep(true);
+            b.sleep(false);
+        }
+    });
+    EXPECT_EQ(seen, (std::vector<Service*>{&b, &b}));
+    EXPECT_EQ(membersOf(container), std::vector<Service*>{&b});
+    container.removeService(&b);
+    EXPECT_TRUE(container.isQuiet());
+    container.removeService(&a);
+    EXPECT_EQ(a.goings, 1);
+    EXPECT_TRUE(container.empty());
+}
+
+TEST(ServiceContainer, ADestroyedContainerLetsIdleServicesGo) {
+    Counting a;
+    a.sleep(true);
+    {
+        ServiceContainer container;
+        container.addService(&a);
+        EXPECT_EQ(a.container(), &container);
+    }
+    EXPECT_EQ(a.container(), nullptr);
 }
 
 TEST(ServiceContainer, GenerationTellsOfEveryChange) {

@@ -26,7 +26,7 @@ std::uint64_t runCount = 0;
 
 void stopIfRequested(const TransformRun& run) {
     if (run.stopRequested()) {
-        throw CompilationStopped(run.stopReason());
+        throw CompilationStopped(std::string(run.stopReason()));
     }
 }
 

@@ -4,15 +4,16 @@
 namespace QN {
 
 const std::string& TransformRun::tag() const {
-    if (tag_.empty()) {
-        tag_.append(transform_).append(isScopeRun() ? "-scope_" : "-fcn_").append(target_);
+    std::string& tag = texts().tag;
+    if (tag.empty()) {
+        tag.append(transform_).append(isScopeRun() ? "-scope_" : "-fcn_").append(target_);
     }
-    return tag_;
+    return tag;
 }
 
 void TransformRun::requestStop(std::string_view reason) {
-    if (stopReason_.empty()) {
-        stopReason_ = reason.empty() ? "stopped" : reason;
+    if (std::string& kept = texts().stopReason; kept.empty()) {
+        kept = reason.empty() ? "stopped" : reason;
     }
 }
 

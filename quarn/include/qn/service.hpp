@@ -35,9 +35,19 @@ public:
     /// The container in which this service is registered, null if none.
     [[nodiscard]] ServiceContainer* container() const noexcept { return container_; }
 
+    /// Whether the service has said that it has nothing to do for now. It stays registered, but its
+    /// hooks are not called, and if that holds for all, a run costs what it costs without services.
+    [[nodiscard]] bool isIdle() const noexcept { return idle_; }
+
+protected:
+    /// Falls asleep or wakes up. A service that wakes up during a run waits for the next one, and
+    /// is from then on called behind those that were awake before it.
+    void setIdle(bool idle);
+
 private:
     friend class ServiceContainer;
     ServiceContainer* container_ = nullptr;
+    bool idle_ = false;
 };
 
 } // namespace QN

@@ -34,11 +34,14 @@ public:
     /// a hook of this or another service.
     void removeService(Service* service);
 
-    [[nodiscard]] std::size_t size() const noexcept { return count_; }
-    [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
+    [[nodiscard]] std::size_t size() const noexcept { return awake_ + idle_.size(); }
+    [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+    /// Whether nobody has to be called around a run: none is registered, or all are idle.
+    [[nodiscard]] bool isQuiet() const noexcept { return awake_ == 0; }
 
-    /// Calls `visit(Service&)` for each registered service in the order of registration. Services
-    /// that `visit` adds are visited too; services that it removes are not visited any more.
+    /// Calls `visit(Service&)` for each registered service that is not idle, in the order in which
+    /// they were registered or woke up. Services that `visit` adds are visited too; services that
+    /// it removes are not visited any more.
     template <typename Visitor>
     void forEach(Visitor&& visit) {
         const Walk walk(*this);
@@ -71,8 +74,8 @@ private:
     friend class Service;
     friend class ServiceBracket; // the hooks around one run of a transform
 
-    /// While a walk is under way, leaving services leave a null slot behind, so that indices stay
-    /// valid; the slots are closed when the last walk ends.
+    /// While a walk is under way, services that leave or fall asleep leave a null slot behind, so
+    /// that indices stay valid; the slots are closed when the last walk ends.
     class Walk {
     public:
         explicit Walk(ServiceContainer& container) noexcept : container_(container) {
@@ -81,7 +84,7 @@ private:
         Walk(const Walk&) = delete;
         Walk& operator=(const Walk&) = delete;
         ~Walk() {
-            if (--container_.walks_ == 0 && container_.slots_.size() != container_.count_) {
+            if (--container_.walks_ == 0 && container_.slots_.size() != container_.awake_) {
                 container_.closeGaps();
             }
         }
@@ -91,10 +94,13 @@ private:
     };
 
     void detach(Service& service) noexcept;
+    void enter(Service& service);
+    void leave(Service& service) noexcept;
     void closeGaps() noexcept;
 
-    std::vector<Service*> slots_;
-    std::size_t count_ = 0;
+    std::vector<Service*> slots_; // those that are awake, and gaps
+    std::size_t awake_ = 0;
+    std::vector<Service*> idle_;
     std::uint64_t generation_ = 0;
     std::uint32_t walks_ = 0;
 };

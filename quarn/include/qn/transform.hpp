@@ -45,11 +45,11 @@ bool runWatched(const Transform& transform, Scope& scope);
 } // namespace detail
 
 /// Runs a function transform on `function`, which has a graph: the only way in which a transform is
-/// ever run. With services registered, each one's prepass() comes before and postpass() after,
-/// paired also when the transform throws; without, the cost is one branch. Returns whether the
+/// ever run. With services awake, each one's prepass() comes before and postpass() after, paired
+/// also when the transform throws; without, the cost is one branch. Returns whether the
 /// transform changed anything.
 inline bool runTransform(const Transform& transform, Function& function) {
-    if (DefaultServices::debugServices().empty()) [[likely]] {
+    if (DefaultServices::debugServices().isQuiet()) [[likely]] {
         return transform.onFunction(function);
     }
     return detail::runWatched(transform, function);
@@ -57,7 +57,7 @@ inline bool runTransform(const Transform& transform, Function& function) {
 
 /// The same for a scope transform.
 inline bool runTransform(const Transform& transform, Scope& scope) {
-    if (DefaultServices::debugServices().empty()) [[likely]] {
+    if (DefaultServices::debugServices().isQuiet()) [[likely]] {
         return transform.onScope(scope);
     }
     return detail::runWatched(transform, scope);

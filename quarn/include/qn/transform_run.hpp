@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -58,18 +59,34 @@ public:
     /// A service calls this to end the compilation with an error after the hooks of this side have
     /// run; the first reason given is kept. An empty reason is taken for "stopped".
     void requestStop(std::string_view reason);
-    [[nodiscard]] bool stopRequested() const noexcept { return !stopReason_.empty(); }
-    [[nodiscard]] const std::string& stopReason() const noexcept { return stopReason_; }
+    [[nodiscard]] bool stopRequested() const noexcept {
+        return texts_ != nullptr && !texts_->stopReason.empty();
+    }
+    /// Empty unless a stop was requested.
+    [[nodiscard]] std::string_view stopReason() const noexcept {
+        return stopRequested() ? std::string_view(texts_->stopReason) : std::string_view();
+    }
 
 private:
+    // Most runs need neither, and making empty strings would be a part of the cost of each.
+    struct Texts {
+        std::string tag;
+        std::string stopReason;
+    };
+    Texts& texts() const {
+        if (texts_ == nullptr) {
+            texts_ = std::make_unique<Texts>();
+        }
+        return *texts_;
+    }
+
     std::uint64_t id_;
     std::string_view transform_;
     std::string_view target_;
     Scope* scope_;
     Function* function_ = nullptr;
     RunOutcome outcome_ = RunOutcome::Running;
-    mutable std::string tag_;
-    std::string stopReason_;
+    mutable std::unique_ptr<Texts> texts_;
 };
 
 } // namespace QN
