@@ -25,6 +25,15 @@ struct Row {
     std::vector<LoopMaker> makers;
     /// Repetitions counted under callgrind beyond a warm-up; few for a row that is a loop itself.
     std::size_t instructionRepetitions = 1000;
+    /// What one repetition does this many of; results are given for one.
+    double units = 1;
+    /// The same for a subject that does another number of them, by its place; empty if all do
+    /// `units`.
+    std::vector<double> unitsOfEach = {};
+
+    [[nodiscard]] double unitsOf(std::size_t subject) const {
+        return unitsOfEach.empty() ? units : unitsOfEach[subject];
+    }
 };
 
 /// A table. The first subject is the one that the others are compared with.
@@ -32,6 +41,8 @@ struct Group {
     std::vector<std::string> subjects;
     std::vector<Row> rows;
     Clock clock = Clock::processor;
+    /// Lines printed under the table: figures that are neither times nor instructions.
+    std::vector<std::string> notes = {};
 };
 
 /// What the catalogue knows of a group without building it (building starts interpreters).

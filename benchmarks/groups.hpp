@@ -17,6 +17,21 @@ Group buildStart();
 /// vmrt.cpp: compiling functions to machine code, and calling them.
 Group buildVmrt();
 
+/// ir_hooks.cpp: what stands around each run of a transform, and timers.
+Group buildHooks();
+Group buildTimers();
+
+/// ir_text.cpp: printing and verifying IR.
+Group buildPrint();
+Group buildVerify();
+
+/// ir_pool.cpp: memory of the IR, and counting what is in it.
+Group buildPools();
+
+/// ir_scale.cpp: every transform and service at three sizes.
+Group buildScaleNodes();
+Group buildScaleFunctions();
+
 /// All groups, in the order in which `./bench` runs them.
 std::span<const GroupEntry> groups();
 

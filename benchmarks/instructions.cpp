@@ -306,6 +306,7 @@ Table countInstructions(const GroupEntry& entry, const std::filesystem::path& pr
     table.legend = "instructions per operation outside the memory allocator (and inside it); "
                    "ratio: the subject's instructions to the first column's, outside";
     table.subjects = group.subjects;
+    table.notes = group.notes;
     table.firstKey = "instructions";
     table.secondKey = "allocator_instructions";
     for (const Row& row : group.rows) {
@@ -319,7 +320,7 @@ Table countInstructions(const GroupEntry& entry, const std::filesystem::path& pr
                 result.cells.emplace_back();
                 continue;
             }
-            const auto repetitions = static_cast<double>(once);
+            const double repetitions = static_cast<double>(once) * row.unitsOf(result.cells.size());
             const double total = (many->second.total - few->second.total) / repetitions;
             const double allocator = (many->second.allocator - few->second.allocator) / repetitions;
             result.cells.emplace_back(Cell{total - allocator, allocator});

@@ -122,6 +122,7 @@ Table measure(const GroupEntry& entry, Effort effort) {
                    " time, median (minimum) of " + std::to_string(effort.samples) +
                    " interleaved samples; ratio: the subject's median to the first column's";
     table.isTime = true;
+    table.notes = group.notes;
     table.subjects = group.subjects;
     table.firstKey = "median_ns";
     table.secondKey = "minimum_ns";
@@ -133,9 +134,11 @@ Table measure(const GroupEntry& entry, Effort effort) {
         TableRow result;
         result.operation = row.operation;
         for (const Timing& timing : measureInterleaved(loops, effort)) {
-            result.cells.push_back(timing.samples == 0
-                                       ? std::nullopt
-                                       : std::optional(Cell{timing.median, timing.minimum}));
+            const double units = row.unitsOf(result.cells.size());
+            result.cells.push_back(
+                timing.samples == 0
+                    ? std::nullopt
+                    : std::optional(Cell{timing.median / units, timing.minimum / units}));
         }
         table.rows.push_back(std::move(result));
     }

@@ -105,6 +105,9 @@ void print(std::ostream& out, const Table& table) {
             out << std::string(total - 2, '-') << '\n';
         }
     }
+    for (const std::string& note : table.notes) {
+        out << "   " << note << '\n';
+    }
     out.flush();
 }
 
@@ -120,7 +123,10 @@ nlohmann::json toJson(const Table& table) {
         }
         rows.push_back({{"operation", row.operation}, {"results", results}});
     }
-    return {{"title", table.title}, {"subjects", table.subjects}, {"rows", rows}};
+    return {{"title", table.title},
+            {"subjects", table.subjects},
+            {"rows", rows},
+            {"notes", table.notes}};
 }
 
 } // namespace bench

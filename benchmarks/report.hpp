@@ -33,8 +33,9 @@ struct Table {
     bool isTime = false; ///< cells are nanoseconds: each row is shown in the unit that suits it
     std::vector<std::string> subjects;
     std::vector<TableRow> rows;
-    std::string firstKey;  ///< the name of `Cell::first` in JSON
-    std::string secondKey; ///< the name of `Cell::second` in JSON
+    std::string firstKey;           ///< the name of `Cell::first` in JSON
+    std::string secondKey;          ///< the name of `Cell::second` in JSON
+    std::vector<std::string> notes; ///< lines under the table
 };
 
 /// Prints the table in columns.
