@@ -237,7 +237,7 @@ void runUnderCallgrind(const GroupEntry& entry) {
     CALLGRIND_START_INSTRUMENTATION;
     for (const Row& row : group.rows) {
         for (std::size_t i = 0; i < row.makers.size(); ++i) {
-            const Loop loop = row.makers[i]();
+            const Loop loop = row.makers[i] ? row.makers[i]() : Loop();
             if (!loop) {
                 continue;
             }

@@ -158,11 +158,18 @@ bool Pool::owns(const void* address) const noexcept {
 
 std::vector<std::span<const std::byte>> Pool::extents() const {
     std::vector<std::span<const std::byte>> ranges;
-    for (const Chunk* chunk = chunk_; chunk != nullptr; chunk = chunk->previous) {
-        const auto* const start = reinterpret_cast<const std::byte*>(chunk);
-        ranges.emplace_back(start + sizeof(Chunk), chunk == chunk_ ? next_ : start + chunk->bytes);
-    }
+    forEachExtent([&](std::span<const std::byte> range) { ranges.push_back(range); });
     return ranges;
+}
+
+void Pool::fetchAhead() const noexcept {
+    constexpr std::size_t line = 64;
+    std::size_t rest = std::size_t{8} << 10; // more would push itself out again
+    forEachExtent([&](std::span<const std::byte> extent) {
+        for (std::size_t at = 0; at < extent.size() && rest >= line; at += line, rest -= line) {
+            __builtin_prefetch(extent.data() + at);
+        }
+    });
 }
 
 bool Pool::hasCanaries() const noexcept {

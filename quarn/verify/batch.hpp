@@ -43,6 +43,7 @@ struct NodeFacts {
     const Type* type; // null if it is not one of the process's
     std::uint32_t number;
     std::uint32_t block;
+    std::uint32_t blockStart; // the number of the block's first node
     std::span<const OperandFacts> operands;
     Op op; // may be none that exists, if malformed
     std::uint8_t flags;
@@ -112,11 +113,13 @@ public:
 private:
     static constexpr std::size_t mostNodes = 128;
     static constexpr std::size_t mostOperands = 512;
+    static constexpr std::size_t atOnce = 4; // operands of a node that are taken up in one go
+    static constexpr std::size_t roomForOperands = mostOperands + Node::maxOperands + atOnce;
     static constexpr std::uint8_t none = 255;
 
-    /// Fills in all but the flags, and returns those that operands decide.
-    [[gnu::always_inline]] inline unsigned lookAt(const Node& node, std::uint32_t number,
-                                                  std::uint32_t blockStart, NodeFacts& facts);
+    void takeUp(const Node& node, std::uint32_t number, std::uint32_t blockStart);
+    template <typename NumberOf>
+    void lookAtOperands(NumberOf numberOf);
     void sortByOperation();
 
     Survey* survey_;
@@ -128,7 +131,11 @@ private:
     std::uint8_t flags_ = 0;
     std::uint32_t lines_ = 0;
     std::array<NodeFacts, mostNodes> nodes_;
-    std::array<OperandFacts, mostOperands + Node::maxOperands> operands_;
+    std::array<OperandFacts, roomForOperands> operands_;
+    // Of each operand: itself, what may stand there, and the place of its node.
+    std::array<const Operand*, roomForOperands> sources_;
+    std::array<std::uint8_t, roomForOperands> takenKinds_;
+    std::array<std::uint8_t, roomForOperands> owners_;
     std::array<std::uint8_t, opCount> firstOf_;
     std::array<std::uint8_t, mostNodes> nextOfSameOp_;
 };

@@ -56,7 +56,8 @@ void constUnique(const Survey& graph, Sink& sink) {
     for (; slots < 2 * all.size(); slots *= 2) {
         --unusedBits;
     }
-    std::vector<std::uint32_t> table(slots, noIndex);
+    std::vector<std::uint32_t>& table = graph.scratch();
+    table.assign(slots, noIndex);
     for (std::uint32_t i = 0; i < all.size(); ++i) {
         const std::uint64_t type = Ref<const Type>(all[i]->type()).bits();
         // Doubles differ in their high bits, integers in their low ones.
@@ -89,6 +90,9 @@ void calleeName(const Survey& graph, Sink& sink) {
 }
 
 void calleeUnique(const Survey& graph, Sink& sink) {
+    if (graph.callees().size() < 2) {
+        return;
+    }
     std::vector<std::string_view> names;
     for (const Callee* const callee : graph.callees()) {
         if (const std::string_view name = safeName(graph.memory(), callee->name()); !name.empty()) {

@@ -65,24 +65,24 @@ std::uint32_t FlowGraph::best(std::uint32_t vertex) {
 void FlowGraph::findDominators(const std::vector<Successors>& successors) {
     const auto count = static_cast<std::uint32_t>(order_.size());
     // Predecessors by number, in one array.
-    std::vector<std::uint32_t> firstIn(count + 1, 0);
+    firstIn_.assign(count + 1, 0);
     for (const std::uint32_t block : order_) {
         for (const std::uint32_t next : successors[block]) {
             if (next != none) {
-                ++firstIn[rows_[next].number];
+                ++firstIn_[rows_[next].number];
             }
         }
     }
     std::uint32_t sum = 0;
-    for (std::uint32_t& start : firstIn) {
+    for (std::uint32_t& start : firstIn_) {
         sum += start;
         start = sum;
     }
-    std::vector<std::uint32_t> in(sum);
+    in_.resize(sum);
     for (std::uint32_t number = 0; number < count; ++number) {
         for (const std::uint32_t next : successors[order_[number]]) {
             if (next != none) {
-                in[--firstIn[rows_[next].number]] = number;
+                in_[--firstIn_[rows_[next].number]] = number;
             }
         }
     }
@@ -95,22 +95,22 @@ void FlowGraph::findDominators(const std::vector<Successors>& successors) {
     }
     ancestor_.assign(count, none);
     dominator_.assign(count, none);
-    std::vector<std::uint32_t> bucket(count, none); // heads of lists of vertices by semidominator
-    std::vector<std::uint32_t> nextInBucket(count, none);
+    bucket_.assign(count, none);
+    nextInBucket_.assign(count, none);
     for (std::uint32_t w = count; w-- > 1;) {
-        for (std::uint32_t i = firstIn[w]; i < firstIn[w + 1]; ++i) {
-            const std::uint32_t s = semi_[best(in[i])];
+        for (std::uint32_t i = firstIn_[w]; i < firstIn_[w + 1]; ++i) {
+            const std::uint32_t s = semi_[best(in_[i])];
             semi_[w] = s < semi_[w] ? s : semi_[w];
         }
-        nextInBucket[w] = bucket[semi_[w]];
-        bucket[semi_[w]] = w;
+        nextInBucket_[w] = bucket_[semi_[w]];
+        bucket_[semi_[w]] = w;
         const std::uint32_t p = parent_[w];
         ancestor_[w] = p;
-        for (std::uint32_t v = bucket[p]; v != none; v = nextInBucket[v]) {
+        for (std::uint32_t v = bucket_[p]; v != none; v = nextInBucket_[v]) {
             const std::uint32_t u = best(v);
             dominator_[v] = semi_[u] < semi_[v] ? u : p;
         }
-        bucket[p] = none;
+        bucket_[p] = none;
     }
     for (std::uint32_t w = 1; w < count; ++w) {
         if (dominator_[w] != semi_[w]) {
@@ -124,11 +124,13 @@ void FlowGraph::findDominators(const std::vector<Successors>& successors) {
 // and one forwards hands out intervals.
 void FlowGraph::nest() {
     const auto count = static_cast<std::uint32_t>(order_.size());
-    std::vector<std::uint32_t> size(count, 1);
+    std::vector<std::uint32_t>& size = label_; // not needed any more, as semi_
+    size.assign(count, 1);
     for (std::uint32_t w = count; w-- > 1;) {
         size[dominator_[w]] += size[w];
     }
-    std::vector<std::uint32_t> nextFree(count, 0);
+    std::vector<std::uint32_t>& nextFree = semi_;
+    nextFree.assign(count, 0);
     for (std::uint32_t w = 0; w < count; ++w) {
         Row& row = rows_[order_[w]];
         if (w > 0) {

@@ -59,6 +59,10 @@ private:
     std::vector<std::uint32_t> ancestor_;
     std::vector<std::uint32_t> label_;
     std::vector<std::uint32_t> stack_;
+    std::vector<std::uint32_t> firstIn_; // where the predecessors of each begin in in_
+    std::vector<std::uint32_t> in_;
+    std::vector<std::uint32_t> bucket_; // heads of lists of vertices by semidominator
+    std::vector<std::uint32_t> nextInBucket_;
 };
 
 } // namespace QN::verification

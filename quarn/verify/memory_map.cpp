@@ -1,5 +1,4 @@
-// Chunks start at multiples of a granule, so no granule belongs to two of them, and a table of
-// granules leads from an address to its bit.
+// Chunks start at multiples of a granule, so no granule belongs to two of them.
 #include "verify/memory_map.hpp"
 
 #include <algorithm>
@@ -7,40 +6,55 @@
 
 namespace QN::verification {
 
-void MemoryMap::reset(const Pool& pool) {
-    granules_.clear();
-    words_.assign(granuleUnits / 64, 0);
+void MemoryMap::clear() noexcept {
+    const std::uint32_t start = firstUnit_ / granuleUnits;
+    constexpr std::uint32_t words = granuleUnits / bitsPerWord;
+    for (const Granules& range : held_) {
+        const auto first = static_cast<std::ptrdiff_t>(range.first - start);
+        const auto end = static_cast<std::ptrdiff_t>(range.end - start);
+        std::fill(owned_.begin() + first, owned_.begin() + end, std::uint8_t{0});
+        std::fill(marks_.begin() + first * words, marks_.begin() + end * words, Marks{0, 0});
+    }
+    held_.clear();
+    firstUnit_ = 0;
+    unitLimit_ = 0;
+    frontier_ = 0;
     behindFrontier_ = 0;
-    const std::vector<std::span<const std::byte>> extents = pool.extents();
-    if (extents.empty()) {
+    heldBytes_ = 0;
+}
+
+void MemoryMap::reset(const Pool& pool) {
+    clear();
+    std::uint32_t first = UINT32_MAX;
+    std::uint32_t end = 0;
+    pool.forEachExtent([&](std::span<const std::byte> extent) {
+        const std::uint32_t endUnit =
+            unitOf(extent.data()) + static_cast<std::uint32_t>(extent.size() / unitBytes);
+        const Granules range{unitOf(extent.data()) / granuleUnits,
+                             (endUnit + granuleUnits - 1) / granuleUnits};
+        if (held_.empty()) { // the newest
+            frontier_ = endUnit;
+            behindFrontier_ = (granuleUnits - endUnit % granuleUnits) % granuleUnits;
+        }
+        held_.push_back(range);
+        heldBytes_ += std::size_t{range.end - range.first} * granuleBytes;
+        first = std::min(first, range.first);
+        end = std::max(end, range.end);
+    });
+    if (held_.empty()) {
         return;
     }
-    const auto startGranule = [](std::span<const std::byte> extent) {
-        return unitOf(extent.data()) / granuleUnits;
-    };
-    const auto endUnit = [](std::span<const std::byte> extent) {
-        return unitOf(extent.data()) + static_cast<std::uint32_t>(extent.size() / unitBytes);
-    };
-    const auto endGranule = [&](std::span<const std::byte> extent) {
-        return (endUnit(extent) + granuleUnits - 1) / granuleUnits;
-    };
-    firstGranule_ = UINT32_MAX;
-    std::uint32_t end = 0;
-    for (const std::span<const std::byte> extent : extents) {
-        firstGranule_ = std::min(firstGranule_, startGranule(extent));
-        end = std::max(end, endGranule(extent));
+    const std::size_t granules = end - first;
+    if (owned_.size() < granules) {
+        owned_.resize(granules, 0);
+        marks_.resize(granules * granuleUnits / bitsPerWord + 1, Marks{0, 0}); // see listOperandsOf
     }
-    granules_.assign(end - firstGranule_, 0);
-    std::uint32_t units = granuleUnits;
-    for (const std::span<const std::byte> extent : extents) {
-        for (std::uint32_t i = startGranule(extent); i < endGranule(extent); ++i) {
-            granules_[i - firstGranule_] = units;
-            units += granuleUnits;
-        }
+    for (const Granules& range : held_) {
+        std::fill(owned_.begin() + static_cast<std::ptrdiff_t>(range.first - first),
+                  owned_.begin() + static_cast<std::ptrdiff_t>(range.end - first), std::uint8_t{1});
     }
-    words_.assign(units / 64, 0);
-    frontier_ = endUnit(extents.front());
-    behindFrontier_ = (granuleUnits - frontier_ % granuleUnits) % granuleUnits;
+    firstUnit_ = first * granuleUnits;
+    unitLimit_ = static_cast<std::uint32_t>(granules) * granuleUnits;
 }
 
 bool MemoryMap::holdsRest(const void* at, std::size_t bytes) const noexcept {

@@ -52,6 +52,11 @@ public:
         return usesTable_ ? byId_[entity->id()] : byAddress_.at(entity);
     }
 
+    /// From id to number, null if there is no such table; only for ids of what was added.
+    [[nodiscard]] const std::uint32_t* table() const noexcept {
+        return usesTable_ ? byId_.data() : nullptr;
+    }
+
     /// Whether ids are known to be distinct and below the limit; otherwise they need a look.
     [[nodiscard]] bool idsAreSound() const noexcept { return usesTable_; }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 
 namespace QN::verification {
 
@@ -47,6 +48,7 @@ void Survey::take(const Function& function, const Scope* scope) {
     targets_.clear();
     linked_ = 0;
     followed_ = 0;
+    usersAreRight_ = true;
     firstNodes_.assign(1, 0);
     if (!function.hasCfg()) {
         return;
@@ -77,6 +79,11 @@ void Survey::take(const Function& function, const Scope* scope) {
     buildFlow();
     lookUpCallees(scope);
 
+    flawsBeforeUses_ = flaws_.size();
+    followUsesOfOthers();
+}
+
+void Survey::followUsesOfOthers() {
     for (const Var* const var : vars_) {
         followUses(*var, {noIndex, noIndex, var->line()});
     }
@@ -164,6 +171,7 @@ void Survey::walkNodes(std::uint32_t block) {
                                        : "leads to one whose operands reach out of the pool"));
             break;
         }
+        memory_.listOperandsOf(*at);
         const auto number = static_cast<std::uint32_t>(nodes_.size());
         nodeNumbers_.add(at, number);
         nodes_.push_back(at);
@@ -194,8 +202,7 @@ std::uint32_t Survey::blockOf(std::uint32_t node) const {
 }
 
 void Survey::buildFlow() {
-    std::vector<FlowGraph::Successors> successors(blocks_.size(),
-                                                  {FlowGraph::none, FlowGraph::none});
+    successors_.assign(blocks_.size(), {FlowGraph::none, FlowGraph::none});
     for (std::size_t i = 0; i < blocks_.size(); ++i) {
         const Node* const end = lastNode(i);
         if (end == nullptr || (end->op() != Op::Jump && end->op() != Op::Br)) {
@@ -206,11 +213,11 @@ void Survey::buildFlow() {
             const Entity* const to = operand.value();
             if (side < 2 && to != nullptr && memory_.isListed(to) &&
                 to->kind() == EntityKind::Block) {
-                successors[i][side++] = blockNumbers_[static_cast<const Block*>(to)];
+                successors_[i][side++] = blockNumbers_[static_cast<const Block*>(to)];
             }
         }
     }
-    flow_.build(successors);
+    flow_.build(successors_);
 }
 
 void Survey::lookUpCallees(const Scope* scope) {
@@ -221,14 +228,64 @@ void Survey::lookUpCallees(const Scope* scope) {
         const std::string_view name = safeName(memory_, callee->name());
         if (const Function* const found = name.empty() ? nullptr : scope->lookUp(name);
             found != nullptr) {
-            targets_.emplace(callee, found);
+            targets_.emplace_back(callee, found);
         }
     }
+    std::sort(targets_.begin(), targets_.end());
 }
 
 const Function* Survey::target(const Callee* callee) const {
-    const auto found = targets_.find(callee);
-    return found == targets_.end() ? nullptr : found->second;
+    const auto found = std::lower_bound(
+        targets_.begin(), targets_.end(), callee,
+        [](const auto& row, const Callee* wanted) { return std::less<>()(row.first, wanted); });
+    return found == targets_.end() || found->first != callee ? nullptr : found->second;
+}
+
+// Which nodes have uses, and more than one, is hard to foresee for the processor; so those that do
+// are gathered without a branch.
+void Survey::followUsesOfNodes(std::uint32_t first, std::uint32_t end) {
+    used_.resize(end - first);
+    std::size_t count = 0;
+    for (std::uint32_t number = first; number < end; ++number) {
+        used_[count] = number;
+        count += nodes_[number]->hasUses() ? 1 : 0;
+    }
+    const std::size_t waited = waiting_.size();
+    waiting_.resize(waited + count);
+    UseWalk* next = waiting_.data() + waited;
+    for (std::size_t i = 0; i < count; ++i) {
+        const Ref<const Node> node = nodes_[used_[i]];
+        const Ref<Operand> use = node->firstUseRef();
+        if (!isSoundUse(use, Ref<const Entity>(&*node), nullptr)) [[unlikely]] {
+            followOddUses(*node, Where::atNode(used_[i]), use.get(), nullptr);
+            continue;
+        }
+        ++followed_;
+        const Ref<Operand> second = use->nextUseRef();
+        __builtin_prefetch(&*second);
+        *next = {Ref<const Entity>(&*node), second, use, Where::atNode(used_[i])};
+        next += second ? 1 : 0;
+    }
+    waiting_.resize(static_cast<std::size_t>(next - waiting_.data()));
+    finishUses();
+}
+
+void Survey::followUsesAgain(const std::vector<std::uint32_t>& batches) {
+    for (const Node* const node : nodes_) {
+        for (const Operand& operand : node->operands()) {
+            if (operand.user() != node) {
+                memory_.unlistOperand(&operand);
+            }
+        }
+    }
+    flaws_.resize(flawsBeforeUses_);
+    followed_ = 0;
+    followUsesOfOthers();
+    std::uint32_t first = 0;
+    for (const std::uint32_t end : batches) {
+        followUsesOfNodes(first, end);
+        first = end;
+    }
 }
 
 // The uses of a variable or constant lie far apart, and each has to be there before the next is
@@ -242,17 +299,17 @@ void Survey::finishUses() {
         }
         for (std::size_t i = 0; i < active;) {
             UseWalk& walk = lanes[i];
-            if (isSoundUse(*walk.use, *walk.entity, walk.previous)) [[likely]] {
+            if (isSoundUse(walk.use, walk.entity, walk.previous)) [[likely]] {
                 ++followed_;
                 walk.previous = walk.use;
-                walk.use = walk.use->nextUse();
-                if (walk.use != nullptr) {
-                    __builtin_prefetch(walk.use);
+                walk.use = walk.use->nextUseRef();
+                if (walk.use) {
+                    __builtin_prefetch(&*walk.use);
                     ++i;
                     continue;
                 }
             } else {
-                followOddUses(*walk.entity, walk.where, walk.use, walk.previous);
+                followOddUses(*walk.entity, walk.where, walk.use.get(), walk.previous.get());
             }
             walk = lanes[--active];
         }
@@ -267,7 +324,7 @@ void Survey::followOddUses(const Entity& entity, Where where, const Operand* use
         note(of, where, describe(*this, entity).append(": a use in its list ").append(what));
     };
     for (; use != nullptr; use = use->nextUse()) {
-        if (isSoundUse(*use, entity, previous)) {
+        if (isSoundUse(use, &entity, previous)) {
             ++followed_;
         } else if (!memory_.holds(use, sizeof *use)) {
             return fail("lies outside the graph's pool");

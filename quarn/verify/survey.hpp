@@ -18,7 +18,7 @@
 
 #include <cstdint>
 #include <string>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace QN::verification {
@@ -94,46 +94,53 @@ public:
     /// The function that a listed callee's name finds, null if there is none.
     [[nodiscard]] const Function* target(const Callee* callee) const;
 
+    /// Room for whatever a check computes, which the next one overwrites.
+    [[nodiscard]] std::vector<std::uint32_t>& scratch() const noexcept { return scratch_; }
+
     [[nodiscard]] const std::vector<Flaw>& flaws() const noexcept { return flaws_; }
 
-    /// Has the list of uses of a listed entity followed: flaws are noted, with `where` as their
-    /// place, and uses by listed nodes are counted. All but the first use may wait for
-    /// finishUses().
-    void followUses(const Entity& entity, Where where) {
-        const Operand* const first = entity.firstUse();
-        if (first == nullptr) {
-            return;
-        }
-        if (!isSoundUse(*first, entity, nullptr)) [[unlikely]] {
-            followOddUses(entity, where, first, nullptr);
-            return;
-        }
-        ++followed_;
-        if (const Operand* const second = first->nextUse(); second != nullptr) {
-            __builtin_prefetch(second);
-            waiting_.push_back({&entity, second, first, where});
-        }
-    }
-    void finishUses();
+    /// Has the lists of uses of the nodes from number `first` to before `end` followed: flaws are
+    /// noted, and uses by listed nodes are counted.
+    void followUsesOfNodes(std::uint32_t first, std::uint32_t end);
+    /// Whether each operand of each listed node names that node as its user. As long as that has
+    /// not been denied, it is taken for granted in following uses.
+    [[nodiscard]] bool usersAreRight() const noexcept { return usersAreRight_; }
+    void denyUsers() noexcept { usersAreRight_ = false; }
+    /// To be called when all is done and users turned out not to be right: follows all uses once
+    /// more without taking it for granted. `batches` says where each call of followUsesOfNodes()
+    /// ended.
+    void followUsesAgain(const std::vector<std::uint32_t>& batches);
     /// Counts uses that operands of listed nodes have; what both counts together say is whether
     /// every operand is in a list.
     void countLinked(std::size_t operands) noexcept { linked_ += operands; }
     [[nodiscard]] bool allOperandsAreListed() const noexcept { return linked_ == followed_; }
 
 private:
+    /// All but the first use wait for finishUses().
+    void followUses(const Entity& entity, Where where) {
+        const Ref<Operand> first = entity.firstUseRef();
+        if (!first) {
+            return;
+        }
+        if (!isSoundUse(first, &entity, nullptr)) [[unlikely]] {
+            followOddUses(entity, where, first.get(), nullptr);
+            return;
+        }
+        ++followed_;
+        if (const Ref<Operand> second = first->nextUseRef(); second) {
+            __builtin_prefetch(&*second);
+            waiting_.push_back({&entity, second, first, where});
+        }
+    }
+    void followUsesOfOthers();
+    void finishUses();
+
     /// Whether `use`, come upon behind `previous` in the list of `entity`, is all that it should
     /// be. Such a use has not been met before: were it met twice, it would lead back to two places.
-    [[nodiscard]] bool isSoundUse(const Operand& use, const Entity& entity,
-                                  const Operand* previous) const noexcept {
-        if (!memory_.holds(&use, sizeof use) || use.previousUse() != previous ||
-            use.value() != &entity || !memory_.isListed(use.user()) ||
-            use.user()->kind() != EntityKind::Node) [[unlikely]] {
-            return false;
-        }
-        const Node* const user = use.user();
-        const std::size_t distance = reinterpret_cast<std::uintptr_t>(&use) -
-                                     reinterpret_cast<std::uintptr_t>(user->operands().data());
-        return distance % sizeof use == 0 && distance / sizeof use < user->numOperands();
+    [[nodiscard]] bool isSoundUse(Ref<Operand> use, Ref<const Entity> entity,
+                                  Ref<Operand> previous) const noexcept {
+        return memory_.isListedOperand(use) && use->previousUseRef() == previous &&
+               use->valueRef().bits() == entity.bits();
     }
     /// Goes on from a use that is not sound.
     void followOddUses(const Entity& entity, Where where, const Operand* use,
@@ -143,9 +150,9 @@ private:
     void walkNodes(std::uint32_t block);
     /// A list of uses that is being followed: the next use, and the one before it.
     struct UseWalk {
-        const Entity* entity;
-        const Operand* use;
-        const Operand* previous;
+        Ref<const Entity> entity;
+        Ref<Operand> use;
+        Ref<Operand> previous;
         Where where;
     };
 
@@ -169,11 +176,16 @@ private:
     Numbering<Block> blockNumbers_;
     Numbering<Node> nodeNumbers_;
     FlowGraph flow_;
-    std::unordered_map<const Callee*, const Function*> targets_;
+    std::vector<std::pair<const Callee*, const Function*>> targets_; // by address
+    mutable std::vector<std::uint32_t> scratch_;
+    std::vector<FlowGraph::Successors> successors_;
     std::vector<UseWalk> waiting_;
+    std::vector<std::uint32_t> used_;
     std::vector<Flaw> flaws_;
     std::size_t linked_ = 0;
     std::size_t followed_ = 0;
+    std::size_t flawsBeforeUses_ = 0;
+    bool usersAreRight_ = true;
 };
 
 /// "variable x (id 3)" and so on, for what is listed.

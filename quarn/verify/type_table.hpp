@@ -7,30 +7,32 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace QN::verification {
 
 /// Makes the types that have not been needed yet. There are so few that the table never changes
-/// after that.
+/// after that, and that a multiplier is found which gives each a slot of its own: a question is one
+/// look, without a branch.
 class TypeTable {
 public:
     TypeTable();
 
+    [[nodiscard]] bool contains(Ref<const Type> type) const noexcept {
+        return slots_[slotOf(type.bits(), multiplier_)] == type.bits() && type;
+    }
     [[nodiscard]] bool contains(const Type* type) const noexcept {
-        std::size_t slot = slotOf(type);
-        while (slots_[slot] != type && slots_[slot] != nullptr) {
-            slot = (slot + 1) % slots_.size();
-        }
-        return slots_[slot] == type && type != nullptr;
+        return contains(Ref<const Type>(type)) && Ref<const Type>(type).get() == type;
     }
 
 private:
-    static std::size_t slotOf(const Type* type) noexcept {
-        const std::uint32_t hash = Ref<const Type>(type).bits() * 0x9E3779B1U;
-        return hash >> 24; // 256 slots
+    static constexpr std::size_t slotCount = 512;
+    static std::size_t slotOf(std::uint32_t bits, std::uint32_t multiplier) noexcept {
+        static_assert(slotCount == std::size_t{1} << 9);
+        return static_cast<std::uint32_t>(bits * multiplier) >> (32 - 9);
     }
-    void add(const Type* type) noexcept;
-    std::array<const Type*, 256> slots_ = {};
+    std::array<std::uint32_t, slotCount> slots_ = {};
+    std::uint32_t multiplier_ = 0x9E3779B1U;
 };
 
 [[nodiscard]] const TypeTable& typeTable() noexcept;

@@ -18,8 +18,10 @@ bool isParam(const Var* var) {
     return var->varKind() == VarKind::Param;
 }
 
-std::vector<const Var*> paramsOf(const Survey& graph) {
-    std::vector<const Var*> params;
+/// The parameters in their order; what is returned is made once and filled anew by each call.
+const std::vector<const Var*>& paramsOf(const Survey& graph) {
+    static std::vector<const Var*>& params = *new std::vector<const Var*>; // lives for the process
+    params.clear();
     std::copy_if(graph.vars().begin(), graph.vars().end(), std::back_inserter(params), isParam);
     return params;
 }
@@ -57,7 +59,7 @@ void varParamCount(const Survey& graph, Sink& sink) {
 }
 
 void varParamTypes(const Survey& graph, Sink& sink) {
-    const std::vector<const Var*> params = paramsOf(graph);
+    const std::vector<const Var*>& params = paramsOf(graph);
     const std::vector<const Type*>& types = graph.function().paramTypes();
     for (std::size_t i = 0; i < std::min(params.size(), types.size()); ++i) {
         if (params[i]->type() != types[i]) {

@@ -25,6 +25,7 @@ public:
     /// The first operand that refers to this entity, null if there is none. The order of uses is
     /// not specified.
     [[nodiscard]] Operand* firstUse() const noexcept { return firstUse_.get(); }
+    [[nodiscard]] Ref<Operand> firstUseRef() const noexcept { return firstUse_; }
     [[nodiscard]] bool hasUses() const noexcept { return static_cast<bool>(firstUse_); }
     [[nodiscard]] bool hasOneUse() const noexcept;
     /// Number of uses; linear in it.
@@ -54,6 +55,12 @@ public:
     /// The next use of the same entity.
     [[nodiscard]] Operand* nextUse() const noexcept { return nextUse_.get(); }
     [[nodiscard]] Operand* previousUse() const noexcept { return previousUse_.get(); }
+
+    // The same as references, for who only compares them or looks them up.
+    [[nodiscard]] Ref<Entity> valueRef() const noexcept { return value_; }
+    [[nodiscard]] Ref<Node> userRef() const noexcept { return user_; }
+    [[nodiscard]] Ref<Operand> nextUseRef() const noexcept { return nextUse_; }
+    [[nodiscard]] Ref<Operand> previousUseRef() const noexcept { return previousUse_; }
 
     /// Makes the operand refer to `value` (null for nothing) and puts both use lists right.
     void set(Entity* value) noexcept {

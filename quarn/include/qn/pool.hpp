@@ -128,6 +128,21 @@ public:
     /// The memory handed out so far, one range for each chunk, newest first. A chunk starts at a
     /// multiple of 1 KB, a few bytes before its range.
     [[nodiscard]] std::vector<std::span<const std::byte>> extents() const;
+    /// Calls `visit(std::span<const std::byte>)` for each of them, in the same order.
+    template <typename Visitor>
+    void forEachExtent(Visitor&& visit) const {
+        for (const Chunk* chunk = chunk_; chunk != nullptr; chunk = chunk->previous) {
+            const auto* const start = reinterpret_cast<const std::byte*>(chunk);
+            visit(std::span<const std::byte>(start + sizeof(Chunk),
+                                             chunk == chunk_ ? next_ : start + chunk->bytes));
+        }
+    }
+
+    /// Asks the processor to fetch the first few KB of what was handed out, for who will walk all
+    /// of it soon; fetchAheadOfThat() is to be called some time before, and this pool's own bytes
+    /// are in the cache.
+    void fetchAhead() const noexcept;
+    void fetchAheadOfThat() const noexcept { __builtin_prefetch(chunk_); }
 
     [[nodiscard]] bool keepsRecords() const noexcept { return checks_ != nullptr; }
     [[nodiscard]] bool hasCanaries() const noexcept;
