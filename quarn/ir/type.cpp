@@ -42,7 +42,12 @@ const Type* Type::make(TypeForm form, ScalarKind kind, const Type* element) {
         name = std::string(element->name()) + "*";
         break;
     }
-    Type* const type = pool.make<Type>(EntityKind::Type, form, kind, element, pool.copy(name));
+    // Printers copy names in pieces of this size.
+    constexpr std::size_t room = 16;
+    const std::size_t length = name.size();
+    name.resize(length + room);
+    Type* const type =
+        pool.make<Type>(EntityKind::Type, form, kind, element, pool.copy(name).substr(0, length));
     detail::noteMade(nullptr, *type);
     return type;
 }

@@ -1,14 +1,16 @@
 // See labels.hpp.
 #include "text/labels.hpp"
 
+#include "text/writer.hpp"
+
 #include <qn/scope.hpp>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -121,46 +123,6 @@ std::size_t expectedLength(const Scope& scope) noexcept {
 
 namespace {
 
-/// How often each name occurs. A function has a handful of variables and is printed often, so this
-/// is a flat table with a cheap hash, not a general map.
-class NameCounts {
-public:
-    explicit NameCounts(const Cfg& cfg) : slots_(std::bit_ceil(2 * cfg.numVars() + 2)) {
-        for (const Var& var : cfg.vars()) {
-            Slot& slot = find(var.name());
-            slot.name = var.name();
-            ++slot.count;
-        }
-    }
-    [[nodiscard]] std::uint32_t of(std::string_view name) const {
-        return const_cast<NameCounts*>(this)->find(name).count;
-    }
-
-private:
-    struct Slot {
-        std::string_view name;
-        std::uint32_t count = 0;
-    };
-
-    /// The slot of the name, or the free one where it would go.
-    Slot& find(std::string_view name) noexcept {
-        std::uint64_t hash = name.size();
-        for (std::size_t i = 0; i < name.size(); i += 8) {
-            std::uint64_t part = 0;
-            std::memcpy(&part, name.data() + i, std::min<std::size_t>(8, name.size() - i));
-            hash = (hash ^ part) * 0x9E3779B97F4A7C15;
-            hash ^= hash >> 32;
-        }
-        std::size_t at = hash & (slots_.size() - 1);
-        while (slots_[at].count != 0 && slots_[at].name != name) {
-            at = (at + 1) & (slots_.size() - 1);
-        }
-        return slots_[at];
-    }
-
-    std::vector<Slot> slots_; // a power of two, at most half full
-};
-
 /// A name for a variable that has none.
 std::string madeUpName(const Var& var, const NameCounts& counts) {
     std::string label = 't' + std::to_string(var.id());
@@ -170,24 +132,64 @@ std::string madeUpName(const Var& var, const NameCounts& counts) {
     return label;
 }
 
+constexpr auto opTexts = [] {
+    std::array<std::array<char, Writer::chunk>, opCount> texts = {};
+    for (std::size_t i = 0; i < opCount; ++i) {
+        std::copy(detail::opTable[i].text.begin(), detail::opTable[i].text.end(), texts[i].begin());
+    }
+    return texts;
+}();
+
 } // namespace
+
+std::string_view textOf(Op op) noexcept {
+    return {opTexts[static_cast<std::size_t>(op)].data(), infoOf(op).text.size()};
+}
+
+void NameCounts::take(const Cfg& cfg) {
+    slots_.assign(std::bit_ceil(2 * cfg.numVars() + 2), {});
+    for (const Var& var : cfg.vars()) {
+        Slot& slot = find(var.name());
+        slot.name = var.name();
+        ++slot.count;
+    }
+}
+
+NameCounts::Slot& NameCounts::find(std::string_view name) noexcept {
+    std::uint64_t hash = name.size();
+    for (std::size_t i = 0; i < name.size(); i += 8) {
+        std::uint64_t part = 0;
+        std::memcpy(&part, name.data() + i, std::min<std::size_t>(8, name.size() - i));
+        hash = (hash ^ part) * 0x9E3779B97F4A7C15;
+        hash ^= hash >> 32;
+    }
+    std::size_t at = hash & (slots_.size() - 1);
+    while (slots_[at].count != 0 && slots_[at].name != name) {
+        at = (at + 1) & (slots_.size() - 1);
+    }
+    return slots_[at];
+}
 
 // The text may move while it grows, so what is written is noted by its end, and the views come
 // last.
-Labels::Labels(const Cfg& cfg, Style style) : vars_(cfg.varIdLimit()), consts_(cfg.numConstants()) {
-    std::vector<std::size_t> ends;
-    ends.reserve(cfg.numVars() + cfg.numConstants());
-    text_.reserve(16 * (cfg.numVars() + cfg.numConstants()));
-    addVarLabels(cfg, style, ends);
+void Labels::take(const Cfg& cfg, Style style) {
+    static constexpr char nothing[Writer::chunk] = {};
+    vars_.assign(cfg.varIdLimit(), {nothing, 0});
+    consts_.assign(cfg.numConstants(), {nothing, 0});
+    text_.clear();
+    ends_.clear();
+    longest_ = 0;
+    addVarLabels(cfg, style);
     for (const Const& constant : cfg.constants()) {
         appendConstant(text_, constant);
-        ends.push_back(text_.size());
+        ends_.push_back(text_.size());
     }
+    text_.append(Writer::chunk, '\0');
     std::size_t start = 0;
     std::size_t place = 0;
     const auto take = [&](std::string_view& label) {
-        label = std::string_view(text_).substr(start, ends[place] - start);
-        start = ends[place++];
+        label = std::string_view(text_).substr(start, ends_[place] - start);
+        start = ends_[place++];
         longest_ = std::max(longest_, label.size());
     };
     for (const Var& var : cfg.vars()) {
@@ -198,38 +200,40 @@ Labels::Labels(const Cfg& cfg, Style style) : vars_(cfg.varIdLimit()), consts_(c
     }
 }
 
-void Labels::addVarLabels(const Cfg& cfg, Style style, std::vector<std::size_t>& ends) {
+void Labels::addVarLabels(const Cfg& cfg, Style style) {
     if (style == Style::Disambiguate) {
-        addDisambiguated(cfg, ends);
+        addDisambiguated(cfg);
         return;
     }
-    std::optional<NameCounts> counts; // for plain names only if one is to be made up
+    bool areCounted = false; // plain names only if one is to be made up
     std::uint32_t place = 0;
     for (const Var& var : cfg.vars()) {
         const std::string_view name = var.name();
-        if ((style == Style::Qnel || name.empty()) && !counts) {
-            counts.emplace(cfg);
+        if ((style == Style::Qnel || name.empty()) && !areCounted) {
+            counts_.take(cfg);
+            areCounted = true;
         }
         if (style == Style::Qnel) {
             const bool named = isIdentifier(name);
             text_ += '$';
             text_ += named ? name : std::string_view();
-            if (!named || counts->of(name) > 1) {
+            if (!named || counts_.of(name) > 1) {
                 text_ += '.';
                 appendNumber(text_, place);
             }
         } else if (name.empty()) {
-            text_ += madeUpName(var, *counts);
+            text_ += madeUpName(var, counts_);
         } else {
             text_ += name;
         }
         ++place;
-        ends.push_back(text_.size());
+        ends_.push_back(text_.size());
     }
 }
 
-void Labels::addDisambiguated(const Cfg& cfg, std::vector<std::size_t>& ends) {
-    const NameCounts counts(cfg);
+void Labels::addDisambiguated(const Cfg& cfg) {
+    counts_.take(cfg);
+    const NameCounts& counts = counts_;
     std::unordered_set<std::string> taken; // labels of names that occur more than once
     std::unordered_map<std::string_view, std::uint32_t> lastNumber;
     for (const Var& var : cfg.vars()) {
@@ -243,7 +247,7 @@ void Labels::addDisambiguated(const Cfg& cfg, std::vector<std::size_t>& ends) {
             }
         }
         text_ += label;
-        ends.push_back(text_.size());
+        ends_.push_back(text_.size());
     }
 }
 

@@ -24,6 +24,31 @@ void appendConstant(std::string& out, const Const& constant);
 [[nodiscard]] std::size_t expectedLength(const Function& function) noexcept;
 [[nodiscard]] std::size_t expectedLength(const Scope& scope) noexcept;
 
+/// The text of an operation, followed by enough for Writer::putQuickly().
+[[nodiscard]] std::string_view textOf(Op op) noexcept;
+
+/// How often each name of a function's variables occurs. A function has a handful of variables and
+/// is printed often, so this is a flat table with a cheap hash, not a general map.
+class NameCounts {
+public:
+    void take(const Cfg& cfg);
+    [[nodiscard]] std::uint32_t of(std::string_view name) const noexcept {
+        return const_cast<NameCounts*>(this)->find(name).count;
+    }
+
+private:
+    struct Slot {
+        std::string_view name;
+        std::uint32_t count = 0;
+    };
+    /// The slot of the name, or the free one where it would go.
+    Slot& find(std::string_view name) noexcept;
+
+    std::vector<Slot> slots_; // a power of two, at most half full
+};
+
+/// Labels of one function at a time; used again for the next one, it keeps its memory. The text of
+/// a label is followed by enough for Writer::putQuickly().
 class Labels {
 public:
     enum class Style : std::uint8_t {
@@ -31,7 +56,12 @@ public:
         Plain,       // names as they are; tN for a temporary without one
         Disambiguate // the same, with _1, _2 behind repeated ones
     };
-    Labels(const Cfg& cfg, Style style);
+    Labels() = default;
+    Labels(const Cfg& cfg, Style style) { take(cfg, style); }
+    Labels(const Labels&) = delete;
+    Labels& operator=(const Labels&) = delete;
+
+    void take(const Cfg& cfg, Style style);
 
     [[nodiscard]] std::string_view of(const Var& var) const noexcept { return vars_[var.id()]; }
     [[nodiscard]] std::string_view of(const Const& constant) const noexcept {
@@ -42,13 +72,15 @@ public:
 
 private:
     /// Append the labels in order of declaration and note where each ends.
-    void addVarLabels(const Cfg& cfg, Style style, std::vector<std::size_t>& ends);
-    void addDisambiguated(const Cfg& cfg, std::vector<std::size_t>& ends);
+    void addVarLabels(const Cfg& cfg, Style style);
+    void addDisambiguated(const Cfg& cfg);
 
     std::string text_;
     std::vector<std::string_view> vars_;   // by id
     std::vector<std::string_view> consts_; // by id
     std::size_t longest_ = 0;
+    std::vector<std::size_t> ends_;
+    NameCounts counts_;
 };
 
 } // namespace QN::text

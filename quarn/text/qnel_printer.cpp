@@ -1,5 +1,6 @@
 // Prints QNEL. Its grammar is in qn/text.hpp; the parser is qnel_parser.cpp, and the two change
 // together.
+#include "ir/fetch_ahead.hpp"
 #include "text/labels.hpp"
 #include "text/writer.hpp"
 
@@ -24,9 +25,10 @@ public:
         head += ' ';
         text::appendName(head, scope.name());
         writer_.write(head);
-        for (const auto& function : scope.functions()) {
+        for (std::size_t i = 0; i < scope.functions().size(); ++i) {
+            detail::fetchAhead(scope.functions(), i);
             writer_.write("\n");
-            print(*function, indent + 2);
+            print(*scope.functions()[i], indent + 2);
         }
         for (const auto& child : scope.children()) {
             writer_.write("\n");
@@ -53,16 +55,19 @@ public:
             head += " local";
         }
         writer_.write(head);
-        writeLine(function.line());
+        writer_.need(24);
+        putLine(function.line());
+        writer_.commit();
         const Cfg& cfg = function.cfg();
-        const Labels labels(cfg, Labels::Style::Qnel);
+        Labels& labels = labels_;
+        labels.take(cfg, Labels::Style::Qnel);
         for (const Var& var : cfg.vars()) {
             print(var, labels, indent + 2);
         }
         for (const Block& block : cfg.blocks()) {
-            writer_.write("\n");
-            startLine(indent + 2);
-            writer_.need(32);
+            writer_.need(indent + 64);
+            writer_.put('\n');
+            writer_.spaces(indent + 2);
             writer_.put("(block b");
             writer_.putNumber(block.id());
             writer_.commit();
@@ -83,30 +88,41 @@ private:
         writer_.commit();
     }
 
-    void writeLine(std::uint32_t line) {
+    void putLine(std::uint32_t line) {
         if (line != 0) {
-            writer_.need(24);
             writer_.put(" @");
             writer_.putNumber(line);
-            writer_.commit();
+        }
+    }
+
+    /// The name of a variable that has one that is no identifier.
+    void writeQuoted(std::string_view name) {
+        if (!name.empty()) {
+            std::string quoted = " ";
+            text::appendQuoted(quoted, name);
+            writer_.write(quoted);
         }
     }
 
     void print(const Var& var, const Labels& labels, std::size_t indent) {
         constexpr std::string_view kinds[] = {"(param ", "(user ", "(temp "};
-        std::string line = "\n";
-        line.append(indent, ' ');
-        line += kinds[static_cast<std::size_t>(var.varKind())];
-        line += labels.of(var);
-        if (!var.name().empty() && !text::isIdentifier(var.name())) {
-            line += ' ';
-            text::appendQuoted(line, var.name());
+        const std::string_view label = labels.of(var);
+        writer_.need(indent + label.size() + 64);
+        writer_.put('\n');
+        writer_.spaces(indent);
+        writer_.put(kinds[static_cast<std::size_t>(var.varKind())]);
+        writer_.putQuickly(label);
+        // Only a label of a name that is an identifier begins with it.
+        if (label.size() < 2 || label[1] == '.') {
+            writer_.commit();
+            writeQuoted(var.name());
+            writer_.need(64);
         }
-        line += ' ';
-        line += var.type()->name();
-        writer_.write(line);
-        writeLine(var.line());
-        writer_.write(")");
+        writer_.put(' ');
+        writer_.putQuickly(var.type()->name());
+        putLine(var.line());
+        writer_.put(')');
+        writer_.commit();
     }
 
     void print(const Node& node, const Labels& labels, std::size_t indent) {
@@ -118,10 +134,10 @@ private:
             writer_.put('%');
             writer_.putNumber(node.id());
             writer_.put(' ');
-            writer_.put(node.type()->name());
+            writer_.putQuickly(node.type()->name());
             writer_.put(' ');
         }
-        writer_.put(infoOf(node.op()).text);
+        writer_.putQuickly(text::textOf(node.op()));
         if (node.mode() != Mode()) {
             putMode(node.mode());
         }
@@ -129,10 +145,7 @@ private:
             writer_.put(' ');
             putOperand(operand.value(), labels);
         }
-        if (node.line() != 0) {
-            writer_.put(" @");
-            writer_.putNumber(node.line());
-        }
+        putLine(node.line());
         writer_.put(')');
         writer_.commit();
     }
@@ -161,10 +174,10 @@ private:
             writer_.putNumber(static_cast<const Node*>(value)->id());
             break;
         case EntityKind::Const:
-            writer_.put(labels.of(*static_cast<const Const*>(value)));
+            writer_.putQuickly(labels.of(*static_cast<const Const*>(value)));
             break;
         case EntityKind::Var:
-            writer_.put(labels.of(*static_cast<const Var*>(value)));
+            writer_.putQuickly(labels.of(*static_cast<const Var*>(value)));
             break;
         case EntityKind::Block:
             writer_.put('b');
@@ -185,6 +198,7 @@ private:
     }
 
     Writer writer_;
+    Labels labels_;
 };
 
 } // namespace

@@ -1,4 +1,5 @@
 // Prints the text form: for people, one line per node.
+#include "ir/fetch_ahead.hpp"
 #include "text/labels.hpp"
 #include "text/writer.hpp"
 
@@ -26,9 +27,10 @@ public:
         head += toString(scope.flavor());
         head += ")\n";
         writer_.write(head);
-        for (const auto& function : scope.functions()) {
+        for (std::size_t i = 0; i < scope.functions().size(); ++i) {
+            detail::fetchAhead(scope.functions(), i);
             writer_.write("\n");
-            print(*function);
+            print(*scope.functions()[i]);
         }
         for (const auto& child : scope.children()) {
             writer_.write("\n");
@@ -43,8 +45,9 @@ public:
             return;
         }
         const Cfg& cfg = function.cfg();
-        const Labels labels(cfg, options_.disambiguateNames ? Labels::Style::Disambiguate
-                                                            : Labels::Style::Plain);
+        Labels& labels = labels_;
+        labels.take(cfg, options_.disambiguateNames ? Labels::Style::Disambiguate
+                                                    : Labels::Style::Plain);
         printSignature(function, &labels);
         if (function.line() != 0) {
             writer_.write("    # line " + std::to_string(function.line()));
@@ -52,12 +55,14 @@ public:
         writer_.write("\n");
         for (const Var& var : cfg.vars()) {
             if (var.varKind() != VarKind::Param) {
-                std::string line = var.varKind() == VarKind::User ? "    user " : "    temp ";
-                line += labels.of(var);
-                line += ": ";
-                line += var.type()->name();
-                line += '\n';
-                writer_.write(line);
+                const std::string_view label = labels.of(var);
+                writer_.need(label.size() + 64);
+                writer_.put(var.varKind() == VarKind::User ? "    user " : "    temp ");
+                writer_.putQuickly(label);
+                writer_.put(": ");
+                writer_.putQuickly(var.type()->name());
+                writer_.put('\n');
+                writer_.commit();
             }
         }
         for (const Block& block : cfg.blocks()) {
@@ -138,10 +143,10 @@ private:
             writer_.put('%');
             writer_.putNumber(node.id());
             writer_.put(": ");
-            writer_.put(node.type()->name());
+            writer_.putQuickly(node.type()->name());
             writer_.put(" = ");
         }
-        writer_.put(infoOf(node.op()).text);
+        writer_.putQuickly(text::textOf(node.op()));
         if (options_.showModes && node.has(OpFlag::Arithmetic) && node.type()->isInteger()) {
             writer_.put('<');
             writer_.put(toString(node.mode().rounding()));
@@ -169,7 +174,7 @@ private:
             return;
         case EntityKind::Const:
             if (labels != nullptr) {
-                writer_.put(labels->of(*static_cast<const Const*>(value)));
+                writer_.putQuickly(labels->of(*static_cast<const Const*>(value)));
             } else {
                 std::string constant;
                 text::appendConstant(constant, *static_cast<const Const*>(value));
@@ -179,7 +184,7 @@ private:
         case EntityKind::Var: {
             const auto& var = *static_cast<const Var*>(value);
             if (labels != nullptr) {
-                writer_.put(labels->of(var));
+                writer_.putQuickly(labels->of(var));
             } else if (var.name().empty()) {
                 writer_.put('t');
                 writer_.putNumber(var.id());
@@ -201,6 +206,7 @@ private:
     }
 
     Writer writer_;
+    Labels labels_;
     TextOptions options_;
 };
 

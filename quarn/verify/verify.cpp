@@ -1,4 +1,5 @@
 // The driver: surveys each graph, runs every check over it, and puts the failures in order.
+#include "ir/fetch_ahead.hpp"
 #include "verify/checks.hpp"
 
 #include <algorithm>
@@ -115,7 +116,7 @@ public:
         runAll(scopeChecks, scope, sink_);
         const std::vector<std::unique_ptr<Function>>& functions = scope.functions();
         for (std::size_t i = 0; i < functions.size(); ++i) {
-            fetchAhead(functions, i);
+            detail::fetchAhead(functions, i);
             if (functions[i] != nullptr) {
                 function(*functions[i], parentsAreSound ? &scope : nullptr);
             }
@@ -130,33 +131,6 @@ public:
     [[nodiscard]] Verification result() && { return std::move(result_); }
 
 private:
-    /// The graphs of a scope with many small functions come from far away; each comes in three
-    /// steps while the ones before it are verified.
-    static void fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, std::size_t i) {
-        const auto graphOf = [&](std::size_t index) -> const Cfg* {
-            return index < functions.size() && functions[index] != nullptr &&
-                           functions[index]->hasCfg()
-                       ? &functions[index]->cfg()
-                       : nullptr;
-        };
-        if (i + 4 < functions.size()) {
-            const Function* const far = functions[i + 4].get();
-            __builtin_prefetch(far);
-            __builtin_prefetch(reinterpret_cast<const char*>(far) + 64);
-        }
-        if (const Cfg* const graph = graphOf(i + 3); graph != nullptr) {
-            for (std::size_t at = 0; at < sizeof(Cfg); at += 64) {
-                __builtin_prefetch(reinterpret_cast<const char*>(graph) + at);
-            }
-        }
-        if (const Cfg* const graph = graphOf(i + 2); graph != nullptr) {
-            graph->pool().fetchAheadOfThat();
-        }
-        if (const Cfg* const graph = graphOf(i + 1); graph != nullptr) {
-            graph->pool().fetchAhead();
-        }
-    }
-
     void graph(const Function& function, const Scope* scope) {
         tools_.survey.take(function, scope);
         tools_.batches.clear();
