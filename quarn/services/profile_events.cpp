@@ -75,8 +75,16 @@ std::uint64_t ProfileEvents::learn(std::string_view name, std::uint64_t scope) {
     return place;
 }
 
+void ProfileEvents::grow() {
+    const std::size_t room = std::max<std::size_t>(64, 2 * room_);
+    auto larger = std::make_unique_for_overwrite<ProfileEvent[]>(room);
+    std::copy_n(events_.get(), count_, larger.get());
+    events_ = std::move(larger);
+    room_ = room;
+}
+
 void ProfileEvents::clear() {
-    events_.clear();
+    count_ = 0;
     names_.clear();
     known_.fill({});
 }

@@ -9,10 +9,12 @@
 #include <qn/transform_run.hpp>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace QN::detail {
 
@@ -36,10 +38,9 @@ struct ProfileEvent {
 
 class ProfileEvents {
 public:
-    /// Adds an event that has its names from `run`; the caller fills in the rest.
+    /// Adds an event that has its names from `run`; the caller fills in all the rest.
     ProfileEvent& add(const TransformRun& run) {
-        const std::string_view name =
-            run.function() != nullptr ? run.function()->name() : run.scope().name();
+        const std::string_view name = run.targetName();
         const std::uint64_t scope = run.scope().serial();
         const KnownName& known =
             known_[(reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames];
@@ -47,7 +48,10 @@ public:
                                              known.name.size() == name.size()
                                          ? known.place
                                          : learn(name, scope);
-        ProfileEvent& event = events_.emplace_back();
+        if (count_ == room_) [[unlikely]] {
+            grow();
+        }
+        ProfileEvent& event = events_[count_++];
         event.transform = run.transformName();
         event.target = target;
         event.targetLength = static_cast<std::uint32_t>(name.size());
@@ -55,7 +59,10 @@ public:
     }
     void clear();
 
-    [[nodiscard]] const std::vector<ProfileEvent>& all() const noexcept { return events_; }
+    [[nodiscard]] std::span<const ProfileEvent> all() const noexcept {
+        return {events_.get(), count_};
+    }
+    [[nodiscard]] std::size_t size() const noexcept { return count_; }
     [[nodiscard]] std::string_view targetOf(const ProfileEvent& event) const noexcept {
         return std::string_view(names_).substr(event.target, event.targetLength);
     }
@@ -72,7 +79,12 @@ private:
 
     std::uint64_t learn(std::string_view name, std::uint64_t scope);
 
-    std::vector<ProfileEvent> events_;
+    void grow();
+
+    // Not a vector, which would clear each event before it is filled.
+    std::unique_ptr<ProfileEvent[]> events_;
+    std::size_t count_ = 0;
+    std::size_t room_ = 0;
     std::string names_;
     std::array<KnownName, knownNames> known_;
 };

@@ -91,7 +91,7 @@ void TransformProfilerService::setMemEventInterval(std::size_t events) noexcept 
 }
 
 std::size_t TransformProfilerService::eventCount() const noexcept {
-    return state_->dropped + state_->events.all().size();
+    return state_->dropped + state_->events.size();
 }
 
 void TransformProfilerService::dump() {
@@ -102,7 +102,7 @@ void TransformProfilerService::emit() {
     State& state = *state_;
     state.report(destination_, '-' + std::to_string(++state.emissions), recordNumbering_,
                  tagFcnsWithLogId_);
-    state.dropped += state.events.all().size();
+    state.dropped += state.events.size();
     state.events.clear();
 }
 
@@ -150,7 +150,7 @@ void TransformProfilerService::postpass(TransformRun& run) {
         memoryInterval_ == 1 || (memoryInterval_ != 0 && eventCount() % memoryInterval_ == 0);
     event.poolBefore = withMemory ? start->pool : detail::ProfileEvent::noMemory;
     event.poolAfter = withMemory ? Pool::totalReserved() : detail::ProfileEvent::noMemory;
-    if (emitThreshold_ != 0 && state.events.all().size() >= emitThreshold_) {
+    if (emitThreshold_ != 0 && state.events.size() >= emitThreshold_) [[unlikely]] {
         emit();
     }
 }

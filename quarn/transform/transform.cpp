@@ -24,9 +24,13 @@ constexpr Transform registry[] = {
 // Numbers the watched runs of the process.
 std::uint64_t runCount = 0;
 
-void stopIfRequested(const TransformRun& run) {
-    if (run.stopRequested()) {
-        throw CompilationStopped(std::string(run.stopReason()));
+[[noreturn, gnu::cold, gnu::noinline]] void stop(const TransformRun& run) {
+    throw CompilationStopped(std::string(run.stopReason()));
+}
+
+inline void stopIfRequested(const TransformRun& run) {
+    if (run.stopRequested()) [[unlikely]] {
+        stop(run);
     }
 }
 
