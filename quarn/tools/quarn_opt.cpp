@@ -61,7 +61,12 @@ bool readInput(const std::string& name, std::string& text) {
 
 bool writeOutput(const std::string& name, const std::string& text) {
     if (name == "-") {
-        return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+        if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
+            std::fflush(stdout) == 0) {
+            return true;
+        }
+        std::fprintf(stderr, "quarn-opt: cannot write the output: %s\n", std::strerror(errno));
+        return false;
     }
     // Under another name first, so that nothing half-written stands under the final one. A link
     // stays; a device or a pipe takes the text in.
