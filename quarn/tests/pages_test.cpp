@@ -1,8 +1,10 @@
 // The dot and HTML forms, read by the programs that they are for: graphviz and, where one is
 // installed, a browser without a window.
 #include "tests/service_support.hpp"
+#include "tools/generate.hpp"
 
 #include <qn/pages.hpp>
+#include <qn/pipeline.hpp>
 #include <qn/pretty_printer.hpp>
 #include <qn/stack_trace_tag.hpp>
 
@@ -151,6 +153,30 @@ TEST_F(Pages, GraphvizDrawsEveryGraph) {
     text.clear();
     printDot(unfinished, text);
     expectDrawn("unfinished.dot", text);
+}
+
+TEST_F(Pages, GraphvizDrawsGeneratedGraphs) {
+    if (runShell("dot -V").status != 0) {
+        GTEST_SKIP() << "graphviz is not installed; its reading of dot files is not tested";
+    }
+    std::string files;
+    constexpr std::uint32_t count = 40;
+    for (std::uint32_t seed = 1; seed <= count; ++seed) {
+        const auto generated = tools::generate({seed});
+        if (seed % 2 == 0) {
+            runPipeline(*generated);
+        }
+        std::string text;
+        printDot(*generated, text, {{seed % 3 == 0, seed % 5 == 0}, "generated", {}});
+        files += ' ' + write("generated" + std::to_string(seed) + ".dot", text);
+    }
+    const Output drawn = runShell("dot -Tsvg -O" + files);
+    EXPECT_EQ(drawn.status, 0);
+    EXPECT_EQ(drawn.text, "");
+    for (std::uint32_t seed = 1; seed <= count; ++seed) {
+        const std::string svg = contentsOf(path("generated" + std::to_string(seed) + ".dot.svg"));
+        EXPECT_THAT(svg, HasSubstr("</svg>")) << "seed " << seed;
+    }
 }
 
 TEST_F(Pages, EveryLinkHasItsTarget) {

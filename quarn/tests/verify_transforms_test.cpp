@@ -5,8 +5,10 @@
 #include <qn/transform.hpp>
 #include <qn/verify.hpp>
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 using namespace QN;
 
@@ -39,15 +41,38 @@ TEST(VerifiedTransforms, GeneratedIrIsValid) {
     }
 }
 
-TEST(VerifiedTransforms, EachLeavesValidIr) {
-    for (const Transform& transform : allTransforms()) {
-        for (std::uint32_t seed = 1; seed <= 200; ++seed) {
-            const auto scope = tools::generate({seed});
-            ASSERT_EQ(runAndVerify(transform, *scope, transform.name != "control-flow"), "")
-                << transform.name << ", seed " << seed;
-        }
+class EachTransformVerified : public ::testing::TestWithParam<const Transform*> {};
+
+// Ten thousand functions for each.
+TEST_P(EachTransformVerified, LeavesValidIr) {
+    const Transform& transform = *GetParam();
+    std::size_t functions = 0;
+    for (std::uint32_t seed = 1; functions < 10000; ++seed) {
+        const auto scope = tools::generate({seed});
+        functions += scope->functions().size();
+        ASSERT_EQ(runAndVerify(transform, *scope, transform.name != "control-flow"), "")
+            << transform.name << ", seed " << seed;
     }
 }
+
+namespace {
+
+std::vector<const Transform*> pointersToAll() {
+    std::vector<const Transform*> all;
+    for (const Transform& transform : allTransforms()) {
+        all.push_back(&transform);
+    }
+    return all;
+}
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(Transforms, EachTransformVerified, ::testing::ValuesIn(pointersToAll()),
+                         [](const auto& test) {
+                             std::string name(test.param->name);
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
 
 // Ten thousand functions, all stages. Control flow is cleaned up first, and from there on every
 // block must be reachable.
