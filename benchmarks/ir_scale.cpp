@@ -4,6 +4,7 @@
 #include "ir_workload.hpp"
 
 #include <qn/collect_statistics_service.hpp>
+#include <qn/console.hpp>
 #include <qn/ir.hpp>
 #include <qn/name_printing_service.hpp>
 #include <qn/pages.hpp>
@@ -87,11 +88,23 @@ private:
     std::string path_;
 };
 
+/// While one lives, what services say on the console is dropped.
+class Silence {
+public:
+    Silence() {
+        QN::setConsoleSink([](void*, std::string_view) {}, nullptr);
+    }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+    ~Silence() { QN::setConsoleSink(nullptr, nullptr); }
+};
+
 /// A service around runs that do nothing, on each function and then on the scope.
 template <typename Make>
 Act watching(Make make) {
     return [make](QN::Scope& scope) {
         const Folder folder;
+        const Silence silence;
         const auto service = make();
         QN::DefaultServices::debugServices().addService(service.get());
         runTransformOnAll(nothing, scope);
