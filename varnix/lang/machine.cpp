@@ -206,6 +206,7 @@ COSError hostError() {
 void Machine::run() {
     const std::size_t floor = depth_ - 1;
     std::optional<COSError> error;
+    detail::interruptUnderWay = false; // nothing starts to run while one leaves the running code
     for (;;) {
         try {
             checkStack();
@@ -255,8 +256,6 @@ void Machine::handle(COSError error, std::size_t floor) {
         }
         popFrame();
     }
-    if (floor == 0)
-        detail::interruptUnderWay = false; // it has arrived
     throw std::move(error);
 }
 
