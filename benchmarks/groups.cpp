@@ -6,7 +6,7 @@
 namespace bench {
 
 std::span<const GroupEntry> groups() {
-    static const std::array<GroupEntry, 11> entries = {{
+    static const std::array<GroupEntry, 12> entries = {{
         {"door", "the door from C++, names resolved beforehand", true, buildDoor},
         {"script", "the door from a loop of the subject's own language, the loop included", true,
          buildScript},
@@ -21,6 +21,7 @@ std::span<const GroupEntry> groups() {
          true, buildScaleNodes},
         {"scale-functions", "the same on scopes of three numbers of functions, per node", true,
          buildScaleFunctions},
+        {"programs", "the numeric examples, whole processes", false, buildPrograms},
     }};
     return entries;
 }

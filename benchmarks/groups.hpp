@@ -32,6 +32,9 @@ Group buildPools();
 Group buildScaleNodes();
 Group buildScaleFunctions();
 
+/// programs.cpp: the numeric examples beside the same programs in C and in Lua.
+Group buildPrograms();
+
 /// All groups, in the order in which `./bench` runs them.
 std::span<const GroupEntry> groups();
 

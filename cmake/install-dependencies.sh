@@ -12,7 +12,8 @@ declare -A packages=(
            libcli11-dev libboost-thread-dev libflatbuffers-dev flatbuffers-compiler
            llvm-19-dev valgrind"
   [test]="libgtest-dev libgmock-dev python3 binutils nlohmann-json3-dev graphviz"
-  [bench]="python3-dev pybind11-dev liblua5.4-dev lua5.4 nlohmann-json3-dev"
+  [bench]="python3-dev pybind11-dev liblua5.4-dev lua5.4 nlohmann-json3-dev
+         clang-19 luajit"
 )
 
 wanted=()
