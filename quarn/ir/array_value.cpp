@@ -99,7 +99,9 @@ void ArrayValue::resize(std::int64_t rows, std::int64_t cols) {
     ArrayValue resized(kind_, rows, cols, buffer.elements(), buffer);
     auto* to = static_cast<std::byte*>(buffer.elements());
     const auto* from = static_cast<const std::byte*>(data_);
-    if (inPlace) {
+    if (before == 0) {
+        // Nothing to keep.
+    } else if (inPlace) {
         std::memcpy(to, from, std::min(before, after));
     } else if (const auto kept = static_cast<std::size_t>(std::min(rows, rows_)) * element;
                kept > 0) {

@@ -9,7 +9,9 @@ constinit std::array<Block*, largest / grain + 1> freeBlocks{};
 namespace {
 
 void* fromSystem(std::size_t bytes) {
-    void* const memory = std::malloc(bytes);
+    // More than any address space has is a mistake that some allocators abort at.
+    constexpr std::size_t most = std::size_t{1} << 46;
+    void* const memory = bytes <= most ? std::malloc(bytes) : nullptr;
     if (!memory)
         throw std::bad_alloc();
     return memory;
