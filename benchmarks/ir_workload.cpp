@@ -11,13 +11,16 @@
 namespace bench {
 
 std::unique_ptr<QN::Scope> makeOneFunction(std::size_t nodes) {
-    // How many nodes a statement comes to depends on the seed, and on chance in small functions; so
-    // several are tried until one is near enough, and the nearest is taken.
+    // How many nodes a statement comes to depends on chance. Small functions differ a lot and are
+    // made in no time; large ones take the generator seconds, and differ little from seed to seed.
+    const bool isSmall = nodes <= 2'000;
+    const double tolerance = isSmall ? 0.02 : 0.1;
+    const std::uint32_t seeds = isSmall ? 30 : 2;
     std::unique_ptr<QN::Scope> nearest;
     double smallest = 1;
-    for (std::uint32_t seed = 1; seed <= 30 && smallest > 0.02; ++seed) {
-        auto statements = static_cast<double>(nodes) / 3;
-        for (int round = 0; round < 3 && smallest > 0.02; ++round) {
+    for (std::uint32_t seed = 1; seed <= seeds && smallest > tolerance; ++seed) {
+        auto statements = static_cast<double>(nodes) / 2.4;
+        for (int round = 0; round < 3 && smallest > tolerance; ++round) {
             auto scope = QN::tools::generate(
                 {.seed = seed, .functions = 1, .statements = static_cast<int>(statements) + 1});
             const double ratio = static_cast<double>(nodesOf(*scope)) / static_cast<double>(nodes);
