@@ -286,11 +286,15 @@ void LlvmModule::printOneInstruction() const {
 }
 
 void LlvmModule::printGraphs() const {
+    // The writer asks for the probability of each edge; this one knows none and says "as likely as
+    // the others" at once, and the weights stay unwritten.
+    const llvm::BranchProbabilityInfo probabilities;
     for (llvm::Function& function : state_->module) {
         if (!function.isDeclaration()) {
             llvm::SmallString<0> text;
             llvm::raw_svector_ostream stream(text);
-            llvm::DOTFuncInfo info(&function);
+            llvm::DOTFuncInfo info(&function, nullptr, &probabilities, 0);
+            info.setEdgeWeights(false);
             llvm::WriteGraph(stream, &info, false);
             keep(text.data());
         }
