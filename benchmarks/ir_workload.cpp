@@ -4,34 +4,45 @@
 #include "tools/generate.hpp"
 
 #include <qn/copy.hpp>
+#include <qn/ir.hpp>
 
-#include <cmath>
-#include <utility>
+#include <vector>
 
 namespace bench {
 
+// The generator takes time that grows with the square of a function, so a large one is put together
+// of many small ones: each goes on to the next where it returned.
 std::unique_ptr<QN::Scope> makeOneFunction(std::size_t nodes) {
-    // How many nodes a statement comes to depends on chance. Small functions differ a lot and are
-    // made in no time; large ones take the generator seconds, and differ little from seed to seed.
-    const bool isSmall = nodes <= 2'000;
-    const double tolerance = isSmall ? 0.02 : 0.1;
-    const std::uint32_t seeds = isSmall ? 30 : 2;
-    std::unique_ptr<QN::Scope> nearest;
-    double smallest = 1;
-    for (std::uint32_t seed = 1; seed <= seeds && smallest > tolerance; ++seed) {
-        auto statements = static_cast<double>(nodes) / 2.4;
-        for (int round = 0; round < 3 && smallest > tolerance; ++round) {
-            auto scope = QN::tools::generate(
-                {.seed = seed, .functions = 1, .statements = static_cast<int>(statements) + 1});
-            const double ratio = static_cast<double>(nodesOf(*scope)) / static_cast<double>(nodes);
-            if (const double off = std::abs(ratio - 1); nearest == nullptr || off < smallest) {
-                smallest = off;
-                nearest = std::move(scope);
+    auto scope = std::make_unique<QN::Scope>(QN::ScopeFlavor::Unit, "one");
+    QN::Cfg& graph = scope->addFunction("f", QN::Type::voidType())->cfg();
+    std::vector<QN::Node*> returns; // of the piece before
+    for (std::uint32_t seed = 1; graph.numNodes() < nodes; ++seed) {
+        const auto piece = QN::tools::generate({.seed = seed, .functions = 1, .statements = 12});
+        const QN::Cfg& from = piece->functions().front()->cfg();
+        QN::GraphCopier copier(from, graph);
+        for (const QN::Var& var : from.vars()) {
+            copier.copyVar(var, var.name().empty() ? QN::VarKind::Temp : QN::VarKind::User);
+        }
+        copier.copyBlocks();
+        QN::Block& start = copier.of(*from.entry());
+        for (QN::Node* const end : returns) {
+            QN::Block* const block = end->block();
+            graph.remove(end);
+            QN::Builder(graph, block).jump(&start);
+        }
+        returns.clear();
+        for (const QN::Block& block : from.blocks()) {
+            if (QN::Node& end = copier.of(*block.terminator()); end.op() == QN::Op::Ret) {
+                returns.push_back(&end);
             }
-            statements /= ratio;
         }
     }
-    return nearest;
+    for (QN::Node* const end : returns) {
+        QN::Block* const block = end->block();
+        graph.remove(end);
+        QN::Builder(graph, block).ret();
+    }
+    return scope;
 }
 
 std::unique_ptr<QN::Scope> makeManyFunctions(std::size_t functions) {
