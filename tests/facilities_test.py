@@ -727,6 +727,45 @@ l.dumpHostAssembly = true
         self.assertNotEqual(self.assembly(begin + "c.Enabled = true"), never)
 
 
+class RefusedFunctions(Facility):
+    """A module makes LLVM refuse functions by their names (tests/modules/refuse.cpp)."""
+
+    def refusing(self, code):
+        modules = self.folder / "modules"
+        modules.mkdir()
+        for file in (BUILD / "lib" / "varnix" / "modules" / "quarn_vi.so",
+                     BUILD / "tests" / "refuse" / "refuse.so"):
+            (modules / file.name).symlink_to(file)
+        # What LLVM held when it stopped in the middle is lost.
+        leaks = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
+        return self.run_script(code, "--modules", str(modules), environment={"ASAN_OPTIONS": leaks})
+
+    def expect_once(self, name, message):
+        self.assertEqual(self.refusing(f"""
+function {name}(n)
+  s = 0
+  for i = 1:n
+    s = s + i * i
+  end
+  return s
+end
+function fine(x)
+  return x * x + 1
+end
+disp(fine(2))
+disp({name}(3))
+disp({name}(4))
+disp(fine(3))
+disp(primes(100))
+"""), f"5\nnot compiled, but interpreted: {name}: {message}\n14\n30\n10\n25\n")
+
+    def test_fatal_error_is_told_once_and_the_function_interpreted(self):
+        self.expect_once("fatal", "no way to schedule this")
+
+    def test_diagnosed_error_is_told_once_and_the_function_interpreted(self):
+        self.expect_once("unsupported", "no such instruction")
+
+
 class ProfilingCounters(Facility):
     def counts(self, code):
         """By unit, the sum of the counts of each function and line."""

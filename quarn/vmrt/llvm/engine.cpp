@@ -11,6 +11,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <llvm/IR/DiagnosticInfo.h>
+#include <llvm/IR/DiagnosticPrinter.h>
 #include <llvm/IR/LLVMContext.h>
 #include <llvm/IR/Verifier.h>
 #include <llvm/Support/raw_ostream.h>
@@ -152,12 +154,28 @@ private:
         constexpr int modulesPerContext = 500;
         if (context_ == nullptr || ++modules_ > modulesPerContext) {
             context_ = std::make_unique<llvm::LLVMContext>();
+            // Without a handler, LLVM prints the message and ends the process.
+            context_->setDiagnosticHandlerCallBack(
+                [](const llvm::DiagnosticInfo* info, void* engine) {
+                    static_cast<LlvmEngine*>(engine)->diagnose(*info);
+                },
+                this);
             modules_ = 0;
         }
         return *context_;
     }
 
+    /// Keeps the first error; warnings and remarks are about how fast code is.
+    void diagnose(const llvm::DiagnosticInfo& info) {
+        if (info.getSeverity() == llvm::DS_Error && diagnosed_.empty()) {
+            llvm::raw_string_ostream out(diagnosed_);
+            llvm::DiagnosticPrinterRawOStream printer(out);
+            info.print(printer);
+        }
+    }
+
     std::unique_ptr<Executable> compile(Scope& unit, Function& entry, std::string_view sourceFile) {
+        diagnosed_.clear();
         UnitEmitter emitter(context(), config_, unit, entry, sourceFile);
         const std::unique_ptr<llvm::Module> module = emitter.run();
         const std::string name(entry.name());
@@ -186,6 +204,9 @@ private:
             writeDump(name, "s", compiler_->assembly(*module));
         }
         const llvm::StringRef object = compiler_->generate(*module);
+        if (!diagnosed_.empty()) {
+            throw CompilationRefused(name, diagnosed_);
+        }
         const LinkOptions options{config_.useSoftFloat(), config_.jitEmitDebugInfo()};
         LinkedCode code = config_.useMCJIT() ? linkWithRuntimeDyld(object, symbol, slabs_, options)
                                              : linkWithJitLink(object, symbol, slabs_, options);
@@ -198,6 +219,7 @@ private:
     std::unique_ptr<Compiler> compiler_;
     std::unique_ptr<llvm::LLVMContext> context_;
     int modules_ = 0;
+    std::string diagnosed_;
 };
 
 } // namespace
