@@ -11,7 +11,7 @@ declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libfmt-dev libeigen3-dev libre2-dev libedit-dev
            libcli11-dev libboost-thread-dev libflatbuffers-dev flatbuffers-compiler
            llvm-19-dev valgrind"
-  [test]="libgtest-dev libgmock-dev python3 binutils nlohmann-json3-dev graphviz"
+  [test]="libgtest-dev libgmock-dev python3 binutils nlohmann-json3-dev graphviz gdb"
   [bench]="python3-dev pybind11-dev liblua5.4-dev lua5.4 nlohmann-json3-dev
          clang-19 luajit"
 )

@@ -713,6 +713,76 @@ disp(poly(3))
         self.assertRegex(llvm, r"fmul double")
         self.assertEqual(silent, "")
 
+    def test_code_prints_into_the_log_of_valgrind_and_nowhere_else(self):
+        if not shutil.which("valgrind") or "ASAN_OPTIONS" in os.environ:
+            self.skipTest("valgrind is not installed, or cannot run sanitized programs")
+        code = self.POLY + """
+l.jitOptimizationLevel = "None"
+l.instrumentIRDebugPrint = "ValgrindPrint"
+disp(poly(3))
+"""
+        self.assertEqual(self.run_script(code), "10\n")
+        done = subprocess.run(["valgrind", "--tool=none", str(VARNIX), "script.vx"],
+                              cwd=self.folder, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=TIME_LIMIT, check=False)
+        self.assertEqual(done.stdout, "10\n")
+        self.assertRegex(done.stderr, r"(?m)^(==|\*\*)\d+(==|\*\*) poly:8: %\d+: f64 = mul ")
+
+    def test_code_lies_in_slabs_of_the_size_that_is_set(self):
+        with subprocess.Popen([str(VARNIX)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              text=True, cwd=self.folder) as session:
+            self.addCleanup(session.kill)
+
+            def slabs(kilobytes):
+                session.stdin.write(f"l = internal.quarn.LlvmDebugger;\n"
+                                    f"l.defaultCodeSlabSizeKBytes = {kilobytes};\n"
+                                    f"disp(mandel(10))\n")
+                session.stdin.flush()
+                self.assertEqual(session.stdout.readline(), "22\n")
+                maps = pathlib.Path(f"/proc/{session.pid}/maps").read_text(encoding="utf-8")
+                found = re.findall(r"(?m)^(\w+)-(\w+) (\S+) .*quarn-code", maps)
+                return sorted((mode, (int(end, 16) - int(begin, 16)) // 1024)
+                              for begin, end, mode in found)
+
+            session.stdin.write(f'addpath("{EXAMPLES}");\n')
+            for size in (256, 1000, 3000):  # of each slab a side to write and a side to run
+                self.assertEqual(slabs(size), [("r-xs", size), ("rw-s", size)])
+            session.stdin.close()
+
+    def test_debuggers_show_script_functions_with_their_lines(self):
+        if not shutil.which("gdb"):
+            self.skipTest("gdb is not installed")
+
+        def debugged(debug_info):
+            script = self.folder / "program.vx"
+            script.write_text(f"""l = internal.quarn.LlvmDebugger
+l.jitOptimizationLevel = "None"
+l.jitEmitDebugInfo = {debug_info}
+function deep(n)
+  if n < 1
+    return 0.5
+  end
+  below = deep(n - 1)
+  return below * 2
+end
+disp(deep(2))
+""", encoding="utf-8")
+            commands = ["set breakpoint pending on", "set debuginfod enabled off",
+                        "break program.vx:9", "run", "backtrace", "delete", "continue"]
+            arguments = [word for command in commands for word in ("-ex", command)]
+            done = subprocess.run(["gdb", "-nx", "-batch", *arguments, "--args", str(VARNIX),
+                                   str(script)], stdin=subprocess.DEVNULL, capture_output=True,
+                                  text=True, timeout=TIME_LIMIT, check=False,
+                                  env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0"})
+            self.assertRegex(done.stdout, r"(?m)^2$", done.stderr)
+            return done.stdout
+
+        text = debugged("true")
+        self.assertRegex(text, r"(?m)^#0 +deep \(\) at \S*program\.vx:9$")
+        self.assertRegex(text, r"(?m)^#1 .* in deep \(\) at \S*program\.vx:8$")
+        self.assertIn("  return below * 2\n", text)
+        self.assertNotIn("deep ()", debugged("false"))
+
     def test_switch_of_profiling_leaves_no_instruction_behind(self):
         begin = "c = internal.quarn.ProfilingInstrumentation\n"
         never = self.assembly(begin)
@@ -956,7 +1026,7 @@ disp(mandel(20)); disp(primes(1000)); disp(mandel(21))
             folder = self.folder / name
             folder.mkdir(exist_ok=True)
             code = self.TWO.replace("{setup}", setup)
-            begin = f'addpath("{EXAMPLES}")\n'
+            begin = f'addpath("{EXAMPLES}");\n'
             self.assertEqual(self.run_script(code, begin=begin, folder=folder), "90\n168\n109\n")
             logs.append(folder / "LOG")
         files = [path for path in logs[0].rglob("*") if path.is_file()]

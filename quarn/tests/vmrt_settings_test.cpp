@@ -7,11 +7,14 @@
 #include <ts/debug_log.hpp>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/time.h>
+#include <ucontext.h>
 
 using namespace QN;
 using namespace QN::vmrt_test;
@@ -214,6 +217,96 @@ TEST_F(VmrtSettings, FramePointersAreKeptOrNot) {
     config.setFramePointerPolicy(VMEngineConfig::FramePointerUnspecified);
     EXPECT_EQ(assemblyOf(config), without);
 }
+
+#if defined(__x86_64__)
+namespace {
+
+/// What a sampling profiler does at its timer's signal: where the program is, and who called whom,
+/// found by nothing but frame pointers.
+struct Sampler {
+    static constexpr int mostFrames = 200;
+    static inline std::uintptr_t codeBegin = 0;
+    static inline std::uintptr_t codeEnd = 0;
+    static inline std::uintptr_t stackTop = 0;
+    static inline volatile std::sig_atomic_t done = 0;
+    static inline int framesInCode = 0;
+
+    static bool isCode(std::uintptr_t address) { return address >= codeBegin && address < codeEnd; }
+
+    static void sample(int, siginfo_t*, void* context) {
+        const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+        if (!isCode(static_cast<std::uintptr_t>(registers[REG_RIP]))) {
+            return; // the next tick
+        }
+        framesInCode = 1;
+        auto frame = static_cast<std::uintptr_t>(registers[REG_RBP]);
+        auto lowest = static_cast<std::uintptr_t>(registers[REG_RSP]);
+        for (int i = 0; i < mostFrames && frame >= lowest && frame < stackTop && frame % 8 == 0;
+             ++i) {
+            const auto* const saved = reinterpret_cast<const std::uintptr_t*>(frame);
+            if (!isCode(saved[1])) {
+                break;
+            }
+            ++framesInCode;
+            lowest = frame + 1;
+            frame = saved[0];
+        }
+        done = 1; // which ends the program that is looked at
+    }
+
+    /// Finds the code of the only engine.
+    static void findCode() {
+        std::ifstream maps("/proc/self/maps");
+        for (std::string line; std::getline(maps, line);) {
+            if (has(line, "quarn-code") && has(line, "r-x")) {
+                std::size_t end = 0;
+                codeBegin = std::stoull(line, &end, 16);
+                codeEnd = std::stoull(line.substr(end + 1), nullptr, 16);
+            }
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(VmrtSettings, SampledStacksShowTheFunctionsThatKeepTheirFramePointers) {
+    // Calls itself n times, then goes round until somebody asks it to stop.
+    const char* const dive = R"((function dive f64 (param $n f64)
+      (block b0 (%1 f64 load $n) (%2 logical lt %1 1.0) (br %2 b1 b2))
+      (block b1 (jump b1))
+      (block b2 (%3 f64 sub %1 1.0) (%4 f64 call &dive %3) (%5 f64 mul %4 1.5) (%6 f64 add %5 %1)
+                (ret %6))))";
+    constexpr int depth = 20;
+    const auto framesSeen = [&](VMEngineConfig::JitFramePointerPolicy policy) {
+        VMEngineConfig config = atLevel(VMEngineConfig::OptDefault);
+        config.setFramePointerPolicy(policy);
+        engines_.clear(); // one mapping of code at a time
+        const auto code = compile(config, dive, "dive");
+        Sampler::findCode();
+        Sampler::stackTop = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+        Sampler::done = 0;
+        Sampler::framesInCode = 0;
+        struct sigaction action = {};
+        action.sa_sigaction = Sampler::sample;
+        action.sa_flags = SA_SIGINFO;
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval every{{0, 2'000}, {0, 2'000}};
+        setitimer(ITIMER_REAL, &every, nullptr);
+        ExecutionContext context;
+        context.interruptRequested = &Sampler::done;
+        std::uint64_t words[2] = {bitsOf(static_cast<double>(depth)), 0};
+        EXPECT_THROW(code->call(words, context), EvaluationError);
+        const itimerval never{};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        std::signal(SIGALRM, SIG_DFL);
+        return Sampler::framesInCode;
+    };
+    EXPECT_GT(framesSeen(VMEngineConfig::FramePointerPreserve), depth);
+    const int without = framesSeen(VMEngineConfig::FramePointerEliminate);
+    EXPECT_GE(without, 1);
+    EXPECT_LT(without, depth);
+}
+#endif
 
 TEST_F(VmrtSettings, SoftFloatUsesNoFloatingPointInstruction) {
     VMEngineConfig config = atLevel(VMEngineConfig::OptDefault);
