@@ -13,21 +13,35 @@ import random
 import sys
 
 ARGUMENTS = {
-    "d": ["3", "-2.5", "0", "1e10", "7"],
-    "i": ["int32(5)", "int32(-7)", "int32(2147483647)"],
-    "u": ["uint8(200)", "uint8(3)"],
+    "d": ["3", "-2.5", "0", "1e10", "7", "nan", "inf", "9007199254740992"],
     "l": ["true", "false"],
     "D": ["[1, 2, 3, 4]", "[4, -1, 0.5]", "[4; -1; 0.5]", "[1, 2; 3, 4]", "[]",
           "[2.5, nan, -0, inf]", "1:6"],
-    "I": ["int32([1, 2, 3])", "int32([7; -8; 9])"],
-    "U": ["uint8([250, 3, 4, 5])"],
     "L": ["[true, false, true]", "[1, 2, 3, 4] > 2"],
 }
 
+# Divisors: powers of two are shifted by.
+DIVISORS = ["1", "2", "4", "8", "64", "3", "10", "-2", "0"]
+
+
+def arguments_of(classes):
+    """By form, texts of arguments; integers of the two classes of the script."""
+    made = dict(ARGUMENTS)
+    for form, name in classes.items():
+        bits = int(name.lstrip("uint"))
+        least = 0 if name.startswith("u") else -(1 << (bits - 1))
+        most = least + (1 << bits) - 1
+        ends = [f"{name}(-1e30)", f"{name}(1e30)"]  # conversions saturate
+        made[form] = [f"{name}({n})" for n in (5, 27, min(most // 3, 1 << 53))] + ends
+        made[form] += [f"({ends[0]} + {name}(1))", f"({ends[1]} - {name}(1))"]
+        made[form.upper()] = [f"{name}([7; 3; {-8 if least < 0 else 250}])", f"{name}([1, 2, 3, 4])"]
+    return made
+
 
 class Function:
-    def __init__(self, rng, number, forms, earlier):
+    def __init__(self, rng, number, forms, earlier, classes):
         self.rng = rng
+        self.classes = classes
         self.name = f"f{number}"
         self.earlier = earlier
         self.variables = {"a": forms[0], "b": forms[1]}
@@ -86,7 +100,7 @@ class Function:
     def integer(self, depth, form):
         """A number of an integer class."""
         r = self.rng
-        cls = {"i": "int32", "u": "uint8"}[form]
+        cls = self.classes[form]
         names = self.names(form)
         choice = r.randrange(8 if depth > 0 else 2)
         if choice == 0 or not names:
@@ -98,7 +112,7 @@ class Function:
             y = self.integer(depth - 1, form)
             return f"({x} {r.choice(['+', '-', '*', '/'])} {y})"
         if choice == 5:
-            return f"({x} {r.choice(['+', '-', '*', '/'])} {r.choice(['1', '2', '3', '100', '0'])})"
+            return f"({x} {r.choice(['+', '-', '*', '/'])} {r.choice(['1', '2', '3', '4', '100', '0', '-3'])})"
         if choice == 6:
             return f"{r.choice(['mod', 'rem', 'min', 'max'])}({x}, {self.integer(depth - 1, form)})"
         return r.choice([f"abs({x})", f"-{x}", f"sum({x})", f"mod({x}, 4)"])
@@ -172,9 +186,9 @@ class Function:
         if form == "D":
             return self.array(depth)
         if form == "I":
-            return f"int32({self.array(depth - 1)})"
+            return f"{self.classes['i']}({self.array(depth - 1)})"
         if form == "U":
-            return f"uint8({self.array(depth - 1)})"
+            return f"{self.classes['u']}({self.array(depth - 1)})"
         return f"({self.array(depth - 1)} > {self.double(depth - 1)})"
 
     # ---- statements
@@ -228,7 +242,7 @@ class Function:
 
     def statement(self, indent, depth):
         r = self.rng
-        choice = r.randrange(12)
+        choice = r.randrange(14)
         if choice <= 4 or depth == 0:
             return self.assign(indent)
         if choice <= 6:
@@ -247,9 +261,9 @@ class Function:
             k = f"k{self.loops}"
             known = dict(self.variables)
             values = r.choice([f"1:{r.randrange(6)}", f"{r.randrange(6)}:-1:1", "0:0.25:1",
-                               f"int32(1):int32({r.randrange(5)})", "[3, 1, 2]",
+                               f"{self.classes['i']}(1):{self.classes['i']}({r.randrange(5)})", "[3, 1, 2]",
                                f"1:max({self.double(1)}, 0.5):4"])
-            self.variables[k] = "i" if "int32" in values else "d"
+            self.variables[k] = "i" if "int" in values else "d"
             self.lines.append(f"{indent}for {k} = {values}")
             self.inner(indent, depth)
             if r.random() < 0.3:
@@ -264,6 +278,10 @@ class Function:
             self.lines.append(f"{indent}  {name} = {name} + 1")
             self.inner(indent, depth)
             self.lines.append(f"{indent}end")
+        elif choice == 11:
+            self.steps(indent)
+        elif choice == 12:
+            self.walk(indent)
         else:
             self.lines.append(f"{indent}switch {self.double(1)}")
             self.lines.append(f"{indent}case {self.number()}")
@@ -271,6 +289,59 @@ class Function:
             self.lines.append(f"{indent}otherwise")
             self.inner(indent, depth)
             self.lines.append(f"{indent}end")
+
+    def steps(self, indent):
+        """An integer that is counted on, up or down or by halves, past its limits if need be."""
+        r = self.rng
+        form = r.choice("iu")
+        names = self.names(form)
+        if not names:
+            return self.assign(indent)
+        x = r.choice(names)
+        name = f"w{len(self.lines)}"
+        divisor = r.choice(DIVISORS)
+        guard = r.choice([divisor, divisor, divisor, "2", "3"])
+
+        def step():
+            factor = r.choice(["3", "2", "1", "-1", "7", "100"])
+            return r.choice([f"{x} / {divisor}", f"{x} / {divisor}", f"{factor} * {x} + 1",
+                             f"{x} * {factor} - 1", f"{x} - 3", f"{x} + 100", f"-{x}"])
+
+        self.lines += [f"{indent}{name} = 0",
+                       f"{indent}while {name} < {r.randrange(2, 9)}",
+                       f"{indent}  if {r.choice(['mod', 'rem'])}({x}, {guard}) {r.choice(['==', '!='])} 0",
+                       f"{indent}    {x} = {step()}",
+                       f"{indent}  else",
+                       f"{indent}    {x} = {step()}",
+                       f"{indent}  end",
+                       f"{indent}  {name} = {name} + 1",
+                       f"{indent}end"]
+
+    def walk(self, indent):
+        """Two places in an array that go towards each other, whole or not, inside or not."""
+        r = self.rng
+        names = self.names("DILU")
+        if not names:
+            return self.assign(indent)
+        x = r.choice(names)
+        i, j = f"i{len(self.lines)}", f"j{len(self.lines)}"
+        first = r.choice(["1", "1", "1", "1", "2", "0", "0.5", "-1", "nan", "9007199254740991",
+                          f"{x}[1]", self.double(1)])
+        last = r.choice([f"length({x})", f"length({x})", "3", "2", "5", "inf", f"{x}[1]",
+                         "9007199254740993", self.double(1)])
+        turns = f"w{len(self.lines)}"
+        self.lines += [f"{indent}{i} = double({first})", f"{indent}{j} = double({last})",
+                       f"{indent}{turns} = 0",
+                       f"{indent}while {i} {r.choice(['<', '<', '<=', '!='])} {j} && {turns} < 6",
+                       f"{indent}  {turns} = {turns} + 1"]
+        body = r.choice([[f"h = {x}[{i}]", f"{x}[{i}] = {x}[{j}]", f"{x}[{j}] = h"],
+                         [f"{x}[{i}] = {x}[{j}]"],
+                         [f"{x}[{j}] = {x}[{i}]"],
+                         [f"{x}[{x}[{i}]] = {x}[{j}]"]])
+        self.lines += [f"{indent}  {line}" for line in body]
+        self.lines += [f"{indent}  {i} = {i} + {r.choice(['1', '1', '1', '2', '0.5'])}",
+                       f"{indent}  {j} = {j} - {r.choice(['1', '1', '1', '0', '0.5'])}",
+                       f"{indent}end"]
 
     def text(self):
         self.block("  ", 2, self.rng.randrange(3, 9))
@@ -302,16 +373,19 @@ end
 
 def script(seed, count=30):
     rng = random.Random(seed)
+    classes = {"i": rng.choice(["int8", "int16", "int32", "int32", "int64"]),
+               "u": rng.choice(["uint8", "uint8", "uint16", "uint32", "uint64"])}
+    given = arguments_of(classes)
     functions = []
     texts = [SHOW]
     for number in range(count):
         forms = [rng.choice("dddiluDDDIUL") for _ in range(2)]
-        function = Function(rng, number, forms, functions[-6:])
+        function = Function(rng, number, forms, functions[-6:], classes)
         texts.append(function.text())
         functions.append(function)
     for function in functions:
         for _ in range(3):
-            arguments = ", ".join(rng.choice(ARGUMENTS[form]) for form in function.forms)
+            arguments = ", ".join(rng.choice(given[form]) for form in function.forms)
             texts.append(f'printf("call {function.name}({arguments})\\n")')
             if function.results == 2:
                 texts.append(f"try\n  x, y = {function.name}({arguments})\n  show(x)\n  show(y)\n"

@@ -79,24 +79,12 @@ Results atan2(Operations& ops, Arguments in, std::size_t) {
     return kind;
 }
 
-/// A whole constant of another class, or a number of the class, as one of it.
-[[nodiscard]] bool isWholeIn(const Operand& x, ScalarKind kind) {
-    if (x.type.kind == kind)
-        return true;
-    if (x.constant == nullptr || x.constant->tag() != Tag::Double)
-        return false;
-    const double d = x.constant->asDouble();
-    const int bits = QN::Type::scalar(kind)->bits() - (isSigned(kind) ? 1 : 0);
-    const double most = std::min(std::ldexp(1.0, bits) - 1, 0x1p53);
-    return d == std::trunc(d) && d <= most && d >= (isSigned(kind) ? -most : 0);
-}
-
 template <bool SignOfDivisor>
 Results remainder(Operations& ops, Arguments in, std::size_t) {
     refuseTexts(in);
     Emitter& e = ops.emitter();
     const ScalarKind kind = commonKind(in);
-    if (isInteger(kind) && !(isWholeIn(in[0], kind) && isWholeIn(in[1], kind)))
+    if (isInteger(kind) && !(Operations::isOf(kind, in[0]) && Operations::isOf(kind, in[1])))
         refuse("a remainder of an integer and a double");
     constexpr Op node = SignOfDivisor ? Op::Mod : Op::Rem;
     return {ops.mapPairs(kind, in[0], in[1], [&](Ref a, Ref b) {

@@ -61,7 +61,10 @@ public:
     Ref truthOfElement(Ref x, QN::ScalarKind kind);
     Ref arithmetic(BinaryOp op, Ref x, QN::ScalarKind xKind, Ref y, QN::ScalarKind yKind,
                    const Operand& left, const Operand& right);
-    Ref compare(QN::Op op, Ref x, QN::ScalarKind xKind, Ref y, QN::ScalarKind yKind);
+    Ref compare(QN::Op op, Ref x, QN::ScalarKind xKind, Ref y, QN::ScalarKind yKind,
+                const Operand& left, const Operand& right);
+    /// A number of the class, or a whole constant that is a number of the class, too.
+    static bool isOf(QN::ScalarKind kind, const Operand& x);
     /// The class of an arithmetic result.
     static QN::ScalarKind arithmeticKind(QN::ScalarKind left, QN::ScalarKind right);
     /// A double as a whole number of `kind`; gives up where it is none, or beyond 2^53.

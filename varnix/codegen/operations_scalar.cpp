@@ -1,6 +1,7 @@
 // Operators on numbers: which node, or which few, do what value/numeric.hpp does.
 #include "codegen/operations.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 
@@ -69,6 +70,17 @@ constexpr double largestWhole = 0x1p53;
 
 } // namespace
 
+bool Operations::isOf(ScalarKind kind, const Operand& x) {
+    if (x.type.kind == kind)
+        return true;
+    if (x.constant == nullptr || x.constant->tag() != Tag::Double)
+        return false;
+    const double value = x.constant->asDouble();
+    const int bits = QN::Type::scalar(kind)->bits() - (isSigned(kind) ? 1 : 0);
+    const double end = std::min(std::ldexp(1.0, bits), largestWhole);
+    return value == std::trunc(value) && value < end && value >= (isSigned(kind) ? -end : 0);
+}
+
 ScalarKind Operations::arithmeticKind(ScalarKind left, ScalarKind right) {
     if (isInteger(left) && isInteger(right) && left != right)
         throw Outside{"arithmetic of two different integer classes"};
@@ -117,6 +129,8 @@ Ref Operations::mixed(BinaryOp op, Ref x, ScalarKind xKind, Ref y, ScalarKind yK
     const bool integerFirst = isInteger(xKind);
     const ScalarKind kind = integerFirst ? xKind : yKind;
     const ScalarKind other = integerFirst ? yKind : xKind;
+    if (isOf(kind, left) && isOf(kind, right))
+        return e_.binary(node, e_.convert(x, xKind, kind), e_.convert(y, yKind, kind));
     if (other == ScalarKind::Double && !isWide(kind)) {
         double known = 0;
         if (knownDouble(integerFirst ? right : left, known) != nullptr &&
@@ -152,9 +166,13 @@ Ref Operations::arithmetic(BinaryOp op, Ref x, ScalarKind xKind, Ref y, ScalarKi
     return mixed(op, x, xKind, y, yKind, left, right);
 }
 
-Ref Operations::compare(Op op, Ref x, ScalarKind xKind, Ref y, ScalarKind yKind) {
+Ref Operations::compare(Op op, Ref x, ScalarKind xKind, Ref y, ScalarKind yKind,
+                        const Operand& left, const Operand& right) {
     if (xKind == yKind)
         return e_.compare(op, x, y);
+    for (const ScalarKind kind : {xKind, yKind})
+        if (isInteger(kind) && isOf(kind, left) && isOf(kind, right))
+            return e_.compare(op, e_.convert(x, xKind, kind), e_.convert(y, yKind, kind));
     if (isWide(xKind) || isWide(yKind)) {
         const bool bothWhole = xKind != ScalarKind::Double && yKind != ScalarKind::Double;
         const auto fits = [](ScalarKind kind, ScalarKind into) {
@@ -195,8 +213,9 @@ Operand Operations::binary(BinaryOp op, const Operand& left, const Operand& righ
     case BinaryOp::LessEqual:
     case BinaryOp::Greater:
     case BinaryOp::GreaterEqual:
-        return mapPairs(ScalarKind::Logical, left, right,
-                        [&](Ref x, Ref y) { return compare(comparisonOp(op), x, a, y, b); });
+        return mapPairs(ScalarKind::Logical, left, right, [&](Ref x, Ref y) {
+            return compare(comparisonOp(op), x, a, y, b, left, right);
+        });
     default:
         break;
     }
