@@ -24,6 +24,13 @@ std::uint32_t programsAt(VMEngineConfig::JitOptimizationLevel level) {
     return level == VMEngineConfig::OptDefault ? 400 : 150;
 }
 
+/// A trap without the function in which it is: inlining moves it into the caller.
+std::string withoutFunction(std::string outcome) {
+    const std::size_t name = outcome.find(" in f");
+    const std::size_t line = outcome.find(" at ", name);
+    return name == std::string::npos ? outcome : outcome.erase(name, line - name);
+}
+
 void compare(const VMEngineConfig& config, std::uint32_t seeds, bool pipeline) {
     const auto engine = VMRT::makeEngine(config);
     for (std::uint32_t seed = 1; seed <= seeds && !::testing::Test::HasFailure(); ++seed) {
@@ -42,7 +49,12 @@ void compare(const VMEngineConfig& config, std::uint32_t seeds, bool pipeline) {
         for (std::uint32_t i = 0; i < argumentSets; ++i) {
             const auto arguments = tools::generateArguments(last, seed * 17 + i);
             const std::string before = arguments.empty() ? "" : shown(arguments.front());
-            EXPECT_EQ(machineOutcome(*code, last, arguments), expected[i]) << "seed " << seed;
+            const std::string actual = machineOutcome(*code, last, arguments);
+            if (pipeline) {
+                EXPECT_EQ(withoutFunction(actual), withoutFunction(expected[i])) << "seed " << seed;
+            } else {
+                EXPECT_EQ(actual, expected[i]) << "seed " << seed;
+            }
             EXPECT_EQ(arguments.empty() ? "" : shown(arguments.front()), before)
                 << "an argument was changed, seed " << seed;
         }

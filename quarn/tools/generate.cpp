@@ -294,6 +294,8 @@ private:
             throughPointer();
         } else if (choice < 54) {
             copyArray();
+        } else if (choice < 62) {
+            chooseInteger();
         } else {
             Var* const var = random_.among(vars_);
             if (var->isAggregate()) {
@@ -326,6 +328,47 @@ private:
             nested(depth);
         }
         builder_.jump(after);
+        builder_.atEndOf(after);
+    }
+
+    /// One integer or another, by a remainder; the divisions may be exact then.
+    void chooseInteger() {
+        Var* const var = random_.among(vars_);
+        const Type& type = *var->type();
+        if (!type.isInteger()) {
+            builder_.store(var, var->isAggregate() ? builder_.load(var) : value(type, 1));
+            return;
+        }
+        const auto power = [&] {
+            const int bits = type.bits() - (type.isSigned() ? 1 : 0);
+            return cfg_.constantInt(&type, std::int64_t{1} << random_.below(std::min(bits, 8)));
+        };
+        Const* const divisor = power();
+        Entity* const x = value(type, 1);
+        Node* const rest =
+            keep(builder_.binary(random_.chance(50) ? Op::Mod : Op::Rem, x, divisor));
+        Block* const sides[2] = {cfg_.addBlock(), cfg_.addBlock()};
+        Block* const after = cfg_.addBlock();
+        builder_.branch(builder_.compare(random_.chance(50) ? Op::Eq : Op::Ne, rest,
+                                         cfg_.constantInt(&type, 0)),
+                        sides[0], sides[1]);
+        for (Block* const side : sides) {
+            builder_.atEndOf(side);
+            Entity* result = x;
+            for (auto n = random_.below(3); n > 0; --n) {
+                const std::uint32_t kind = random_.below(4);
+                const Op op = kind == 0   ? Op::Mul
+                              : kind == 1 ? Op::Add
+                              : kind == 2 ? Op::Sub
+                                          : Op::Div;
+                Entity* const other = op == Op::Div
+                                          ? (random_.chance(70) ? divisor : power())
+                                          : cfg_.constant(&type, randomScalar(random_, type));
+                result = builder_.binary(op, result, other, mode());
+            }
+            builder_.store(var, result);
+            builder_.jump(after);
+        }
         builder_.atEndOf(after);
     }
 

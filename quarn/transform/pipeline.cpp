@@ -23,6 +23,7 @@ constexpr std::string_view stages[] = {
     "strength-reduction", //
     "value-numbering",    // on what has moved together
     "dead-code",          //
+    "if-conversion",      // sides of branches are as short as they will be
     "control-flow",       // branches that folding has decided
     profiling,            // on the final blocks; only while its feature is on
     "unused-functions",   // those that were inlined everywhere
