@@ -457,6 +457,10 @@ void FunctionEmitter::emitScalar(const Node& node) {
     if (node.numOperands() > 1 && &operandType(node, 1) != &type) {
         refuse(node, "types differ");
     }
+    if (Value* const made = emitUnsaturated(node); made != nullptr) {
+        values_[node.id()] = made;
+        return;
+    }
     Value* const b = node.numOperands() > 1 ? value(node, 1) : nullptr;
     if (node.op() == Op::Div && config.insertRuntimeChecks()) {
         trapIf(type.isDouble() ? ir_.CreateFCmpOEQ(b, llvm::ConstantFP::get(b->getType(), 0.0))

@@ -95,6 +95,10 @@ private:
     void emitScalar(const Node& node);
     void emitVariable(const Node& node);
 
+    // Integers that surely stay inside their type: range_emitter.cpp.
+    [[nodiscard]] bool runsInUncountedLoop(const Node& node) const;
+    llvm::Value* emitUnsaturated(const Node& node);
+
     // Arrays: array_emitter.cpp.
     ArrayPlace makePlace(ScalarKind kind, const llvm::Twine& name);
     ArrayPlace& placeOf(const Node& node, std::size_t operand);

@@ -237,8 +237,41 @@ Value* ScalarEmitter::multiply(Mode mode, const Type& type, Value* a, Value* b) 
                             ir_.CreateExtractValue(both, 0));
 }
 
+/// Division by 2^`shift`; null where shifting is not what the rounding asks for.
+Value* ScalarEmitter::divideByShift(Rounding rounding, const Type& type, Value* a, unsigned shift) {
+    const auto shifted = [&](Value* value) {
+        return type.isSigned() ? ir_.CreateAShr(value, shift) : ir_.CreateLShr(value, shift);
+    };
+    if (shift == 0) {
+        return a;
+    }
+    if (rounding == Rounding::Down) {
+        return shifted(a);
+    }
+    if (rounding != Rounding::NearestAway || type.bits() == 64) {
+        return nullptr;
+    }
+    // Half the divisor more, and one less for what is negative, so that halves go away from zero.
+    llvm::Type* const wide = ir_.getInt64Ty();
+    Value* sum =
+        ir_.CreateAdd(extend(type, a, wide), ir_.getInt64(std::uint64_t{1} << (shift - 1)));
+    if (type.isSigned()) {
+        Value* const negative = ir_.CreateICmpSLT(a, llvm::ConstantInt::get(a->getType(), 0));
+        sum = ir_.CreateSub(sum, ir_.CreateZExt(negative, wide));
+    }
+    return ir_.CreateTrunc(shifted(sum), a->getType());
+}
+
 Value* ScalarEmitter::divide(Mode mode, const Type& type, Value* a, Value* b) {
     const bool isSigned = type.isSigned();
+    if (const auto* const known = llvm::dyn_cast<llvm::ConstantInt>(b);
+        known != nullptr && known->getValue().isPowerOf2() &&
+        !(isSigned && known->getValue().isNegative())) {
+        if (Value* const made =
+                divideByShift(mode.rounding(), type, a, known->getValue().logBase2())) {
+            return made;
+        }
+    }
     const bool narrow = type.bits() < 64;
     llvm::Type* const wide = ir_.getInt64Ty();
     Value* const numerator = narrow ? extend(type, a, wide) : a;

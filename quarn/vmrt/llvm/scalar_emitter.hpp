@@ -36,6 +36,7 @@ private:
     llvm::Value* compare(Op op, const Type& type, llvm::Value* a, llvm::Value* b);
     llvm::Value* multiply(Mode mode, const Type& type, llvm::Value* a, llvm::Value* b);
     llvm::Value* divide(Mode mode, const Type& type, llvm::Value* a, llvm::Value* b);
+    llvm::Value* divideByShift(Rounding rounding, const Type& type, llvm::Value* a, unsigned shift);
     llvm::Value* modulo(Op op, const Type& type, llvm::Value* a, llvm::Value* b);
     llvm::Value* doubleToInteger(const Type& to, Mode mode, llvm::Value* value);
     llvm::Value* integerToInteger(const Type& from, const Type& to, Mode mode, llvm::Value* value);
