@@ -79,6 +79,7 @@ void Variant::writeCounts() noexcept {
 void Variant::discard() noexcept {
     writeCounts();
     counters.clear();
+    onlyScalars = false;
     code.reset();
     if (unit != nullptr)
         session->scope.removeChild(*unit);
@@ -200,6 +201,7 @@ void JustInTime::compile(const Code& code, Variant& variant) {
     for (const ValueType type : variant.results)
         arrays += type.isArray ? 1 : 0;
     variant.arrays.resize(arrays);
+    variant.onlyScalars = arrays == 0 && variant.results.size() == 1;
 }
 
 Variant* JustInTime::addVariant(CompiledFunction& function, std::span<const Value> arguments,
@@ -223,6 +225,33 @@ Variant* JustInTime::addVariant(CompiledFunction& function, std::span<const Valu
 CompiledFunctions::Outcome JustInTime::call(const Code& code, const Value* values,
                                             std::size_t count, Wish wish, std::size_t depthLeft,
                                             Value* results) {
+    const auto* const function = static_cast<CompiledFunction*>(code.compiled.get());
+    if (function == nullptr || function->last == nullptr || !function->last->onlyScalars ||
+        wish.results == 0 || !function->last->fits({values, count}, wish.results) ||
+        !isCurrent(*function->last)) [[unlikely]]
+        return callAny(code, values, count, wish, depthLeft, results);
+    // As the last time, and numbers only: the way that scripts' loops take.
+    Variant& variant = *function->last;
+    std::array<std::uint64_t, mostSlots> slots;
+    for (std::size_t i = 0; i < count; ++i)
+        slots[i] = values[i].asUnsigned();
+    QN::ExecutionContext context;
+    context.depthLeft = static_cast<std::int64_t>(depthLeft);
+    context.interruptRequested = &detail::interruptRequested;
+    try {
+        variant.code->call(slots.data(), context);
+    } catch (const QN::EvaluationError& error) {
+        return trapped(code, variant, error);
+    } catch (const std::bad_alloc&) {
+        return Outcome::Interpret;
+    }
+    results[0] = scalarValue(variant.results[0].kind, slots[count]);
+    return Outcome::Done;
+}
+
+CompiledFunctions::Outcome JustInTime::callAny(const Code& code, const Value* values,
+                                               std::size_t count, Wish wish, std::size_t depthLeft,
+                                               Value* results) {
     const std::span<const Value> arguments(values, count);
     std::size_t requested = wish.results;
     auto* function = static_cast<CompiledFunction*>(code.compiled.get());
@@ -264,6 +293,37 @@ CompiledFunctions::Outcome JustInTime::call(const Code& code, const Value* value
     if (variant->code == nullptr)
         return Outcome::Interpret;
     return run(code, *variant, values, depthLeft, results);
+}
+
+/// What becomes of a call that met a trap.
+CompiledFunctions::Outcome JustInTime::trapped(const Code& code, Variant& variant,
+                                               const QN::EvaluationError& error) const {
+    switch (error.code()) {
+    case QN::TrapCode::Interrupted:
+        detail::raiseInterrupted();
+    case QN::TrapCode::StackOverflow:
+        // Small functions are no calls any more: it may still fit, with nothing to spare.
+        return Outcome::Interpret;
+    case QN::TrapCode::DivisionByZero:
+    case QN::TrapCode::LossyConversion: {
+        // Found by checks that were switched on; to the language they are no errors.
+        objsys::COSError raised("varnix:runtimeCheck", error.what());
+        raised.addFrame({.function = error.function(),
+                         .file = code.unit->name,
+                         .line = static_cast<int>(error.line()),
+                         .column = 1});
+        throw std::move(raised);
+    }
+    case static_cast<QN::TrapCode>(HostTrap::Assumption):
+        if (++variant.wrongAssumptions >= mostWrongAssumptions) {
+            report(code, fmt::format("more than the compiler takes for granted, in line {}",
+                                     error.line()));
+            variant.discard();
+        }
+        return Outcome::Interpret;
+    default:
+        return Outcome::InterpretToFail;
+    }
 }
 
 CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant, const Value* values,
@@ -310,32 +370,7 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant, c
     try {
         variant.code->call(slots.data(), context);
     } catch (const QN::EvaluationError& error) {
-        switch (error.code()) {
-        case QN::TrapCode::Interrupted:
-            detail::raiseInterrupted();
-        case QN::TrapCode::StackOverflow:
-            // Small functions are no calls any more: it may still fit, with nothing to spare.
-            return Outcome::Interpret;
-        case QN::TrapCode::DivisionByZero:
-        case QN::TrapCode::LossyConversion: {
-            // Found by checks that were switched on; to the language they are no errors.
-            objsys::COSError raised("varnix:runtimeCheck", error.what());
-            raised.addFrame({.function = error.function(),
-                             .file = code.unit->name,
-                             .line = static_cast<int>(error.line()),
-                             .column = 1});
-            throw std::move(raised);
-        }
-        case static_cast<QN::TrapCode>(HostTrap::Assumption):
-            if (++variant.wrongAssumptions >= mostWrongAssumptions) {
-                report(code, fmt::format("more than the compiler takes for granted, in line {}",
-                                         error.line()));
-                variant.discard();
-            }
-            return Outcome::Interpret;
-        default:
-            return Outcome::InterpretToFail;
-        }
+        return trapped(code, variant, error);
     } catch (const std::bad_alloc&) {
         return Outcome::Interpret;
     }

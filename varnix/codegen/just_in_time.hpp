@@ -65,6 +65,9 @@ public:
     // What it is.
     std::unique_ptr<QN::Executable> code; ///< null: the function is interpreted
     std::vector<ValueType> results;
+    bool onlyScalars = false; ///< no array goes in or out, and one result at most
+    bool hasResult = false;
+    QN::ScalarKind resultKind{};            ///< of the first result
     std::vector<QN::ArrayValue> arrays;     ///< arguments and results of the running call
     std::string signature;                  ///< of what was compiled: "mandel(f64)"
     std::vector<QN::CounterPlace> counters; ///< where the code counts; none as a rule
@@ -93,6 +96,10 @@ public:
                  std::size_t depthLeft, Value* results) override;
 
 private:
+    /// call() for whatever is not as the last time.
+    [[gnu::noinline, nodiscard]] Outcome callAny(const Code& code, const Value* arguments,
+                                                 std::size_t count, Wish wish,
+                                                 std::size_t depthLeft, Value* results);
     [[nodiscard]] bool isCurrent(const Variant& variant) const noexcept;
     [[nodiscard]] bool dependenciesHold(const Variant& variant);
     /// Brings a variant up to date; it may be without code then.
@@ -102,6 +109,8 @@ private:
                                       std::size_t requested);
     [[nodiscard]] Outcome run(const Code& code, Variant& variant, const Value* arguments,
                               std::size_t depthLeft, Value* results);
+    [[gnu::noinline, gnu::cold, nodiscard]] Outcome trapped(const Code& code, Variant& variant,
+                                                            const QN::EvaluationError& error) const;
     [[nodiscard]] std::shared_ptr<Session> session();
     void report(const Code& code, const std::string& reason) const;
 

@@ -89,8 +89,27 @@ Frame& Machine::enter(const Code& code, std::span<Value> arguments, const Sink& 
 }
 
 bool Machine::beginCompiled(const Code& code, std::span<Value> arguments, const Sink& sink) {
-    constexpr std::size_t mostResults = 16;
     // Calls in the code count as here; one is taken off for what was inlined at the bottom.
+    if (depth_ + 2 > options_.maxCallDepth || sink.base == nullptr || sink.requested > 1)
+        [[unlikely]]
+        return beginCompiledForMany(code, arguments, sink);
+    detail::pollInterrupt();
+    const CompiledFunctions::Wish wish{.results = sink.requested, .any = sink.result != noSlot};
+    Value result;
+    const CompiledFunctions::Outcome outcome =
+        compiled_->call(code, arguments.data(), arguments.size(), wish,
+                        options_.maxCallDepth - depth_ - 2, &result);
+    if (outcome != CompiledFunctions::Outcome::Done) [[unlikely]]
+        return enterInstead(outcome, code, arguments, sink);
+    for (Value& argument : arguments)
+        argument = Value();
+    if (sink.result != noSlot)
+        sink.base[sink.result] = std::move(result);
+    return false;
+}
+
+bool Machine::beginCompiledForMany(const Code& code, std::span<Value> arguments, const Sink& sink) {
+    constexpr std::size_t mostResults = 16;
     if (depth_ + 2 > options_.maxCallDepth || sink.requested > mostResults) {
         enter(code, arguments, sink);
         return true;
@@ -98,32 +117,22 @@ bool Machine::beginCompiled(const Code& code, std::span<Value> arguments, const 
     detail::pollInterrupt();
     const CompiledFunctions::Wish wish{.results = sink.requested,
                                        .any = sink.base == nullptr || sink.result != noSlot};
-    const std::size_t depthLeft = options_.maxCallDepth - depth_ - 2;
-    CompiledFunctions::Outcome outcome{};
-    if (sink.base != nullptr && sink.requested <= 1) [[likely]] {
-        Value result;
-        outcome =
-            compiled_->call(code, arguments.data(), arguments.size(), wish, depthLeft, &result);
-        if (outcome == CompiledFunctions::Outcome::Done) [[likely]] {
-            for (Value& argument : arguments)
-                argument = Value();
-            if (sink.result != noSlot)
-                sink.base[sink.result] = std::move(result);
-            return false;
-        }
-    } else {
-        std::array<Value, mostResults> results;
-        const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
-        outcome = compiled_->call(code, arguments.data(), arguments.size(), wish, depthLeft,
-                                  results.data());
-        if (outcome == CompiledFunctions::Outcome::Done) {
-            for (Value& argument : arguments)
-                argument = Value();
-            deliver(std::span<Value>(results.data(), results[0].isUnset() ? 0 : wanted), sink,
-                    code.name.c_str());
-            return false;
-        }
-    }
+    std::array<Value, mostResults> results;
+    const CompiledFunctions::Outcome outcome =
+        compiled_->call(code, arguments.data(), arguments.size(), wish,
+                        options_.maxCallDepth - depth_ - 2, results.data());
+    if (outcome != CompiledFunctions::Outcome::Done)
+        return enterInstead(outcome, code, arguments, sink);
+    for (Value& argument : arguments)
+        argument = Value();
+    const std::size_t wanted = std::max<std::size_t>(sink.requested, 1);
+    deliver(std::span<Value>(results.data(), results[0].isUnset() ? 0 : wanted), sink,
+            code.name.c_str());
+    return false;
+}
+
+bool Machine::enterInstead(CompiledFunctions::Outcome outcome, const Code& code,
+                           std::span<Value> arguments, const Sink& sink) {
     Frame& frame = enter(code, arguments, sink);
     if (outcome == CompiledFunctions::Outcome::InterpretToFail)
         frame.flags = static_cast<std::uint8_t>(frame.flags | Frame::MustFail);

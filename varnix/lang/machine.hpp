@@ -95,6 +95,13 @@ private:
     }
     [[nodiscard]] bool beginCompiled(const Code& code, std::span<Value> arguments,
                                      const Sink& sink);
+    /// The same for calls that nobody makes often: for several results, from outside, too deep.
+    [[gnu::noinline, nodiscard]] bool
+    beginCompiledForMany(const Code& code, std::span<Value> arguments, const Sink& sink);
+    /// Pushes the frame of a call that the compiled code has left to the interpreter.
+    [[gnu::noinline, nodiscard]] bool enterInstead(CompiledFunctions::Outcome outcome,
+                                                   const Code& code, std::span<Value> arguments,
+                                                   const Sink& sink);
     void enterAnonymous(const Value& function, std::span<Value> arguments, const Sink& sink);
     void popFrame() noexcept;
     void moveIn(Frame& frame);
