@@ -16,6 +16,10 @@ Group buildStart();
 
 /// vmrt.cpp: compiling functions to machine code, and calling them.
 Group buildVmrt();
+Group buildVmrtFirst(); ///< the first of a process
+/// What a child of that group prints: the time that its compilation took, in nanoseconds of the
+/// processor. `arguments`: the subject, the level, and the file with LLVM IR for the peer.
+double firstCompilation(const std::vector<std::string>& arguments);
 
 /// ir_hooks.cpp: what stands around each run of a transform, and timers.
 Group buildHooks();

@@ -49,6 +49,7 @@ struct Arguments {
     bool instructions = false;
     std::string json;
     std::string underCallgrind;
+    std::vector<std::string> firstCompilation;
     std::string one;
     std::size_t count = 1000;
     Effort effort;
@@ -90,6 +91,8 @@ Arguments parse(const std::vector<std::string>& words) {
                 1e6 * static_cast<double>(toNumber(word, value(), 1));
         } else if (word == "--under-callgrind") { // what --instructions starts
             arguments.underCallgrind = value();
+        } else if (word == "--first-compilation") { // what the group vmrt-first starts
+            arguments.firstCompilation = {value(), value(), value()};
         } else if (word == "--instructions-op") {
             arguments.one = value();
         } else if (word == "--count") {
@@ -169,6 +172,10 @@ void run(const Arguments& arguments) {
     }
     if (!arguments.underCallgrind.empty()) {
         runUnderCallgrind(find(arguments.underCallgrind));
+        return;
+    }
+    if (!arguments.firstCompilation.empty()) {
+        std::cout << firstCompilation(arguments.firstCompilation) << '\n';
         return;
     }
     if (!arguments.one.empty()) {

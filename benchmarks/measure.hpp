@@ -42,7 +42,23 @@ inline void keep(const T& value) {
 enum class Clock {
     processor, ///< what this process used: other programs on the machine do not count
     wall,      ///< what passed: for work that other processes do
+    reported,  ///< what other processes say that they took: reportTime()
 };
+
+/// Nanoseconds since some moment.
+double readClock(Clock clock);
+
+/// Adds to the time of Clock::reported. A loop of a group with that clock calls it for each
+/// operation.
+void reportTime(double nanoseconds);
+
+/// What `work` takes of the processor, in nanoseconds.
+template <class Work>
+double processorTimeOf(Work work) {
+    const double begin = readClock(Clock::processor);
+    work();
+    return readClock(Clock::processor) - begin;
+}
 
 /// How much to measure.
 struct Effort {

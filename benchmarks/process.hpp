@@ -10,4 +10,8 @@ namespace bench {
 /// status, 128 plus the number of the signal that ended it, or 127 when it cannot be started.
 int runProgram(const std::vector<std::string>& command);
 
+/// Runs this program anew with other arguments and waits for it. Gives what it prints to standard
+/// output; throws std::runtime_error if it fails.
+std::string outputOfThisProgram(const std::vector<std::string>& arguments);
+
 } // namespace bench

@@ -4,6 +4,7 @@
 // transforms, as text read beforehand, so that making LLVM IR counts on our side only.
 #include "groups.hpp"
 #include "peers/lljit.hpp"
+#include "process.hpp"
 
 #include <qn/cfg.hpp>
 #include <qn/default_services.hpp>
@@ -127,7 +128,66 @@ LoopMaker callsProduct() {
     };
 }
 
+/// Removed with the last loop that uses it.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::string& text)
+        : path_(std::filesystem::temp_directory_path() /
+                ("bench-vmrt-" + std::to_string(::getpid()) + ".ll")) {
+        std::ofstream(path_) << text;
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() { std::filesystem::remove(path_); }
+    [[nodiscard]] std::string path() const { return path_.string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+const char* const ours = "machine-code";
+const char* const peers = "lljit";
+
+LoopMaker firstOfProcess(const char* subject, const char* level) {
+    return [=] {
+        const auto file = std::make_shared<TemporaryFile>(irOf(squares));
+        return repeat([=] {
+            reportTime(std::stod(
+                outputOfThisProgram({"--first-compilation", subject, level, file->path()})));
+        });
+    };
+}
+
 } // namespace
+
+double firstCompilation(const std::vector<std::string>& arguments) {
+    const int level = std::stoi(arguments[1]);
+    if (arguments[0] == peers) {
+        std::ifstream file(arguments[2]);
+        const std::string ir{std::istreambuf_iterator<char>(file), {}};
+        return PlainLljit::compileFirstOfProcess(ir, "squares", level);
+    }
+    const auto scope = scopeOf(squares);
+    const VMEngineConfig config =
+        configAt(level == 0 ? VMEngineConfig::OptNone : VMEngineConfig::OptDefault);
+    std::unique_ptr<QN::Engine> engine;
+    std::unique_ptr<QN::Executable> code;
+    return processorTimeOf([&] {
+        engine = QN::VMRT::makeEngine(config);
+        code = engine->prepare(*scope, *scope->functions().front(), "");
+    });
+}
+
+Group buildVmrtFirst() {
+    Group group;
+    group.clock = Clock::reported;
+    group.subjects = {"machine code", "plain LLJIT"};
+    group.rows = {{.operation = "compile a loop, None",
+                   .makers = {firstOfProcess(ours, "0"), firstOfProcess(peers, "0")}},
+                  {.operation = "compile a loop, Default",
+                   .makers = {firstOfProcess(ours, "2"), firstOfProcess(peers, "2")}}};
+    return group;
+}
 
 Group buildVmrt() {
     Group group;

@@ -159,6 +159,12 @@ TEST(BuiltinsAlgebra, SolvesAndMeasures) {
         {"norm([1, 2; 3, 4], inf)", "7"},
         {"norm([3, 0; 0, 4], \"fro\")", "5"},
         {"abs(norm([3, 0; 0, 4]) - 4) < 1e-12", "true"},
+        {"abs(norm([1, 2; 3, 4]) - 5.464985704219043) < 1e-14", "true"},
+        {"abs(norm([1, 2, 3; 4, 5, 6]) / 9.508032000695724 - 1) < 1e-15", "true"},
+        {"abs(norm([1, 4; 2, 5; 3, 6] * 1e200) / 9.508032000695724e200 - 1) < 1e-15", "true"},
+        {"isnan(norm([1, nan; 3, 4]))", "true"},
+        {"norm([1, -inf; 3, 4])", "inf"},
+        {"norm(zeros(2, 3))", "0"},
     });
 }
 

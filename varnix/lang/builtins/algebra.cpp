@@ -71,6 +71,20 @@ void rank(BuiltinCall& call) {
         a.size() == 0 ? 0 : static_cast<double>(a.completeOrthogonalDecomposition().rank())));
 }
 
+/// The root of the largest eigenvalue of A' * A. Squaring loses what is small, not what is largest;
+/// scaling keeps it from overflow.
+double largestSingularValue(const Matrix& a) {
+    const double scale = a.cwiseAbs().maxCoeff();
+    if (scale == 0 || !std::isfinite(scale) || a.hasNaN())
+        return a.hasNaN() ? std::numeric_limits<double>::quiet_NaN() : scale;
+    Matrix scaled = a / scale;
+    if (a.rows() < a.cols())
+        scaled.transposeInPlace();
+    const Eigen::SelfAdjointEigenSolver<Matrix> solver(scaled.transpose() * scaled,
+                                                       Eigen::EigenvaluesOnly);
+    return scale * std::sqrt(solver.eigenvalues().maxCoeff());
+}
+
 /// Vectors: p-norm. Matrices: 1, 2, inf and "fro".
 void norm(BuiltinCall& call) {
     const Arguments in(call);
@@ -90,7 +104,7 @@ void norm(BuiltinCall& call) {
     else if (p == 1)
         result = a.cwiseAbs().colwise().sum().maxCoeff();
     else if (p == 2)
-        result = Eigen::BDCSVD<Matrix>(a).singularValues()(0);
+        result = largestSingularValue(a);
     else if (std::isinf(p) && p > 0)
         result = a.cwiseAbs().rowwise().sum().maxCoeff();
     else
