@@ -3,6 +3,7 @@
 // Both sides get the same function; the peer the LLVM IR that ours was turned into before LLVM's
 // transforms, as text read beforehand, so that making LLVM IR counts on our side only.
 #include "groups.hpp"
+#include "lang/interpreter.hpp"
 #include "peers/lljit.hpp"
 #include "process.hpp"
 
@@ -128,6 +129,20 @@ LoopMaker callsProduct() {
     };
 }
 
+/// A loop that the script's machine runs, since it stands in no function, around a call of one that
+/// is compiled.
+LoopMaker callsFromScript() {
+    return [] {
+        auto interpreter = std::make_shared<varnix::Interpreter>();
+        interpreter->runCode("function f(x, y)\n  return x * y + 1.5\nend\nf(1, 2);\n",
+                             "bench"); // compiled now
+        return Loop([interpreter](std::size_t count) {
+            interpreter->runCode("for i = 1:" + std::to_string(count) + "\n  s = f(i, 2);\nend\n",
+                                 "bench");
+        });
+    };
+}
+
 /// Removed with the last loop that uses it.
 class TemporaryFile {
 public:
@@ -212,6 +227,8 @@ Group buildVmrt() {
          .makers = {compilesFirst(squares, VMEngineConfig::OptDefault),
                     lljitFirst(squares, "squares", 2)}},
         {.operation = "call of a function of two numbers", .makers = {callsProduct(), LoopMaker()}},
+        {.operation = "the same from a script's loop, the turn included",
+         .makers = {callsFromScript(), LoopMaker()}},
     };
     return group;
 }
