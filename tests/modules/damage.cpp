@@ -3,13 +3,14 @@
 // it is right all the same. For tests of what the sanity checker tells of a real compilation.
 //
 // DAMAGED_NODES in the environment says how many nodes at most; 1 if it is not set.
+#include "entry_points.hpp"
+
 #include <qn/cfg.hpp>
 #include <qn/default_services.hpp>
 #include <qn/function.hpp>
 #include <qn/service.hpp>
 #include <qn/transform_run.hpp>
 
-#include <cstdint>
 #include <cstdlib>
 
 namespace {
@@ -28,25 +29,12 @@ public:
     }
 };
 
-struct Table {
-    const void* const* entries;
-    std::uint64_t first;
-    std::uint64_t second;
-};
-const void* const noEntries[] = {nullptr};
-const Table table = {noEntries, 0x1F26B7F1, 0x57925B47};
-
-} // namespace
-
-#define EXPORT extern "C" __attribute__((visibility("default")))
-
-EXPORT void VNInitialize_damage() {
+void initialize() {
     static Damage damage;
     QN::DefaultServices::debugServices().addService(&damage);
 }
-EXPORT void VNTerminate_damage() {}
-EXPORT const void* QueryVNFcnTable_damage() {
-    return &table;
-}
-EXPORT const char* const damage_version = "1";
-EXPORT const char* const damage_build_date = "today";
+void terminate() {}
+
+} // namespace
+
+MODULE_ENTRY_POINTS(damage, initialize, terminate)

@@ -1,7 +1,8 @@
 // A module that makes LLVM's code generator refuse functions: while it is loaded, one whose name
 // holds "fatal" ends in a fatal error, one whose name holds "unsupported" in a diagnostic, as for
 // an instruction that a processor does not have. For tests of what becomes of such functions.
-#include <cstdint>
+#include "entry_points.hpp"
+
 #include <llvm/CodeGen/MachineFunction.h>
 #include <llvm/CodeGen/SchedulerRegistry.h>
 #include <llvm/CodeGen/SelectionDAGISel.h>
@@ -21,27 +22,14 @@ llvm::ScheduleDAGSDNodes* refuseOrSchedule(llvm::SelectionDAGISel* selector,
     return llvm::createDefaultScheduler(selector, level);
 }
 
-struct Table {
-    const void* const* entries;
-    std::uint64_t first;
-    std::uint64_t second;
-};
-const void* const noEntries[] = {nullptr};
-const Table table = {noEntries, 0x1F26B7F1, 0x57925B47};
-
-} // namespace
-
-#define EXPORT extern "C" __attribute__((visibility("default")))
-
-EXPORT void VNInitialize_refuse() {
+void initialize() {
     static llvm::RegisterScheduler choice("refuse", "refuses by name", refuseOrSchedule);
     llvm::cl::getRegisteredOptions()["pre-RA-sched"]->addOccurrence(0, "pre-RA-sched", "refuse");
 }
-EXPORT void VNTerminate_refuse() {
+void terminate() {
     llvm::cl::getRegisteredOptions()["pre-RA-sched"]->reset();
 }
-EXPORT const void* QueryVNFcnTable_refuse() {
-    return &table;
-}
-EXPORT const char* const refuse_version = "1";
-EXPORT const char* const refuse_build_date = "today";
+
+} // namespace
+
+MODULE_ENTRY_POINTS(refuse, initialize, terminate)
