@@ -46,6 +46,7 @@ class Function:
         self.earlier = earlier
         self.variables = {"a": forms[0], "b": forms[1]}
         self.loops = 0
+        self.repeats = 0  # loops around the present place, of all kinds
         self.lines = []
         self.forms = forms
 
@@ -157,6 +158,8 @@ class Function:
             return f"({x} {r.choice(['+', '-', '.*', './'])} {self.other(x, depth)})"
         if choice == 7:
             return f"{r.choice(['abs', 'sqrt', 'floor', 'round', 'sin', 'transpose'])}({x})"
+        if choice in (8, 9) and self.repeats:  # doubled many times, it would fill the memory
+            return f"({x} + 1)"
         if choice == 8:
             return f"[{x}, {r.choice([self.array(depth - 1), self.double(depth - 1)])}]"
         if choice == 9:
@@ -234,10 +237,12 @@ class Function:
         for _ in range(statements):
             self.statement(indent, depth)
 
-    def inner(self, indent, depth):
+    def inner(self, indent, depth, repeats=0):
         """A block whose new variables are not known behind it."""
         known = dict(self.variables)
+        self.repeats += repeats
         self.block(indent + "  ", depth - 1, self.rng.randrange(1, 4))
+        self.repeats -= repeats
         self.variables = known
 
     def statement(self, indent, depth):
@@ -262,10 +267,13 @@ class Function:
             known = dict(self.variables)
             values = r.choice([f"1:{r.randrange(6)}", f"{r.randrange(6)}:-1:1", "0:0.25:1",
                                f"{self.classes['i']}(1):{self.classes['i']}({r.randrange(5)})", "[3, 1, 2]",
-                               f"1:max({self.double(1)}, 0.5):4"])
+                               f"1:max({self.double(1)}, 0.5):4",
+                               # Steps pass the last value by a rounding error, or are whole.
+                               f"0:{r.choice(['0.1', 'max(' + self.double(0) + ', 0.1)'])}:0.3",
+                               f"{r.choice(['1', '2', '0.5'])}:round(max({self.double(0)}, 1)):{r.randrange(9)}"])
             self.variables[k] = "i" if "int" in values else "d"
             self.lines.append(f"{indent}for {k} = {values}")
-            self.inner(indent, depth)
+            self.inner(indent, depth, repeats=1)
             if r.random() < 0.3:
                 self.lines.append(f"{indent}  if {self.condition(1)}; {r.choice(['break', 'continue'])}; end")
             self.lines.append(f"{indent}end")
@@ -276,7 +284,7 @@ class Function:
             self.lines.append(f"{indent}{name} = 0")
             self.lines.append(f"{indent}while {name} < {r.randrange(5)} && {self.condition(1)}")
             self.lines.append(f"{indent}  {name} = {name} + 1")
-            self.inner(indent, depth)
+            self.inner(indent, depth, repeats=1)
             self.lines.append(f"{indent}end")
         elif choice == 11:
             self.steps(indent)

@@ -127,6 +127,15 @@ public:
         if (builder_)
             builder_->storeElement(array, row, column, value);
     }
+    /// Where the array is known to have the element.
+    void setElementInside(QN::Var* array, Ref place, Ref value) {
+        if (builder_)
+            markInside(builder_->storeElement(array, place, value));
+    }
+    void setElementInside(QN::Var* array, Ref row, Ref column, Ref value) {
+        if (builder_)
+            markInside(builder_->storeElement(array, row, column, value));
+    }
     void resize(QN::Var* array, Ref rows, Ref columns) {
         if (builder_)
             builder_->resize(array, rows, columns);
@@ -199,9 +208,21 @@ public:
         at(after);
     }
 
+    template <typename Body>
+    void unless(Ref condition, Body&& body) {
+        QN::Block* const inside = newBlock();
+        QN::Block* const after = newBlock();
+        branch(condition, after, inside);
+        at(inside);
+        body();
+        jump(after);
+        at(after);
+    }
+
     [[nodiscard]] QN::Cfg& cfg() noexcept { return builder_->cfg(); }
 
 private:
+    static void markInside(QN::Node* access) { access->setMode(access->mode().withInBounds(true)); }
     Ref sizeOf(QN::Op op, QN::Var* array) {
         return builder_ ? builder_->sizeOf(op, array) : nullptr;
     }

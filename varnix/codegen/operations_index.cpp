@@ -198,7 +198,7 @@ void Operations::assign(ScalarKind kind, QN::Var* var, const Operand& where, con
         requireRoom(kind, one, at);
         e_.resize(var, e_.select(asRow, one, at), e_.select(asRow, at, one));
     });
-    e_.setElement(var, at, element);
+    e_.setElementInside(var, at, element); // now, if not before
 }
 
 void Operations::assign(ScalarKind kind, QN::Var* var, const Operand& row, const Operand& column,
@@ -217,7 +217,7 @@ void Operations::assign(ScalarKind kind, QN::Var* var, const Operand& row, const
         requireRoom(kind, rows, columns);
         e_.resize(var, rows, columns);
     });
-    e_.setElement(var, i, j, element);
+    e_.setElementInside(var, i, j, element);
 }
 
 void Operations::assignLine(ScalarKind kind, QN::Var* var, const Operand* row,

@@ -93,7 +93,7 @@ private:
         QN::Var* first = nullptr;
         QN::Var* step = nullptr;
         QN::Var* last = nullptr;
-        QN::Var* isCut = nullptr;
+        QN::Var* steps = nullptr; // turns whose value is a sum of steps
     };
     LoopVars& loopAt(std::size_t r, QN::ScalarKind kind);
     std::map<std::pair<std::size_t, int>, LoopVars> loops_;

@@ -31,7 +31,7 @@ Translator::LoopVars& Translator::loopAt(std::size_t r, ScalarKind kind) {
         vars.first = emitter_.temporary(counted);
         vars.step = emitter_.temporary(counted);
         vars.last = emitter_.temporary(counted);
-        vars.isCut = emitter_.temporary(QN::Type::logical());
+        vars.steps = emitter_.temporary(QN::Type::i64());
     }
     return vars;
 }
@@ -62,7 +62,8 @@ void Translator::forRange(std::uint32_t at) {
     bool isUncut = integer.has_value();
     if (!integer) {
         shape = ops_.shapeOfRange(first, step, last);
-        // Whole steps pass the last value only by a rounding error, which whole numbers do not have. Without that case a loop is what engines know loops as.
+        // Whole steps pass the last value only by a rounding error, which whole numbers do not
+        // have. Without that case a loop is what engines know loops as.
         const auto isWhole = [](const Operand& part) {
             return part.constant != nullptr && part.constant->isScalar() &&
                    part.type.kind == ScalarKind::Double &&
@@ -90,11 +91,12 @@ void Translator::forRange(std::uint32_t at) {
         e.require(e.either(empty, e.both(fits(first), fits(end))), HostTrap::BadArgument);
     }
     e.store(loop.index, e.index(0));
-    e.store(loop.count, shape.count);
+    e.store(loop.count,
+            e.select(shape.isCut, e.plainly(QOp::Add, shape.count, e.index(1)), shape.count));
+    e.store(loop.steps, shape.count);
     e.store(loop.first, first);
     e.store(loop.step, step);
     e.store(loop.last, last);
-    e.store(loop.isCut, shape.isCut);
     for (std::size_t k = 0; k < loopState; ++k)
         clear(r + k);
     state_[r] = {.status = Status::Loop, .type = scalarType(kind), .isUncut = isUncut};
@@ -122,31 +124,24 @@ void Translator::forRangeStep(std::uint32_t at) {
     const Ref counted = isDouble ? e.convert(index, ScalarKind::Int64, kind) : index;
     const Ref offset = isDouble ? e.binary(QOp::Mul, counted, e.load(loop.step))
                                 : e.plainly(QOp::Mul, counted, e.load(loop.step));
-    const Ref value = isDouble ? e.binary(QOp::Add, e.load(loop.first), offset)
-                               : e.convert(e.plainly(QOp::Add, e.load(loop.first), offset),
-                                           ScalarKind::Int64, kind);
+    Ref value = isDouble ? e.binary(QOp::Add, e.load(loop.first), offset)
+                         : e.convert(e.plainly(QOp::Add, e.load(loop.first), offset),
+                                     ScalarKind::Int64, kind);
     e.store(loop.index, e.plainly(QOp::Add, index, e.index(1)));
+    if (isDouble && !before[i.a].isUncut) {
+        // The last value, where adding up steps would pass it by a rounding error.
+        QN::Var* const cut = e.temporary(QN::Type::f64());
+        e.store(cut, value);
+        e.unless(e.compare(QOp::Lt, index, e.load(loop.steps)),
+                 [&] { e.store(cut, e.load(loop.last)); });
+        value = e.load(cut);
+    }
     write(i.b, ops_.scalar(kind, value));
     flowTo(body);
 
     state_ = before;
     values_ = valuesBefore;
     e.at(rest);
-    if (state_[i.a].isUncut) {
-        flowTo(exit);
-        return;
-    }
-    // The last value, where adding up steps would pass it by a rounding error.
-    QN::Block* const cut = e.newBlock();
-    QN::Block* const done = e.newBlock();
-    e.branch(e.load(loop.isCut), cut, done);
-    e.at(cut);
-    e.store(loop.isCut, e.truth(false));
-    write(i.b, ops_.scalar(kind, e.load(loop.last)));
-    flowTo(body);
-    state_ = before;
-    values_ = valuesBefore;
-    e.at(done);
     flowTo(exit);
 }
 

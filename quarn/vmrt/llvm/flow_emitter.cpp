@@ -96,6 +96,37 @@ Value* FunctionEmitter::pointer(const Node& node) {
 
 // Blocks ------------------------------------------------------------------------------------------
 
+/// Marks the blocks that lead nowhere but to a trap or to an array that grows.
+void FunctionEmitter::findRareBlocks() {
+    const std::span<Block* const> order = order_.order();
+    for (auto at = order.rbegin(); at != order.rend(); ++at) {
+        const Block& block = **at;
+        const Node* const end = block.terminator();
+        bool rare = end != nullptr && (end->op() == Op::Trap || block.numSuccessors() > 0);
+        for (std::size_t i = 0; i < block.numSuccessors(); ++i) {
+            rare = rare && block.successor(i) != nullptr && isRare_[block.successor(i)->id()];
+        }
+        for (const Node& node : block.nodes()) {
+            rare = rare || node.op() == Op::Resize;
+        }
+        isRare_[block.id()] = rare;
+    }
+}
+
+llvm::MDNode* FunctionEmitter::weightsOf(const Node& branch) const {
+    const Block& yes = *asBlock(branch.operand(1));
+    const Block& no = *asBlock(branch.operand(2));
+    if (isRare_[yes.id()] != isRare_[no.id()]) {
+        return isRare_[yes.id()] ? unit_.unlikely() : unit_.likely();
+    }
+    // A second limit of a loop's turns is the one of the last turn.
+    const Node* const test = asNode(branch.operand(0));
+    const bool isSecond = test != nullptr && test->op() == Op::Lt && test->operand(1) != nullptr &&
+                          turnTest(test->operand(0), *branch.block()) != nullptr &&
+                          staysIn(loops_.innermost(*branch.block()), test->operand(1));
+    return isSecond ? unit_.likely() : nullptr;
+}
+
 void FunctionEmitter::emitBlock(const Block& block) {
     const std::uint32_t loop = loops_.innermost(block);
     if (loop != Loop::none && loops_.all()[loop].header == &block) {
@@ -205,7 +236,7 @@ void FunctionEmitter::emitTerminator(const Node& node) {
         }
         Value* const condition = value(node, 0);
         llvm::BasicBlock* const toYes = edge(from, *yes);
-        ir_.CreateCondBr(condition, toYes, edge(from, *no));
+        ir_.CreateCondBr(condition, toYes, edge(from, *no), weightsOf(node));
         break;
     }
     case Op::Ret:

@@ -16,6 +16,7 @@ FunctionEmitter::FunctionEmitter(UnitEmitter& unit, UnitFunction& function)
     blocks_.resize(cfg_.blockIdLimit());
     polls_.resize(cfg_.blockIdLimit());
     preheaders_.resize(cfg_.blockIdLimit());
+    isRare_.resize(cfg_.blockIdLimit());
     values_.resize(cfg_.nodeIdLimit());
     vars_.resize(cfg_.varIdLimit());
     arrayVars_.resize(cfg_.varIdLimit());
@@ -59,6 +60,7 @@ void FunctionEmitter::run() {
     }
     makeParameters();
     llvm::BasicBlock* const start = ir_.GetInsertBlock();
+    findRareBlocks();
     findHoists();
     findCountedLoops();
     for (const Block* const block : order_.order()) {

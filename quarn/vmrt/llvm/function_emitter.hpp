@@ -66,6 +66,8 @@ private:
     [[noreturn]] void refuse(const Node& node, const char* what) const;
 
     // Blocks and edges: flow_emitter.cpp.
+    void findRareBlocks();
+    llvm::MDNode* weightsOf(const Node& branch) const;
     void emitBlock(const Block& block);
     void emitNode(const Node& node);
     void emitTerminator(const Node& node);
@@ -137,6 +139,9 @@ private:
     Whole wholeOf(const Node& user, std::size_t operand);
     Whole ofDouble(llvm::Value* number);
     llvm::Value* isExact(llvm::Value* whole, unsigned bits = 52);
+    [[nodiscard]] bool staysIn(std::uint32_t loop, const Entity* operand) const;
+    [[nodiscard]] const Node* turnTest(const Entity* turn, const Block& at) const;
+    std::optional<Whole> wholeOfTurn(const Node& sum);
     void storeWhole(const Var& var, const Whole& whole);
     llvm::Value* indexOf(const Node& node);
 
@@ -177,6 +182,7 @@ private:
     std::vector<llvm::BasicBlock*> blocks_;             // by block id
     std::vector<llvm::BasicBlock*> polls_;              // by block id
     std::vector<llvm::BasicBlock*> preheaders_;         // by block id
+    std::vector<bool> isRare_;                          // by block id
     std::vector<llvm::Value*> values_;                  // by node id
     std::vector<llvm::Value*> vars_;                    // by variable id; scalars
     std::vector<std::optional<ArrayPlace>> arrayVars_;  // by variable id

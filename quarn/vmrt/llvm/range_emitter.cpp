@@ -81,9 +81,16 @@ Interval before(const Step& step, Interval to) {
 
 } // namespace
 
+/// In a loop whose number of turns LLVM hardly finds out: nothing in its head compares counters.
 bool FunctionEmitter::runsInUncountedLoop(const Node& node) const {
     const std::uint32_t loop = loops_.innermost(*node.block());
-    return loop != Loop::none && counted_[loop].compare == nullptr;
+    if (loop == Loop::none) {
+        return false;
+    }
+    const Node& end = *loops_.all()[loop].header->last();
+    const Node* const compare = end.op() == Op::Br ? asNode(end.operand(0)) : nullptr;
+    return compare == nullptr || !compare->has(OpFlag::Compares) ||
+           typeOf(compare->operand(0)) != Type::i64();
 }
 
 /// The value of a saturating operation with a constant, and of those in front of it; null where

@@ -121,6 +121,85 @@ Whole FunctionEmitter::wholeOf(const Node& user, std::size_t operand) {
     return ofDouble(value(user, operand));
 }
 
+/// The value does not change while the loop runs.
+bool FunctionEmitter::staysIn(std::uint32_t loop, const Entity* operand) const {
+    const Node* const node = asNode(const_cast<Entity*>(operand));
+    if (node == nullptr || !loops_.isInside(loops_.innermost(*node->block()), loop)) {
+        return true;
+    }
+    const Var* const var = node->op() == Op::Load ? asVar(node->operand(0)) : nullptr;
+    if (var == nullptr || var->isAggregate() || arrayUses_.hasAddress(*var)) {
+        return false;
+    }
+    for (const Operand& use : var->uses()) {
+        if (use.user()->op() == Op::Store &&
+            loops_.isInside(loops_.innermost(*use.user()->block()), loop)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// The number of turns that are left or done, if the head of the innermost loop compares `turn`
+/// with it, and `turn` only ever counts up by one from 0 or more; null otherwise.
+const Node* FunctionEmitter::turnTest(const Entity* turn, const Block& at) const {
+    const Node* const load = asNode(const_cast<Entity*>(turn));
+    const std::uint32_t loop = loops_.innermost(at);
+    const Node* const end = loop != Loop::none ? loops_.all()[loop].header->last() : nullptr;
+    const Node* const test =
+        end != nullptr && end->op() == Op::Br ? asNode(end->operand(0)) : nullptr;
+    if (load == nullptr || load->op() != Op::Load || load->type() != Type::i64() ||
+        test == nullptr || test->op() != Op::Lt || test->operand(0) != load ||
+        !loops_.isInside(loops_.innermost(*asBlock(end->operand(1))), loop) ||
+        !staysIn(loop, test->operand(1)) || asBlock(end->operand(1)) == end->block() ||
+        !order_.dominates(*asBlock(end->operand(1)), at)) {
+        return nullptr;
+    }
+    const Var& var = *asVar(load->operand(0));
+    for (const Operand& use : var.uses()) {
+        if (use.user()->op() == Op::Load) {
+            continue;
+        }
+        const Entity* const stored = use.user()->op() == Op::Store ? use.user()->operand(1) : &var;
+        const Const* const first = asConst(const_cast<Entity*>(stored));
+        const Node* const sum = asNode(const_cast<Entity*>(stored));
+        const Node* const before =
+            sum != nullptr && sum->op() == Op::Add ? asNode(sum->operand(0)) : nullptr;
+        const Const* const step = before != nullptr ? asConst(sum->operand(1)) : nullptr;
+        const bool counts = before != nullptr && before->op() == Op::Load &&
+                            before->operand(0) == &var && step != nullptr && step->asInt() == 1;
+        if (!counts && (first == nullptr || first->asInt() < 0)) {
+            return nullptr;
+        }
+    }
+    return test;
+}
+
+/// The whole number of first + turn * step, where the turn of a loop is below its limit, is the
+/// same or not for the whole loop. Nothing if the node is no such sum.
+std::optional<Whole> FunctionEmitter::wholeOfTurn(const Node& sum) {
+    const Node* const product = sum.op() == Op::Add ? asNode(sum.operand(1)) : nullptr;
+    const Node* const turn =
+        product != nullptr && product->op() == Op::Mul ? asNode(product->operand(0)) : nullptr;
+    if (turn == nullptr || turn->op() != Op::Convert || isOne(product->operand(1))) {
+        return std::nullopt;
+    }
+    const Node* const test = turnTest(turn->operand(0), *sum.block());
+    const std::uint32_t loop = loops_.innermost(*sum.block());
+    if (test == nullptr || !staysIn(loop, sum.operand(0)) || !staysIn(loop, product->operand(1))) {
+        return std::nullopt;
+    }
+    // Up to 2^31 turns by steps of up to 2^20 from up to 2^51: all numbers stay below 2^53.
+    const Whole first = wholeOf(sum, 0);
+    const Whole step = wholeOf(*product, 1);
+    Value* const fewTurns =
+        ir_.CreateICmpULE(value(*test, 1), ir_.getInt64(std::uint64_t{1} << 31));
+    Value* const exact = ir_.CreateAnd(isExact(first.number, 51), isExact(step.number, 20));
+    return Whole{
+        ir_.CreateAdd(first.number, ir_.CreateMul(value(*turn, 0), step.number)),
+        ir_.CreateAnd(ir_.CreateAnd(first.isSame, step.isSame), ir_.CreateAnd(fewTurns, exact))};
+}
+
 /// Computes the whole number of a node's value, if an index comes from it.
 void FunctionEmitter::emitWhole(const Node& node) {
     if (node.op() == Op::Store) {
@@ -155,6 +234,10 @@ void FunctionEmitter::emitWhole(const Node& node) {
     }
     if (node.op() == Op::Mul && (isOne(node.operand(0)) || isOne(node.operand(1)))) {
         made = wholeOf(node, isOne(node.operand(0)) ? 1 : 0);
+        return;
+    }
+    if (const std::optional<Whole> ofTurn = wholeOfTurn(node); ofTurn.has_value()) {
+        made = *ofTurn;
         return;
     }
     const Whole a = wholeOf(node, 0);
