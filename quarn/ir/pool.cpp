@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace QN {
+
+std::size_t detail::reservedNow = 0;
 
 namespace {
 
@@ -19,15 +22,18 @@ constexpr std::uint64_t headerMagic = 0xC5C5C5C500000000;
 constexpr unsigned char poisonByte = 0xDD;
 
 // Process-wide, because the high-water mark is one of the process.
-std::size_t reservedNow = 0;
+using detail::reservedNow;
 std::size_t reservedPeak = 0;
 
-// In a pool with records, the 8 bytes before an allocation hold the number of its record, which
-// makes them a canary and the way from an address to its record in one.
+// The 8 bytes before an allocation with canaries hold the number of its record.
 std::uint64_t headerOf(const void* address) noexcept {
     std::uint64_t header;
     std::memcpy(&header, static_cast<const std::byte*>(address) - canaryBytes, sizeof header);
     return header;
+}
+
+std::intptr_t roomBetween(const std::byte* from, const std::byte* to) noexcept {
+    return reinterpret_cast<std::intptr_t>(to) - reinterpret_cast<std::intptr_t>(from);
 }
 
 bool allBytesAre(const void* address, std::size_t bytes, unsigned char value) noexcept {
@@ -37,10 +43,50 @@ bool allBytesAre(const void* address, std::size_t bytes, unsigned char value) no
 
 } // namespace
 
+// What a pool with records notes of an allocation is one word: its size and, in the three bits that
+// a multiple of 8 leaves free, its kind. Allocations of a chunk follow each other, so the words
+// and the chunks' starts tell all addresses when somebody asks.
 struct Pool::Checks {
+    using Word = std::uint64_t;
+    static_assert(entityKindCount <= 8);
+    static constexpr std::size_t firstWords = 64;
+    static constexpr std::size_t moreWords = 512;
+
+    struct ChunkStart {
+        std::byte* address;
+        std::size_t record; // the first one that lies in this chunk
+    };
+
+    explicit Checks(bool withCanaries) : canaries(withCanaries) {}
+
+    [[nodiscard]] static Word wordFor(std::size_t bytes, EntityKind kind) noexcept {
+        return bytes | static_cast<Word>(kind);
+    }
+
+    [[nodiscard]] std::size_t count() const noexcept {
+        return words.empty()
+                   ? 0
+                   : inFullWords + static_cast<std::size_t>(nextWord - words.back().get());
+    }
+
+    void addWords() {
+        const std::size_t before = count();
+        const std::size_t room = words.empty() ? firstWords : moreWords;
+        words.push_back(std::make_unique_for_overwrite<Word[]>(room));
+        inFullWords = before;
+        nextWord = words.back().get();
+        wordsEnd = nextWord + room;
+    }
+
     bool canaries;
+    std::byte* plainEnd = nullptr; // of the chunk, null if allocations have canaries around them
     std::byte* chunkEnd = nullptr;
-    std::vector<Record> records;
+    Word* nextWord = nullptr;
+    Word* wordsEnd = nullptr;
+    std::size_t inFullWords = 0;
+    std::vector<std::unique_ptr<Word[]>> words;
+    std::vector<ChunkStart> chunks;    // oldest first
+    std::vector<const void*> released; // in order of release
 };
 
 Pool::Pool(PoolKind kind) : kind_(kind) {
@@ -49,7 +95,7 @@ Pool::Pool(PoolKind kind) : kind_(kind) {
     const bool track = leaks.isOn();
     const bool canaries = TSFEAT_QUARNPoolSanityChecks->isOn();
     if (track || canaries) {
-        checks_ = new Checks{canaries, nullptr, {}};
+        checks_ = new Checks(canaries);
     }
 }
 
@@ -82,14 +128,29 @@ void Pool::addChunk(std::size_t atLeast) {
     reservedPeak = std::max(reservedPeak, reservedNow);
     if (checks_ != nullptr) {
         checks_->chunkEnd = limit_;
-        limit_ = next_;
+        checks_->plainEnd = checks_->canaries ? nullptr : limit_;
+        limit_ = nullptr;
+        checks_->chunks.push_back({next_, checks_->count()});
     }
 }
 
+// In a pool with records every allocation comes here, so there is a short way through.
 void* Pool::allocateSlowly(std::size_t bytes, EntityKind kind) {
-    if (checks_ != nullptr) {
+    if (checks_ == nullptr) {
+        return allocateInNewChunk(bytes);
+    }
+    Checks& checks = *checks_;
+    std::byte* const result = next_;
+    if (roomBetween(result, checks.plainEnd) < static_cast<std::intptr_t>(bytes) ||
+        checks.nextWord == checks.wordsEnd) [[unlikely]] {
         return allocateChecked(bytes, kind);
     }
+    next_ = result + bytes;
+    *checks.nextWord++ = Checks::wordFor(bytes, kind);
+    return result;
+}
+
+void* Pool::allocateInNewChunk(std::size_t bytes) {
     addChunk(bytes);
     std::byte* const result = next_;
     next_ += bytes;
@@ -97,19 +158,23 @@ void* Pool::allocateSlowly(std::size_t bytes, EntityKind kind) {
 }
 
 void* Pool::allocateChecked(std::size_t bytes, EntityKind kind) {
-    const std::size_t around = checks_->canaries ? 2 * canaryBytes : canaryBytes;
-    if (chunk_ == nullptr || static_cast<std::size_t>(checks_->chunkEnd - next_) < bytes + around) {
-        addChunk(bytes + around);
+    Checks& checks = *checks_;
+    if (checks.nextWord == checks.wordsEnd) {
+        checks.addWords();
     }
-    std::byte* const result = next_ + canaryBytes;
-    next_ += bytes + around;
-    limit_ = next_;
-    const std::uint64_t header = headerMagic | checks_->records.size();
-    std::memcpy(result - canaryBytes, &header, sizeof header);
-    if (checks_->canaries) {
+    const std::size_t all = checks.canaries ? bytes + 2 * canaryBytes : bytes;
+    if (roomBetween(next_, checks.chunkEnd) < static_cast<std::intptr_t>(all)) {
+        addChunk(all);
+    }
+    std::byte* result = next_;
+    next_ += all;
+    if (checks.canaries) {
+        const std::uint64_t header = headerMagic | checks.count();
+        std::memcpy(result, &header, sizeof header);
+        result += canaryBytes;
         std::memset(result, canaryByte, bytes + canaryBytes);
     }
-    checks_->records.push_back({result, bytes, kind, false});
+    *checks.nextWord++ = Checks::wordFor(bytes, kind);
     return result;
 }
 
@@ -128,10 +193,7 @@ void Pool::release(void* address, std::size_t bytes) noexcept {
     if (checks_ == nullptr) {
         return;
     }
-    const std::uint64_t index = headerOf(address) ^ headerMagic;
-    if (index < checks_->records.size() && checks_->records[index].address == address) {
-        checks_->records[index].released = true;
-    }
+    checks_->released.push_back(address);
     if (checks_->canaries) {
         std::memset(address, poisonByte, bytes);
     }
@@ -176,9 +238,37 @@ bool Pool::hasCanaries() const noexcept {
     return checks_ != nullptr && checks_->canaries;
 }
 
-const std::vector<Pool::Record>& Pool::records() const noexcept {
-    static const std::vector<Record> none;
-    return checks_ != nullptr ? checks_->records : none;
+std::vector<Pool::Record> Pool::records() const {
+    std::vector<Record> records;
+    if (checks_ == nullptr) {
+        return records;
+    }
+    std::vector<const void*> released = checks_->released;
+    std::sort(released.begin(), released.end());
+    const std::size_t before = checks_->canaries ? canaryBytes : 0;
+    const std::size_t around = 2 * before;
+    const std::size_t count = checks_->count();
+    records.reserve(count);
+    auto chunk = checks_->chunks.begin();
+    std::byte* at = nullptr;
+    for (const auto& words : checks_->words) {
+        const Checks::Word* word = words.get();
+        const std::size_t room =
+            &words == &checks_->words.front() ? Checks::firstWords : Checks::moreWords;
+        for (const Checks::Word* const end = word + std::min(room, count - records.size());
+             word != end; ++word) {
+            while (chunk != checks_->chunks.end() && chunk->record == records.size()) {
+                at = chunk++->address;
+            }
+            constexpr Checks::Word kinds = 7;
+            const std::size_t bytes = *word & ~kinds;
+            void* const address = at + before;
+            records.push_back({address, bytes, static_cast<EntityKind>(*word & kinds),
+                               std::binary_search(released.begin(), released.end(), address)});
+            at += bytes + around;
+        }
+    }
+    return records;
 }
 
 std::vector<Pool::Damage> Pool::checkCanaries() const {
@@ -186,8 +276,9 @@ std::vector<Pool::Damage> Pool::checkCanaries() const {
     if (!hasCanaries()) {
         return damages;
     }
-    for (std::size_t i = 0; i < checks_->records.size(); ++i) {
-        const Record& record = checks_->records[i];
+    const std::vector<Record> all = records();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const Record& record = all[i];
         const auto* const start = static_cast<const std::byte*>(record.address);
         if (headerOf(start) != (headerMagic | i)) {
             damages.push_back({Damage::What::Underrun, record});
@@ -202,9 +293,6 @@ std::vector<Pool::Damage> Pool::checkCanaries() const {
     return damages;
 }
 
-std::size_t Pool::totalReserved() noexcept {
-    return reservedNow;
-}
 std::size_t Pool::peakReserved() noexcept {
     return reservedPeak;
 }

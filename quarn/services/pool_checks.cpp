@@ -36,7 +36,7 @@ std::string describe(const Pool::Record& record) {
 
 void findGraphLeaks(const Function& function, std::vector<PoolFinding>& found) {
     const Cfg& cfg = function.cfg();
-    const std::vector<Pool::Record>& records = cfg.pool().records();
+    const std::vector<Pool::Record> records = cfg.pool().records();
     if (records.empty()) {
         return;
     }
@@ -62,7 +62,7 @@ void findGraphLeaks(const Function& function, std::vector<PoolFinding>& found) {
 }
 
 void findNameLeaks(const Scope& scope, std::vector<PoolFinding>& found) {
-    const std::vector<Pool::Record>& records = scope.pool().records();
+    const std::vector<Pool::Record> records = scope.pool().records();
     if (records.empty()) {
         return;
     }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <set>
+#include <vector>
 
 using namespace QN;
 
@@ -97,6 +98,35 @@ TEST(Pool, RecordsNameWhatIsStillAlive) {
     EXPECT_EQ(pool.records()[1].kind, EntityKind::Var);
     EXPECT_EQ(pool.records()[1].bytes, 24U);
     EXPECT_FALSE(pool.records()[1].released);
+}
+
+// Over many chunks, and allocations larger than one.
+TEST(Pool, RecordsAreThoseOfAllAllocationsInOrder) {
+    for (TsTestingHook* const hook :
+         {TSFEAT_QUARNPoolInternalLeakDetection, TSFEAT_QUARNPoolSanityChecks}) {
+        const HookOn on(hook);
+        Pool pool;
+        std::vector<Pool::Record> made;
+        for (std::size_t i = 0; i < 5000; ++i) {
+            const std::size_t bytes = i % 977 == 976 ? 300'000 : 8 * (1 + i * i % 30);
+            const auto kind = static_cast<EntityKind>(i % entityKindCount);
+            made.push_back({pool.allocate(bytes, kind), bytes, kind, false});
+        }
+        for (std::size_t i = 0; i < made.size(); i += 7) {
+            const std::size_t place = i * 11 % made.size();
+            made[place].released = true;
+            pool.release(made[place].address, made[place].bytes);
+        }
+        const std::vector<Pool::Record> records = pool.records();
+        ASSERT_EQ(records.size(), made.size());
+        for (std::size_t i = 0; i < made.size(); ++i) {
+            ASSERT_EQ(records[i].address, made[i].address) << i;
+            ASSERT_EQ(records[i].bytes, made[i].bytes) << i;
+            ASSERT_EQ(records[i].kind, made[i].kind) << i;
+            ASSERT_EQ(records[i].released, made[i].released) << i;
+        }
+        EXPECT_TRUE(pool.checkCanaries().empty());
+    }
 }
 
 TEST(Pool, CanariesCatchWritesOutside) {
