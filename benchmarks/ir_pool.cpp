@@ -96,6 +96,7 @@ std::string memoryOf(const char* what, const QN::Scope& scope) {
     std::size_t nodes = 0;
     std::size_t operands = 0;
     std::size_t pool = 0;
+    std::size_t reserved = 0;
     for (const auto& function : scope.functions()) {
         for (const QN::Block& block : function->cfg().blocks()) {
             for (const QN::Node& node : block.nodes()) {
@@ -104,13 +105,15 @@ std::string memoryOf(const char* what, const QN::Scope& scope) {
             }
         }
         pool += function->cfg().pool().bytesAllocated();
+        reserved += function->cfg().pool().bytesReserved();
     }
-    char text[200];
+    char text[300];
     std::snprintf(text, sizeof text,
                   "%s: %.1f bytes per node with its operands; %.1f with all that is in the graph "
-                  "(blocks, variables, constants, names)",
+                  "(blocks, variables, constants, names), %.1f with the rest of the pools' chunks",
                   what, static_cast<double>(operands) / static_cast<double>(nodes),
-                  static_cast<double>(pool) / static_cast<double>(nodes));
+                  static_cast<double>(pool) / static_cast<double>(nodes),
+                  static_cast<double>(reserved) / static_cast<double>(nodes));
     return text;
 }
 

@@ -5,6 +5,7 @@
 #include <qn/testing_hooks.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
 
@@ -114,8 +115,10 @@ Pool::~Pool() {
 }
 
 void Pool::addChunk(std::size_t atLeast) {
-    const std::size_t doubled = std::clamp(reserved_, firstChunk, largestChunk);
-    std::size_t bytes = std::max(doubled, atLeast + sizeof(Chunk));
+    // Each chunk adds at most a half to what is there: most graphs are small, and with doubling a
+    // quarter of all their memory was what their last chunks had left.
+    const std::size_t half = std::clamp(std::bit_floor(reserved_ / 2), firstChunk, largestChunk);
+    std::size_t bytes = std::max(half, atLeast + sizeof(Chunk));
     void* const memory = detail::takeChunk(bytes);
     if (chunk_ != nullptr) {
         inFullChunks_ += static_cast<std::size_t>(next_ - reinterpret_cast<std::byte*>(chunk_ + 1));
