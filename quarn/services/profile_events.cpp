@@ -67,26 +67,84 @@ struct Sum {
 
 } // namespace
 
-std::uint64_t ProfileEvents::learn(std::string_view name, std::uint64_t scope) {
-    const std::uint64_t place = names_.size();
-    names_.append(name);
-    known_[(reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames] = {scope, name,
-                                                                                 place};
-    return place;
-}
-
 void ProfileEvents::grow() {
-    const std::size_t room = std::max<std::size_t>(64, 2 * room_);
+    const std::uint32_t room = std::max<std::uint32_t>(64, 2 * room_);
     auto larger = std::make_unique_for_overwrite<ProfileEvent[]>(room);
-    std::copy_n(events_.get(), count_, larger.get());
+    std::copy_n(events_.get(), next_, larger.get());
     events_ = std::move(larger);
     room_ = room;
 }
 
-void ProfileEvents::clear() {
-    count_ = 0;
-    names_.clear();
-    known_.fill({});
+bool ProfileEvents::prepareToEnd(const TransformRun& run) {
+    std::uint32_t at = innermost_;
+    while (at != none && events_[at].run != run.id()) {
+        at = events_[at].outer;
+    }
+    if (at == none) {
+        return false;
+    }
+    innermost_ = at;
+    learn(run.targetName(), run.scope().serial());
+    return true;
+}
+
+void ProfileEvents::learn(std::string_view name, std::uint64_t scope) {
+    KnownName& known = known_[placeOf(name)];
+    if (known.name != name.data() || known.scope != scope) {
+        known = {scope, name.data(), static_cast<std::uint32_t>(names_.size())};
+        names_.emplace_back(name);
+    }
+}
+
+std::uint64_t ProfileEvents::origin() const noexcept {
+    return origin_ != 0 || next_ == 0 ? origin_ : events_[0].start;
+}
+
+std::vector<ProfileEvents::Ended> ProfileEvents::inOrder() const {
+    std::vector<Ended> ended(ended_);
+    std::vector<std::uint32_t> depths(next_);
+    for (std::uint32_t i = 0; i < next_; ++i) {
+        const ProfileEvent& event = events_[i];
+        depths[i] = event.outer == none ? 0 : depths[event.outer] + 1;
+        if (event.ended != 0) {
+            ended[event.ended - 1] = {&event, depths[i]};
+        }
+    }
+    return ended;
+}
+
+void ProfileEvents::drop() {
+    origin_ = origin();
+    dropped_ += ended_;
+    ended_ = 0;
+    std::vector<std::uint32_t> open;
+    for (std::uint32_t at = innermost_; at != none; at = events_[at].outer) {
+        open.push_back(at);
+    }
+    next_ = 0;
+    innermost_ = none;
+    for (auto at = open.rbegin(); at != open.rend(); ++at) {
+        ProfileEvent& event = events_[next_] = events_[*at];
+        event.outer = innermost_;
+        innermost_ = next_++;
+    }
+    forgetManyNames();
+}
+
+void ProfileEvents::reset() {
+    next_ = 0;
+    innermost_ = none;
+    ended_ = 0;
+    dropped_ = 0;
+    origin_ = 0;
+    forgetManyNames();
+}
+
+void ProfileEvents::forgetManyNames() {
+    if (names_.size() > knownNames) {
+        names_.clear();
+        known_.fill({});
+    }
 }
 
 std::string profileTable(const ProfileEvents& events, const ProfileReport& report) {
@@ -101,24 +159,24 @@ std::string profileTable(const ProfileEvents& events, const ProfileReport& repor
           "pool bytes", "outcome", "transform and target");
     std::map<std::string_view, Sum> sums;
     Number record = report.firstRecord;
-    for (const ProfileEvent& event : events.all()) {
+    for (const auto& [event, depth] : events.inOrder()) {
         numbered("%8llu ", record++);
-        print(text, "%14.3f %12.3f %9u %9u ", momentOf(event.start, report), durationOf(event),
-              event.nodesBefore, event.nodesAfter);
-        if (event.poolAfter == ProfileEvent::noMemory) {
+        print(text, "%14.3f %12.3f %9u %9u ", momentOf(event->start, report), durationOf(*event),
+              event->nodesBefore, event->nodesAfter);
+        if (event->poolAfter == ProfileEvent::noMemory) {
             print(text, "%12s ", "-");
         } else {
-            print(text, "%12llu ", static_cast<Number>(event.poolAfter));
+            print(text, "%12llu ", static_cast<Number>(event->poolBytesAfter()));
         }
-        print(text, "%-9s ", nameOf(event.outcome));
-        text.append(std::min<std::size_t>(2U * event.depth, 40), ' ');
-        text.append(event.transform).append(event.scopeRun ? " scope " : " ");
-        text.append(targetName(events, event, report)).append(1, '\n');
+        print(text, "%-9s ", nameOf(event->outcome));
+        text.append(std::min<std::size_t>(std::size_t{2} * depth, 40), ' ');
+        text.append(event->transformName()).append(event->scopeRun ? " scope " : " ");
+        text.append(targetName(events, *event, report)).append(1, '\n');
 
-        Sum& sum = sums[event.transform];
+        Sum& sum = sums[event->transformName()];
         ++sum.runs;
-        sum.changed += event.outcome == RunOutcome::Changed ? 1 : 0;
-        sum.microseconds += durationOf(event);
+        sum.changed += event->outcome == RunOutcome::Changed ? 1 : 0;
+        sum.microseconds += durationOf(*event);
     }
 
     std::vector<std::pair<std::string_view, Sum>> sorted(sums.begin(), sums.end());
@@ -139,23 +197,23 @@ std::string profileCsv(const ProfileEvents& events, const ProfileReport& report)
     text += "run,transform,kind,target,start_us,time_us,nodes_before,nodes_after,pool_bytes_before,"
             "pool_bytes_after,outcome\n";
     Number record = report.firstRecord;
-    for (const ProfileEvent& event : events.all()) {
+    for (const auto& [event, depth] : events.inOrder()) {
         if (report.recordNumbering) {
             print(text, "%llu,", record++);
         }
-        print(text, "%llu,", static_cast<Number>(event.run));
-        appendQuotedCsv(text, event.transform);
-        text += event.scopeRun ? ",scope," : ",function,";
-        appendQuotedCsv(text, targetName(events, event, report));
-        print(text, ",%.3f,%.3f,%u,%u,", momentOf(event.start, report), durationOf(event),
-              event.nodesBefore, event.nodesAfter);
-        if (event.poolAfter != ProfileEvent::noMemory) {
-            print(text, "%llu,%llu", static_cast<Number>(event.poolBefore),
-                  static_cast<Number>(event.poolAfter));
+        print(text, "%llu,", static_cast<Number>(event->run));
+        appendQuotedCsv(text, event->transformName());
+        text += event->scopeRun ? ",scope," : ",function,";
+        appendQuotedCsv(text, targetName(events, *event, report));
+        print(text, ",%.3f,%.3f,%u,%u,", momentOf(event->start, report), durationOf(*event),
+              event->nodesBefore, event->nodesAfter);
+        if (event->poolAfter != ProfileEvent::noMemory) {
+            print(text, "%llu,%llu", static_cast<Number>(event->poolBytesBefore()),
+                  static_cast<Number>(event->poolBytesAfter()));
         } else {
             text += ',';
         }
-        text.append(1, ',').append(nameOf(event.outcome)).append(1, '\n');
+        text.append(1, ',').append(nameOf(event->outcome)).append(1, '\n');
     }
     return text;
 }
@@ -168,32 +226,32 @@ std::string profileTrace(const ProfileEvents& events, const ProfileReport& repor
           "\"quarn\"}}",
           process);
     Number record = report.firstRecord;
-    for (const ProfileEvent& event : events.all()) {
+    for (const auto& [event, depth] : events.inOrder()) {
         text += ",\n{\"name\":";
-        appendQuotedJson(text, event.transform);
-        text += event.scopeRun ? ",\"cat\":\"scope\"" : ",\"cat\":\"function\"";
+        appendQuotedJson(text, event->transformName());
+        text += event->scopeRun ? ",\"cat\":\"scope\"" : ",\"cat\":\"function\"";
         // Both moments are rounded down, so that a run inside another stays inside it.
-        const auto start = static_cast<Number>(1e3 * momentOf(event.start, report));
-        const auto end = std::max(start, static_cast<Number>(1e3 * momentOf(event.end, report)));
+        const auto start = static_cast<Number>(1e3 * momentOf(event->start, report));
+        const auto end = std::max(start, static_cast<Number>(1e3 * momentOf(event->end, report)));
         print(text, ",\"ph\":\"X\",\"pid\":%d,\"tid\":1,\"ts\":%llu.%03llu,\"dur\":%llu.%03llu",
               process, start / 1000, start % 1000, (end - start) / 1000, (end - start) % 1000);
         text += ",\"args\":{";
         if (report.recordNumbering) {
             print(text, "\"record\":%llu,", record++);
         }
-        print(text, "\"run\":%llu,\"target\":", static_cast<Number>(event.run));
-        appendQuotedJson(text, targetName(events, event, report));
-        print(text, ",\"nodesBefore\":%u,\"nodesAfter\":%u,\"outcome\":\"%s\"}}", event.nodesBefore,
-              event.nodesAfter, nameOf(event.outcome));
-        if (event.poolAfter != ProfileEvent::noMemory) {
+        print(text, "\"run\":%llu,\"target\":", static_cast<Number>(event->run));
+        appendQuotedJson(text, targetName(events, *event, report));
+        print(text, ",\"nodesBefore\":%u,\"nodesAfter\":%u,\"outcome\":\"%s\"}}",
+              event->nodesBefore, event->nodesAfter, nameOf(event->outcome));
+        if (event->poolAfter != ProfileEvent::noMemory) {
             const auto counter = [&](Number moment, std::uint64_t bytes) {
                 print(text,
                       ",\n{\"name\":\"pools\",\"ph\":\"C\",\"pid\":%d,\"tid\":1,\"ts\":%llu.%03llu,"
                       "\"args\":{\"bytes\":%llu}}",
                       process, moment / 1000, moment % 1000, static_cast<Number>(bytes));
             };
-            counter(start, event.poolBefore);
-            counter(end, event.poolAfter);
+            counter(start, event->poolBytesBefore());
+            counter(end, event->poolBytesAfter());
         }
     }
     return text += "\n]}\n";

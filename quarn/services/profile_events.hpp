@@ -1,10 +1,12 @@
 // The events of the transform profiler and the forms of its report.
 //
-// Recording an event is a part of the cost of every run that is profiled, so it copies nothing: the
-// name of a transform lives as long as the process, and each target's name is copied once and then
-// found again by its place. Owner: the service.
+// Recording an event is a part of the cost of every run that is profiled, so it copies nothing and
+// derives nothing: the name of a transform lives as long as the process, each target's name is
+// copied once and then found again by its place, and depth and order are told from links when
+// somebody reads. Owner: the service.
 #pragma once
 
+#include <qn/pool.hpp>
 #include <qn/scope.hpp>
 #include <qn/transform_run.hpp>
 
@@ -12,80 +14,139 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace QN::detail {
 
-struct ProfileEvent {
-    static constexpr std::uint64_t noMemory = ~std::uint64_t{0};
+/// One run. It fills one cache line: events are written one behind the other.
+struct alignas(64) ProfileEvent {
+    /// Pools hold whole units of this many bytes, and less than 2^32 of them.
+    static constexpr std::uint64_t poolUnit = 1024;
+    static constexpr std::uint32_t noMemory = ~std::uint32_t{0};
 
+    // Known at the start.
     std::uint64_t run;
     std::uint64_t start; // ticks of the timers' clock
-    std::uint64_t end;
-    std::uint64_t poolBefore; // bytes of all pools
-    std::uint64_t poolAfter;
-    std::string_view transform;
-    std::uint64_t target; // where its name begins in ProfileEvents
+    std::uint32_t outer; // place of the event of the run around this one, or ProfileEvents::none
+    std::uint32_t poolBefore; // units of all pools
     std::uint32_t nodesBefore;
+    std::uint32_t ended; // place in the order of ends, counted from 1; 0 for a run under way
+    // Known at the end.
+    std::uint64_t end;
+    const char* transform; // its name
+    std::uint32_t poolAfter;
     std::uint32_t nodesAfter;
-    std::uint32_t targetLength;
-    std::uint8_t depth; // runs around this one
+    std::uint32_t target; // number of its name in ProfileEvents
+    std::uint16_t transformLength;
     bool scopeRun;
     RunOutcome outcome;
+
+    [[nodiscard]] std::string_view transformName() const noexcept {
+        return {transform, transformLength};
+    }
+    [[nodiscard]] std::uint64_t poolBytesBefore() const noexcept { return poolBefore * poolUnit; }
+    [[nodiscard]] std::uint64_t poolBytesAfter() const noexcept { return poolAfter * poolUnit; }
 };
+static_assert(sizeof(ProfileEvent) == 64);
 
 class ProfileEvents {
 public:
-    /// Adds an event that has its names from `run`; the caller fills in all the rest.
-    ProfileEvent& add(const TransformRun& run) {
-        const std::string_view name = run.targetName();
-        const std::uint64_t scope = run.scope().serial();
-        const KnownName& known =
-            known_[(reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames];
-        const std::uint64_t target = known.scope == scope && known.name.data() == name.data() &&
-                                             known.name.size() == name.size()
-                                         ? known.place
-                                         : learn(name, scope);
-        if (count_ == room_) [[unlikely]] {
-            grow();
-        }
-        ProfileEvent& event = events_[count_++];
-        event.transform = run.transformName();
-        event.target = target;
-        event.targetLength = static_cast<std::uint32_t>(name.size());
+    static constexpr std::uint32_t none = ~std::uint32_t{0};
+
+    /// Whether begin() needs no memory.
+    [[nodiscard]] bool hasRoom() const noexcept { return next_ != room_; }
+    void grow();
+
+    /// Begins a run inside those that are under way, if there is room; the clock is read last.
+    template <typename ReadClock>
+    void begin(const TransformRun& run, std::size_t nodes, ReadClock readClock) noexcept {
+        ProfileEvent& event = events_[next_];
+        event.run = run.id();
+        event.outer = innermost_;
+        event.poolBefore = poolUnits();
+        event.nodesBefore = static_cast<std::uint32_t>(nodes);
+        event.ended = 0;
+        innermost_ = next_++;
+        event.start = readClock();
+    }
+
+    /// Whether `run` began last of those under way and its target's name is known.
+    [[nodiscard]] bool canEnd(const TransformRun& run) const noexcept {
+        const KnownName& known = known_[placeOf(run.targetName())];
+        return innermost_ != none && events_[innermost_].run == run.id() &&
+               known.name == run.targetName().data() && known.scope == run.scope().serial();
+    }
+    /// Makes canEnd() true: runs inside this one that never ended are given up. False if `run` is
+    /// not under way here.
+    bool prepareToEnd(const TransformRun& run);
+
+    /// Ends the innermost run.
+    ProfileEvent& end(const TransformRun& run, std::uint64_t now, std::size_t nodes) noexcept {
+        ProfileEvent& event = events_[innermost_];
+        innermost_ = event.outer;
+        event.ended = ++ended_;
+        event.end = now;
+        event.transform = run.transformName().data();
+        event.transformLength = static_cast<std::uint16_t>(run.transformName().size());
+        event.poolAfter = poolUnits();
+        event.nodesAfter = static_cast<std::uint32_t>(nodes);
+        event.target = known_[placeOf(run.targetName())].number;
+        event.scopeRun = run.isScopeRun();
+        event.outcome = run.outcome();
         return event;
     }
-    void clear();
 
-    [[nodiscard]] std::span<const ProfileEvent> all() const noexcept {
-        return {events_.get(), count_};
-    }
-    [[nodiscard]] std::size_t size() const noexcept { return count_; }
+    /// The moment at which the first run since reset() began, 0 if there was none.
+    [[nodiscard]] std::uint64_t origin() const noexcept;
+    /// Runs that have ended: since drop(), and since reset().
+    [[nodiscard]] std::size_t size() const noexcept { return ended_; }
+    [[nodiscard]] std::size_t total() const noexcept { return dropped_ + ended_; }
+
+    struct Ended {
+        const ProfileEvent* event;
+        std::uint32_t depth; // number of runs around it
+    };
+    /// Those since drop(), in the order in which they ended.
+    [[nodiscard]] std::vector<Ended> inOrder() const;
     [[nodiscard]] std::string_view targetOf(const ProfileEvent& event) const noexcept {
-        return std::string_view(names_).substr(event.target, event.targetLength);
+        return names_[event.target];
     }
+
+    /// Forgets the runs that have ended, and their names if they are many.
+    void drop();
+    /// Forgets all runs.
+    void reset();
 
 private:
     // A name lies in the pool of its scope, which never uses memory again, and no two scopes have
     // the same serial number: so place and number together stand for the text.
     struct KnownName {
         std::uint64_t scope = 0;
-        std::string_view name;
-        std::uint64_t place = 0;
+        const char* name = nullptr;
+        std::uint32_t number = 0;
     };
     static constexpr std::size_t knownNames = 1024;
 
-    std::uint64_t learn(std::string_view name, std::uint64_t scope);
-
-    void grow();
+    [[nodiscard]] static std::uint32_t poolUnits() noexcept {
+        return static_cast<std::uint32_t>(Pool::totalReserved() / ProfileEvent::poolUnit);
+    }
+    [[nodiscard]] static std::size_t placeOf(std::string_view name) noexcept {
+        return (reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames;
+    }
+    void learn(std::string_view name, std::uint64_t scope);
+    void forgetManyNames();
 
     // Not a vector, which would clear each event before it is filled.
     std::unique_ptr<ProfileEvent[]> events_;
-    std::size_t count_ = 0;
-    std::size_t room_ = 0;
-    std::string names_;
+    std::uint32_t next_ = 0;
+    std::uint32_t room_ = 0;
+    std::uint32_t innermost_ = none; // place of the run under way that began last
+    std::uint32_t ended_ = 0;
+    std::size_t dropped_ = 0;
+    std::uint64_t origin_ = 0; // noted by drop()
+    std::vector<std::string> names_;
     std::array<KnownName, knownNames> known_;
 };
 

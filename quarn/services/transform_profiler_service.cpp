@@ -1,6 +1,5 @@
 // See the header. What happens between the two readings of the clock is the transform and the
 // services registered behind this one; everything else is done outside.
-#include "services/open_runs.hpp"
 #include "services/output_file.hpp"
 #include "services/profile_events.hpp"
 #include "services/run_facts.hpp"
@@ -31,24 +30,15 @@ std::string reportIn(const std::string& ending, const detail::ProfileEvents& eve
 } // namespace
 
 struct TransformProfilerService::State {
-    struct Start {
-        std::uint64_t clock = 0;
-        std::uint64_t pool = 0;
-        std::uint32_t nodes = 0;
-        std::uint8_t depth = 0;
-    };
-
     detail::ProfileEvents events;
-    detail::OpenRuns<Start> open;
     detail::FileWriter writer;
-    std::uint64_t origin = 0;
-    std::size_t dropped = 0;
     std::size_t emissions = 0;
 
     // Writes what is there to `destination`, of which `inserted` becomes a part if it is a file.
     void report(const std::string& destination, const std::string& inserted, bool numbering,
                 bool tagFcns) {
-        const detail::ProfileReport form{numbering, tagFcns, dropped + 1, origin};
+        const detail::ProfileReport form{numbering, tagFcns, events.total() - events.size() + 1,
+                                         events.origin()};
         if (destination == "console") {
             consoleWrite(detail::profileTable(events, form));
             return;
@@ -91,7 +81,7 @@ void TransformProfilerService::setMemEventInterval(std::size_t events) noexcept 
 }
 
 std::size_t TransformProfilerService::eventCount() const noexcept {
-    return state_->dropped + state_->events.size();
+    return state_->events.total();
 }
 
 void TransformProfilerService::dump() {
@@ -102,55 +92,68 @@ void TransformProfilerService::emit() {
     State& state = *state_;
     state.report(destination_, '-' + std::to_string(++state.emissions), recordNumbering_,
                  tagFcnsWithLogId_);
-    state.dropped += state.events.size();
-    state.events.clear();
+    state.events.drop();
 }
 
 void TransformProfilerService::reset() {
-    state_->events.clear();
-    state_->open.clear();
-    state_->origin = 0;
-    state_->dropped = 0;
+    state_->events.reset();
     state_->emissions = 0;
     settingChanged();
 }
 
+// Each hook has a short way for the usual case: it calls nothing and gets by with the registers
+// that are free anyway. What is rare is done by a function of its own that is right in any case.
 void TransformProfilerService::prepass(TransformRun& run) {
-    if (!(requestedBefore() || requestedAfter()) || !selects(run)) {
+    if (!(requestedBefore() || requestedAfter())) {
         return;
     }
-    State& state = *state_;
-    State::Start& start = state.open.open(run);
-    start.pool = Pool::totalReserved();
-    start.nodes = static_cast<std::uint32_t>(detail::nodesUnder(run));
-    start.depth = static_cast<std::uint8_t>(state.open.depth() - 1);
-    start.clock = Timer::readClock();
-    if (state.origin == 0) [[unlikely]] {
-        state.origin = start.clock;
+    detail::ProfileEvents& events = state_->events;
+    const Function* const function = run.function();
+    if (hasFilter() || !selects(run) || function == nullptr || !function->hasCfg() ||
+        !events.hasRoom() || !detail::timersUseCounter) [[unlikely]] {
+        beginInAnyCase(run);
+        return;
     }
+    events.begin(run, function->cfg().numNodes(), detail::counterTicks);
+}
+
+void TransformProfilerService::beginInAnyCase(const TransformRun& run) {
+    if (!selects(run)) {
+        return;
+    }
+    detail::ProfileEvents& events = state_->events;
+    if (!events.hasRoom()) {
+        events.grow();
+    }
+    events.begin(run, detail::nodesUnder(run), Timer::readClock);
 }
 
 void TransformProfilerService::postpass(TransformRun& run) {
-    const std::uint64_t now = Timer::readClock();
-    State& state = *state_;
-    const State::Start* const start = state.open.close(run);
-    if (start == nullptr) {
+    if (!detail::timersUseCounter) [[unlikely]] {
+        endInAnyCase(run, detail::monotonicTicks());
+        return;
+    }
+    const std::uint64_t now = detail::counterTicks();
+    const Function* const function = run.function();
+    if (function == nullptr || !function->hasCfg() || !state_->events.canEnd(run) ||
+        memoryInterval_ != 1 || emitThreshold_ != 0) [[unlikely]] {
+        endInAnyCase(run, now);
+        return;
+    }
+    state_->events.end(run, now, function->cfg().numNodes());
+}
+
+void TransformProfilerService::endInAnyCase(const TransformRun& run, std::uint64_t now) {
+    detail::ProfileEvents& events = state_->events;
+    if (!events.canEnd(run) && !events.prepareToEnd(run)) {
         return; // not selected, or switched on in the middle of this run
     }
-    detail::ProfileEvent& event = state.events.add(run);
-    event.run = run.id();
-    event.start = start->clock;
-    event.end = now;
-    event.nodesBefore = start->nodes;
-    event.nodesAfter = static_cast<std::uint32_t>(detail::nodesUnder(run));
-    event.depth = start->depth;
-    event.scopeRun = run.isScopeRun();
-    event.outcome = run.outcome();
-    const bool withMemory =
-        memoryInterval_ == 1 || (memoryInterval_ != 0 && eventCount() % memoryInterval_ == 0);
-    event.poolBefore = withMemory ? start->pool : detail::ProfileEvent::noMemory;
-    event.poolAfter = withMemory ? Pool::totalReserved() : detail::ProfileEvent::noMemory;
-    if (emitThreshold_ != 0 && state.events.size() >= emitThreshold_) [[unlikely]] {
+    detail::ProfileEvent& event = events.end(run, now, detail::nodesUnder(run));
+    if (memoryInterval_ != 1 && (memoryInterval_ == 0 || events.total() % memoryInterval_ != 0)) {
+        event.poolBefore = detail::ProfileEvent::noMemory;
+        event.poolAfter = detail::ProfileEvent::noMemory;
+    }
+    if (emitThreshold_ != 0 && events.size() >= emitThreshold_) {
         emit();
     }
 }

@@ -198,6 +198,38 @@ TEST_F(TransformProfiler, ThresholdWritesPartsAndBoundsWhatIsKept) {
     EXPECT_EQ(linesOf(contentsOf(folder + "/p.csv")).size(), 2U);
 }
 
+TEST_F(TransformProfiler, RunsUnderWayOutliveTheEventsThatAreWritten) {
+    service.setRequestedAfter(true);
+    service.setDumpDestination(folder + "/p.txt");
+    service.setEventEmitThreshold(2);
+    runOnScope("outer", unit, [this] {
+        fold(f);
+        run("middle", g, [this] {
+            run("inner", g, [] { return false; });
+            return false;
+        });
+        run("last", g, [] { return false; });
+        return false;
+    });
+    service.dump();
+    const auto namesIn = [this](const char* file) {
+        std::string names;
+        for (const std::string& line : linesOf(contentsOf(folder + file))) {
+            if (line.empty()) {
+                break; // the sums follow
+            }
+            const std::size_t at = line.find("changed ");
+            names += at == std::string::npos ? "" : line.substr(at + 8) + "|";
+        }
+        return names;
+    };
+    EXPECT_THAT(namesIn("/p-1.txt"), MatchesRegex("    folding say .*\\|    inner g\\|"));
+    EXPECT_EQ(namesIn("/p-2.txt"), "  middle g|  last g|");
+    EXPECT_EQ(namesIn("/p.txt"), "outer scope u|");
+    EXPECT_THAT(linesOf(contentsOf(folder + "/p.txt")).at(1), MatchesRegex(" +5 +0\\.000 .*"));
+    EXPECT_EQ(service.eventCount(), 5U);
+}
+
 TEST_F(TransformProfiler, DestinationThatIsNoFileTakesTheReportIn) {
     service.setRequestedAfter(true);
     fold(f);

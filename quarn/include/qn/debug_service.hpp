@@ -66,6 +66,9 @@ protected:
                (pattern_ == nullptr || matches(run));
     }
 
+    /// Whether selects() has to look at the tag.
+    [[nodiscard]] bool hasFilter() const noexcept { return pattern_ != nullptr; }
+
     /// Tells the container that what this service does has changed, so that code compiled under
     /// the old settings is compiled anew.
     void settingChanged() const noexcept;

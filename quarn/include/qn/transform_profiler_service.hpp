@@ -8,6 +8,7 @@
 #include <qn/debug_service.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -60,6 +61,8 @@ public:
 
 private:
     struct State;
+    [[gnu::noinline]] void beginInAnyCase(const TransformRun& run);
+    [[gnu::noinline]] void endInAnyCase(const TransformRun& run, std::uint64_t now);
     void emit();
 
     std::string destination_;
