@@ -41,6 +41,8 @@ struct Group {
     std::vector<std::string> subjects;
     std::vector<Row> rows;
     Clock clock = Clock::processor;
+    /// As in Effort: rows that take longer get fewer samples.
+    double rowNanoseconds = 1e18;
     /// Lines printed under the table: figures that are neither times nor instructions.
     std::vector<std::string> notes = {};
 };

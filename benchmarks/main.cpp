@@ -119,11 +119,14 @@ const GroupEntry& find(const std::string& name) {
 Table measure(const GroupEntry& entry, Effort effort) {
     const Group group = entry.build();
     effort.clock = group.clock;
+    effort.rowNanoseconds = group.rowNanoseconds;
     Table table;
     table.title = entry.name + ": " + entry.title;
     table.legend = std::string(group.clock == Clock::wall ? "wall" : "processor") +
                    " time, median (minimum) of " + std::to_string(effort.samples) +
-                   " interleaved samples; ratio: the subject's median to the first column's";
+                   " interleaved samples" +
+                   (group.rowNanoseconds < 1e18 ? " (of long rows fewer, at least 3)" : "") +
+                   "; ratio: the subject's median to the first column's";
     table.isTime = true;
     table.notes = group.notes;
     table.subjects = group.subjects;

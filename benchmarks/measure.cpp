@@ -30,22 +30,35 @@ double nanosecondsOf(Loop& loop, std::size_t count, Clock clock) {
     return readClock(clock) - begin;
 }
 
+struct Batch {
+    std::size_t count = 0;
+    double nanoseconds = 0;
+};
+
 /// Finds how many operations fill a batch: grows the count until a run takes a tenth of the wanted
 /// time, where the clock's own cost no longer matters, and scales from there.
-std::size_t findBatch(Loop& loop, const Effort& effort) {
+Batch findBatch(Loop& loop, const Effort& effort) {
     const double wantedNanoseconds = effort.batchNanoseconds;
     std::size_t count = 1;
     while (true) {
         const double taken = nanosecondsOf(loop, count, effort.clock);
         if (taken >= wantedNanoseconds) {
-            return count;
+            return {count, taken};
         }
         if (taken >= wantedNanoseconds / 10) {
             const double scaled = static_cast<double>(count) * wantedNanoseconds / taken;
-            return std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(scaled)));
+            return {std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(scaled))),
+                    wantedNanoseconds};
         }
         count *= 4;
     }
+}
+
+std::size_t samplesFor(double roundNanoseconds, const Effort& effort) {
+    const double affordable = effort.rowNanoseconds / roundNanoseconds;
+    return affordable >= static_cast<double>(effort.samples)
+               ? effort.samples
+               : std::max<std::size_t>(3, static_cast<std::size_t>(affordable));
 }
 
 } // namespace
@@ -63,14 +76,18 @@ double median(std::vector<double> values) {
 
 std::vector<Timing> measureInterleaved(std::span<Loop> loops, const Effort& effort) {
     std::vector<std::size_t> batches(loops.size(), 0);
+    double roundNanoseconds = 1;
     for (std::size_t i = 0; i < loops.size(); ++i) {
         if (loops[i]) {
-            batches[i] = findBatch(loops[i], effort);
+            const Batch batch = findBatch(loops[i], effort);
+            batches[i] = batch.count;
+            roundNanoseconds += batch.nanoseconds;
         }
     }
+    const std::size_t rounds = samplesFor(roundNanoseconds, effort);
 
     std::vector<std::vector<double>> samples(loops.size());
-    for (std::size_t round = 0; round < effort.samples; ++round) {
+    for (std::size_t round = 0; round < rounds; ++round) {
         for (std::size_t turn = 0; turn < loops.size(); ++turn) {
             const std::size_t i = (round + turn) % loops.size();
             if (loops[i]) {

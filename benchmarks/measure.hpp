@@ -65,6 +65,9 @@ struct Effort {
     Clock clock = Clock::processor;
     std::size_t samples = 15;        ///< batches timed of every loop; at least 7
     double batchNanoseconds = 2.0e6; ///< a batch is made long enough to take about this
+    /// Where all samples of all loops would take longer than this, there are fewer of them, but
+    /// three: a batch that is seconds long has most disturbances averaged out by itself.
+    double rowNanoseconds = 1e18;
 };
 
 /// What one operation took, in nanoseconds per operation over all samples.

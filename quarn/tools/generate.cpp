@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 namespace QN::tools {
@@ -58,10 +59,13 @@ std::uint64_t randomScalar(Random& random, const Type& type) {
     return normalizeScalar(type, random.chance(50) ? extremes[random.below(7)] : random.bits());
 }
 
+/// Functions that can be called, by the type of their result, in the order of the scope.
+using Callables = std::unordered_map<const Type*, std::vector<const Function*>>;
+
 class Generator {
 public:
-    Generator(Random& random, Scope& scope, Function& function, int statements)
-        : random_(random), scope_(scope), function_(function), cfg_(function.cfg()),
+    Generator(Random& random, const Callables& callables, Function& function, int statements)
+        : random_(random), callables_(callables), function_(function), cfg_(function.cfg()),
           builder_(cfg_, cfg_.addBlock()), budget_(statements) {}
 
     void run() {
@@ -161,7 +165,15 @@ private:
 
     Node* keep(Node* node) {
         values_.push_back(node);
+        valuesOf_[node->type()].push_back(node);
         return node;
+    }
+
+    /// Forgets all values but the first `count`.
+    void forgetFrom(std::size_t count) {
+        for (; values_.size() > count; values_.pop_back()) {
+            valuesOf_[values_.back()->type()].pop_back();
+        }
     }
 
     Mode mode() {
@@ -173,13 +185,7 @@ private:
 
     Entity* value(const Type& type, int depth) {
         if (random_.chance(30)) {
-            std::vector<Node*> known;
-            for (Node* const node : values_) {
-                if (node->type() == &type) {
-                    known.push_back(node);
-                }
-            }
-            if (!known.empty()) {
+            if (const std::vector<Node*>& known = valuesOf_[&type]; !known.empty()) {
                 return random_.among(known);
             }
         }
@@ -261,17 +267,12 @@ private:
     }
 
     Node* callFor(const Type& type, int depth) {
-        std::vector<const Function*> candidates;
-        for (const auto& other : scope_.functions()) {
-            if (other.get() != &function_ && other->resultType() == &type) {
-                candidates.push_back(other.get());
-            }
-        }
-        if (candidates.empty() || calls_ >= 3) {
+        const auto candidates = callables_.find(&type);
+        if (candidates == callables_.end() || calls_ >= 3) {
             return nullptr;
         }
         ++calls_;
-        const Function& callee = *random_.among(candidates);
+        const Function& callee = *random_.among(candidates->second);
         std::vector<Entity*> arguments;
         for (const Type* const param : callee.paramTypes()) {
             arguments.push_back(param->isArray() ? keep(builder_.load(varOf(*param)))
@@ -311,7 +312,7 @@ private:
         for (auto n = 1 + random_.below(3); n > 0; --n) {
             statement(depth + 1);
         }
-        values_.resize(known);
+        forgetFrom(known);
     }
 
     void branch(int depth) {
@@ -430,7 +431,7 @@ private:
     }
 
     Random& random_;
-    Scope& scope_;
+    const Callables& callables_;
     Function& function_;
     Cfg& cfg_;
     Builder builder_;
@@ -439,6 +440,7 @@ private:
     std::uint32_t line_ = 0;
     std::vector<Var*> vars_;
     std::vector<Node*> values_; // those that dominate the present place
+    std::unordered_map<const Type*, std::vector<Node*>> valuesOf_; // the same by type
 };
 
 } // namespace
@@ -446,15 +448,17 @@ private:
 std::unique_ptr<Scope> generate(GenerateOptions options) {
     Random random(options.seed);
     auto scope = std::make_unique<Scope>(ScopeFlavor::Unit, "generated");
+    Callables callables;
     for (int i = 0; i < options.functions; ++i) {
         const ScalarKind kind = random.among(kinds);
         const Type* const result = random.chance(15) ? Type::array(kind) : Type::scalar(kind);
         Function* const function = scope->addFunction("f" + std::to_string(i), result);
         function->setExported(i + 1 == options.functions || random.chance(50));
         Generator(
-            random, *scope, *function,
+            random, callables, *function,
             1 + static_cast<int>(random.below(2 * static_cast<std::size_t>(options.statements))))
             .run();
+        callables[result].push_back(function);
     }
     return scope;
 }
