@@ -20,6 +20,7 @@ BUILD = pathlib.Path(os.environ["BUILD_ROOT"])
 EXAMPLES = pathlib.Path(os.environ["SOURCE_ROOT"]) / "examples"
 VARNIX = BUILD / "bin" / "varnix"
 QUARN_OPT = BUILD / "bin" / "quarn-opt"
+SANITIZED = os.environ.get("SANITIZED", "")  # the sanitizers of this build
 TIME_LIMIT = 300  # seconds: ends a test that hangs, says nothing about speed
 
 # What each script begins with: the programs, and debug files in the folder LOG without process ids.
@@ -444,6 +445,78 @@ primes(100);
 """)
         self.assertEqual(len(printed.splitlines()), 1, printed)
         self.assertIn("dead-code-fcn_primes", printed)
+
+
+class Examples(Facility):
+    """All programs of examples/, watched from outside their scripts (tests/modules/watch.cpp)."""
+
+    SETTINGS = range(1, 8)  # bits: nodes, locals, pointers
+    EXPECTED = pathlib.Path(__file__).resolve().parent / "examples"
+
+    def watched(self, script, *more_modules, scramble=None):
+        """What the script prints, and what the module has seen."""
+        folder = pathlib.Path(tempfile.mkdtemp(dir=self.folder))
+        modules = folder / "modules"
+        modules.mkdir()
+        for file in (BUILD / "lib" / "varnix" / "modules" / "quarn_vi.so",
+                     BUILD / "tests" / "watch" / "watch.so", *more_modules):
+            (modules / file.name).symlink_to(file)
+        environment = {k: v for k, v in os.environ.items() if k != "ZQE_INSTALL"}
+        environment["TMPDIR"] = str(folder)
+        environment["WATCH_REPORT"] = str(folder / "report")
+        if scramble:
+            environment["WATCH_SCRAMBLE"] = " ".join(map(str, scramble))
+        done = subprocess.run([str(VARNIX), "--modules", str(modules), str(script)], cwd=folder,
+                              env=environment, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=TIME_LIMIT, check=False)
+        self.assertEqual((done.stderr, done.returncode), ("", 0))
+        report = (folder / "report").read_text(encoding="utf-8").splitlines()
+        counts = {line.split()[0]: int(line.split()[1]) for line in report[:4]}
+        return done.stdout, counts, report[4:]
+
+    def examples(self):
+        return [EXAMPLES / f"{path.stem}.vx" for path in sorted(self.EXPECTED.glob("*.out"))]
+
+    def programs(self):
+        """The examples that only compute."""
+        return [path for path in self.examples()
+                if "internal.quarn" not in path.read_text(encoding="utf-8")]
+
+    @staticmethod
+    def chosen(scripts):
+        """All, or what the sanitizers, with which everything takes ten times as long, leave time
+        for."""
+        return scripts[::6] if SANITIZED else scripts
+
+    def test_all_are_clean_under_all_checks_around_each_transform(self):
+        silent = []
+        for script in self.chosen(self.examples()):
+            with self.subTest(script.stem):
+                _, counts, failures = self.watched(script)
+                self.assertEqual(failures, [])
+                self.assertEqual((counts["violations"], counts["before"]), (0, counts["after"]))
+                if counts["before"] == 0:
+                    silent.append(script.stem)
+        self.assertLessEqual(set(silent), {"debug_logger"})  # which calls no function
+
+    def test_a_broken_transform_would_be_seen(self):
+        damage = BUILD / "tests" / "damage" / "damage.so"
+        _, counts, failures = self.watched(EXAMPLES / "sieve.vx", damage)
+        self.assertGreater(counts["violations"], 0)
+        self.assertIn("dead-code", failures[0])
+
+    def test_results_stay_the_same_however_they_are_scrambled(self):
+        programs = self.programs()
+        self.assertGreater(len(programs), 8)
+        for place, script in enumerate(self.chosen(programs)):
+            expected = (self.EXPECTED / f"{script.stem}.out").read_text(encoding="utf-8")
+            for setting in {7, self.SETTINGS[place % len(self.SETTINGS)]}:
+                with self.subTest(f"{script.stem}, setting {setting}"):
+                    printed, counts, failures = self.watched(script,
+                                                             scramble=(place, setting, 50))
+                    self.assertEqual(failures, [])
+                    self.assertGreater(counts["scrambles"], 0)
+                    self.assertEqual(printed, expected)
 
 
 class TransformProfiler(Facility):
