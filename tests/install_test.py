@@ -24,6 +24,16 @@ def run(*command, **settings):
     return done.stdout
 
 
+class Run(unittest.TestCase):
+    def test_run_builds_the_libraries_that_are_only_loaded(self):
+        command = next(line for line in (SOURCE / "run").read_text(encoding="utf-8").splitlines()
+                       if line.startswith("set_up "))
+        targets = command.split('"$source_root/build"')[1].split()
+        needed = run("ninja", "-C", BUILD, "-t", "inputs", *targets)
+        for library in (BUILD / "lib").glob("*.so"):
+            self.assertIn(f"lib/{library.name}\n", needed)
+
+
 class Install(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory(prefix="install-test-")
