@@ -122,7 +122,14 @@ struct HostType<std::string> {
     }
     /// The host has checked that the value is a character array.
     static std::string unpack(const COSValue& value) {
-        const std::unique_ptr<char, TextRelease> text(hvArray2String(value.asArray()));
+        const hvArray* const array = value.asArray();
+        // Short texts go a way of their own, on which the compiler sees what it has just stored.
+        return hvIsShortText(array) ? convert(array) : convert(array);
+    }
+
+private:
+    [[gnu::always_inline]] static std::string convert(const hvArray* array) {
+        const std::unique_ptr<char, TextRelease> text(hvArray2String(array));
         return stringOfText(text.get());
     }
 };

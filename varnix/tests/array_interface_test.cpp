@@ -12,6 +12,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
+#include <vector>
 
 namespace {
 
@@ -131,13 +132,50 @@ TEST(ArrayInterface, TextsMayHoldNul) {
 
 TEST(ArrayInterface, ShortTextsHaveNulsBehindThem) {
     for (std::size_t length = 0; length < hvShortText; ++length) {
+        // What was in the memory before must not show.
+        hvDestroyArray(hvCreateStringN("xxxxxxxxxxxxxxxx", hvShortText - 1));
         hvArray* const array = hvCreateStringN("aaaaaaaaaaaaaaaa", length);
+        EXPECT_EQ(hvIsShortText(array), length != 0) << length;
         char* const text = hvArray2String(array);
         EXPECT_EQ(std::string(text, hvShortText),
                   std::string(length, 'a') + std::string(hvShortText - length, '\0'));
         hvFree(text);
         hvDestroyArray(array);
     }
+}
+
+TEST(ArrayInterface, OnlyTextsOfAFewCharactersAreShort) {
+    EXPECT_FALSE(hvIsShortText(nullptr));
+    hvArray* const longer = hvCreateStringN("aaaaaaaaaaaaaaaa", hvShortText);
+    EXPECT_FALSE(hvIsShortText(longer));
+    hvArray* const numbers = hvCreateArray(hvUINT8_CLASS, 1, 3);
+    EXPECT_FALSE(hvIsShortText(numbers));
+    hvArray* const matrix = hvCreateArray(hvCHAR_CLASS, 5, 3);
+    EXPECT_TRUE(hvIsShortText(matrix));
+    for (hvArray* const array : {longer, numbers, matrix})
+        hvDestroyArray(array);
+}
+
+// Texts in use at the same time, of all lengths and released in any order, do not share memory.
+TEST(ArrayInterface, TextsHaveMemoryOfTheirOwn) {
+    hvArray* const array = hvCreateStringN("aaaaaaaaaaaaaaaaaaaaaaaa", 24);
+    std::vector<char*> texts;
+    for (int round = 0; round < 3; ++round) {
+        for (std::size_t i = 0; i < 100; ++i) {
+            array->columns = i % 25;
+            texts.push_back(hvArray2String(array));
+            texts.back()[0] = static_cast<char>('A' + i % 26);
+        }
+        for (std::size_t i = 0; i < texts.size(); ++i)
+            EXPECT_EQ(texts[i][0], static_cast<char>('A' + i % 26)) << i;
+        for (std::size_t i = 0; i < texts.size(); i += 2)
+            hvFree(texts[i]);
+        for (std::size_t i = texts.size() - 1; i < texts.size(); i -= 2)
+            hvFree(texts[i]);
+        texts.clear();
+    }
+    array->columns = 24;
+    hvDestroyArray(array);
 }
 
 TEST(ArrayInterface, MemoryForTexts) {

@@ -77,9 +77,28 @@ char* hvArrayToString(const hvArray* array) {
     return hvArray2String(array);
 }
 
-void hvFree(void* memory) {
-    varnix::heap::giveSized(memory);
+namespace varnix::detail {
+
+constinit FreeText* freeShortTexts = nullptr;
+
+char* otherText(const hvArray* array) {
+    if (hvGetClassID(array) != hvCHAR_CLASS)
+        return nullptr;
+    const std::size_t length = array->count();
+    auto* const text = static_cast<char*>(hvMalloc(length + 1));
+    if (length == 0)
+        std::memset(text, 0, hvShortText);
+    else
+        std::memcpy(text, array->data, length);
+    text[length] = '\0';
+    return text;
 }
+
+void freeOtherText(void* memory) noexcept {
+    heap::giveSized(memory);
+}
+
+} // namespace varnix::detail
 
 void hvFreeEx(void* memory) {
     varnix::heap::giveSized(memory);

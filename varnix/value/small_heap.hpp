@@ -5,6 +5,8 @@
 // so that errors are seen.
 #pragma once
 
+#include <hv/detail/array_layout.hpp>
+
 #include <array>
 #include <cstddef>
 #include <cstdlib>
@@ -14,17 +16,7 @@ namespace varnix::heap {
 
 namespace detail {
 
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool pooled = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-inline constexpr bool pooled = false;
-#else
-inline constexpr bool pooled = true;
-#endif
-#else
-inline constexpr bool pooled = true;
-#endif
+inline constexpr bool pooled = !varnix::detail::sanitized;
 
 inline constexpr std::size_t grain = 16;
 inline constexpr std::size_t largest = 256;
@@ -68,8 +60,9 @@ inline void give(void* memory, std::size_t bytes) noexcept {
 }
 
 namespace detail {
-/// What stands in front of a sized block.
+/// What stands in front of a sized block; the size is the word right before it.
 struct alignas(16) BlockSize {
+    std::size_t padding;
     std::size_t bytes;
 };
 } // namespace detail
@@ -77,7 +70,9 @@ struct alignas(16) BlockSize {
 /// The same for blocks whose owner does not know their size when it gives them back.
 [[nodiscard]] inline void* takeSized(std::size_t bytes) {
     const std::size_t whole = sizeof(detail::BlockSize) + bytes;
-    return new (take(whole)) detail::BlockSize{whole} + 1;
+    auto* const size = new (take(whole)) detail::BlockSize;
+    size->bytes = whole;
+    return size + 1;
 }
 
 /// Returns memory from takeSized. Null is ignored.

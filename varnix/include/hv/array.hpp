@@ -65,6 +65,8 @@ hvArray* hvCreateStringN(const char* text, std::size_t length);
 
 /// The bytes that every text of hvArray2String has at least.
 inline constexpr std::size_t hvShortText = 16;
+/// Whether an array is a character array of 1 to hvShortText - 1 characters.
+inline bool hvIsShortText(const hvArray* array);
 /// The characters of a character array in linear order, as a newly allocated NUL-terminated text
 /// to be released with hvFree. Null when the array is null or no character array. A text of fewer
 /// than hvShortText characters has NULs behind them up to that many bytes. Raises
@@ -76,7 +78,7 @@ char* hvArrayToString(const hvArray* array);
 /// released with hvFree. Raises "varnix:outOfMemory".
 void* hvMalloc(std::size_t bytes);
 /// Releases a text made by hvArray2String, or memory of hvMalloc. Null is ignored.
-void hvFree(void* memory);
+inline void hvFree(void* memory);
 /// Releases a text made by hvArrayToString. Null is ignored.
 void hvFreeEx(void* memory);
 

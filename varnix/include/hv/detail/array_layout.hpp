@@ -5,15 +5,33 @@
 
 #include <hv/array.hpp>
 
-#include <bit>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 namespace objsys {
 class COSClass;
 class COSInterface;
 } // namespace objsys
+
+namespace varnix::detail {
+
+/// Whether AddressSanitizer watches every read and every block.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool sanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
+#else
+inline constexpr bool sanitized = false;
+#endif
+
+} // namespace varnix::detail
 
 struct hvArray {
     enum Flags : std::uint8_t {
@@ -91,39 +109,77 @@ namespace varnix::detail {
 
 /// hvShortText characters that are moved as one.
 using ShortText [[gnu::vector_size(16)]] = std::uint64_t;
+static_assert(sizeof(ShortText) == hvShortText);
 
-/// Fewer than hvShortText characters with NULs behind them. Reads nothing beyond the characters.
-inline ShortText readShortText(const char* from, std::size_t length) {
-    static_assert(sizeof(ShortText) == hvShortText && std::endian::native == std::endian::little);
-    std::uint64_t low = 0;
-    std::uint64_t high = 0;
-    if (length >= 8) {
-        std::memcpy(&low, from, 8);
-        std::memcpy(&high, from + length - 8, 8); // the last eight, some of which are in low
-        high = high >> 8 >> 8 * (15 - length);
-    } else {
-        for (std::size_t i = length; i-- > 0;)
-            low = low << 8 | static_cast<unsigned char>(from[i]);
+/// At `keepFirst + hvShortText - n`: ones for n characters and zeros for the rest.
+inline constexpr std::array<unsigned char, 2 * hvShortText> keepFirst = [] {
+    std::array<unsigned char, 2 * hvShortText> result{};
+    for (std::size_t i = 0; i < hvShortText; ++i)
+        result[i] = 0xff;
+    return result;
+}();
+
+/// The 1 to hvShortText - 1 characters of an array, with NULs behind them.
+inline ShortText readShortText(const hvArray* array, std::size_t length) {
+    ShortText text{};
+    if (sanitized) {
+        std::memcpy(&text, array->data, length);
+        return text;
     }
-    return ShortText{low, high};
+    // All elements lie in blocks of multiples of hvShortText bytes, so that many can be read.
+    ShortText keep;
+    std::memcpy(&text, array->data, sizeof text);
+    std::memcpy(&keep, keepFirst.data() + hvShortText - length, sizeof keep);
+    return text & keep;
 }
+
+/// A short text that was released. Like every text it has the size of its block in front of it.
+struct FreeText {
+    FreeText* next;
+};
+inline constexpr std::size_t shortTextBlock = 16 + hvShortText;
+
+extern constinit FreeText* freeShortTexts;
+
+/// Memory of hvShortText bytes for a text. Most texts that cross the door are short.
+inline char* takeShortText() {
+    FreeText* const text = freeShortTexts;
+    if (sanitized || !text) [[unlikely]]
+        return static_cast<char*>(hvMalloc(hvShortText));
+    freeShortTexts = text->next;
+    return reinterpret_cast<char*>(text);
+}
+
+/// hvArray2String of all others.
+char* otherText(const hvArray* array);
+/// hvFree of all others.
+void freeOtherText(void* memory) noexcept;
 
 } // namespace varnix::detail
 
+inline bool hvIsShortText(const hvArray* array) {
+    return array && array->classID == hvCHAR_CLASS && array->count() - 1 < hvShortText - 1;
+}
+
 inline char* hvArray2String(const hvArray* array) {
-    if (hvGetClassID(array) != hvCHAR_CLASS)
-        return nullptr;
-    const std::size_t length = array->count();
-    auto* const text = static_cast<char*>(hvMalloc(length + 1));
-    const auto* const from = static_cast<const char*>(array->data);
-    if (length < hvShortText) {
-        const varnix::detail::ShortText whole = varnix::detail::readShortText(from, length);
-        std::memcpy(text, &whole, sizeof whole);
-    } else {
-        std::memcpy(text, from, length);
-        text[length] = '\0';
-    }
+    if (!hvIsShortText(array)) [[unlikely]]
+        return varnix::detail::otherText(array);
+    const varnix::detail::ShortText whole = varnix::detail::readShortText(array, array->count());
+    char* const text = varnix::detail::takeShortText();
+    std::memcpy(text, &whole, sizeof whole);
     return text;
+}
+
+inline void hvFree(void* memory) {
+    namespace detail = varnix::detail;
+    if (!memory)
+        return;
+    if (detail::sanitized || static_cast<std::size_t*>(memory)[-1] != detail::shortTextBlock)
+        [[unlikely]] {
+        detail::freeOtherText(memory);
+        return;
+    }
+    detail::freeShortTexts = new (memory) detail::FreeText{detail::freeShortTexts};
 }
 
 inline void hvDestroyArray(hvArray* array) {
