@@ -81,7 +81,7 @@ class CosOwnedStatistics : public objsys::factory::HandleClassInfo<OwnedStatisti
 public:
     CosOwnedStatistics() : HandleClassInfo("OwnedStatistics", "The same, made by scripts.") {}
     void defineClass(objsys::COSClassDefinition* definition) override {
-        objsys::factory::ClassDeclaration<OwnedStatistics> declare(definition);
+        objsys::factory::ClassDeclaration<OwnedStatistics> declare(definition, this);
         declare.constructor<>();
         declareMembers(declare);
     }

@@ -26,7 +26,7 @@ CosProfiler::CosProfiler() : HandleClassInfo("Profiler", "QUARN profiling utilit
 
 void CosProfiler::defineClass(objsys::COSClassDefinition* definition) {
     using C = Profiler;
-    objsys::factory::ClassDeclaration<C> declare(definition);
+    objsys::factory::ClassDeclaration<C> declare(definition, this);
     declare.constructor();
     declare.method<&C::resetAllTimers>("resetAllTimers");
     declare.method<&C::timers>("timers");

@@ -19,7 +19,7 @@ CosProfilingInstrumentation::CosProfilingInstrumentation()
 
 void CosProfilingInstrumentation::defineClass(objsys::COSClassDefinition* definition) {
     using C = ProfilingInstrumentation;
-    objsys::factory::ClassDeclaration<C> declare(definition);
+    objsys::factory::ClassDeclaration<C> declare(definition, this);
     declare.constructor();
     declare.property<&C::enabled, &C::setEnabled>("Enabled");
 }

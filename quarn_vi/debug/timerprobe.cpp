@@ -92,7 +92,7 @@ CosTimerProbe::CosTimerProbe()
 void CosTimerProbe::defineClass(objsys::COSClassDefinition* definition) {
     using C = TimerProbe;
     using objsys::factory::MethodAttributes;
-    objsys::factory::ClassDeclaration<C> declare(definition);
+    objsys::factory::ClassDeclaration<C> declare(definition, this);
     declare.constructor();
     declare.method<&C::probe>("probe",
                               MethodAttributes().remove(MethodAttributes::ForceMembership()));

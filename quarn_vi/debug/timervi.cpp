@@ -78,7 +78,7 @@ CosTimer::CosTimer() : HandleClassInfo("Timer", "QUARN stopwatch timer.") {}
 void CosTimer::defineClass(objsys::COSClassDefinition* definition) {
     using C = TimerVI;
     using objsys::factory::MethodAttributes;
-    objsys::factory::ClassDeclaration<C> declare(definition);
+    objsys::factory::ClassDeclaration<C> declare(definition, this);
     declare.superclass("varnix.mixin.Heterogeneous");
     declare.constructor<std::string>();
     declare.readOnly<&C::name>("name");

@@ -1,7 +1,7 @@
 // How a descriptor's defineClass is written: one line per member, in order.
 //
 //     void CosTimer::defineClass(objsys::COSClassDefinition* definition) {
-//         objsys::factory::ClassDeclaration<TimerVI> declare(definition);
+//         objsys::factory::ClassDeclaration<TimerVI> declare(definition, this);
 //         declare.superclass("varnix.mixin.Heterogeneous");
 //         declare.constructor<std::string>();
 //         declare.readOnly<&TimerVI::name>("name");
@@ -14,11 +14,13 @@
 #pragma once
 
 #include "framework/accessors.hpp"
+#include "framework/class_info.hpp"
 #include "framework/method.hpp"
 #include "framework/property.hpp"
 
 #include <objsys/class_definition.hpp>
 
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <utility>
@@ -30,6 +32,12 @@ template <impl::Controller Native>
 class ClassDeclaration {
 public:
     explicit ClassDeclaration(COSClassDefinition* definition) : definition_(*definition) {}
+    /// The same for a descriptor that says what becomes of the native objects: those that are
+    /// deleted with their instances are built behind them.
+    template <class T, int D>
+    ClassDeclaration(COSClassDefinition* definition, const HandleClassInfo<T, D>*)
+        : definition_(*definition),
+          nativeBytes_(D == 1 && impl::mayLieBehindInstance<Native> ? sizeof(Native) : 0) {}
 
     void superclass(const char* fullName) {
         definition_.addSuperclass(COSNameID(fullName), 1, 0, 1);
@@ -38,11 +46,11 @@ public:
     /// A constructor that takes `Args` and hands them to the native class's own constructor.
     template <class... Args>
     void constructor() {
+        COSMethodSignature signature = impl::Invoker::createSignature(
+            String(), impl::scriptName<Native>(), nullptr, {impl::HostType<Args>::name()...});
+        signature.nativeBytes = nativeBytes_;
         definition_.addMethod(new impl::ObjsysConstructor(
-            definition_.getClassName(),
-            impl::Invoker::createSignature(String(), impl::scriptName<Native>(), nullptr,
-                                           {impl::HostType<Args>::name()...}),
-            &impl::construct<Native, Args...>));
+            definition_.getClassName(), std::move(signature), &impl::construct<Native, Args...>));
     }
 
     template <auto Get, auto Set>
@@ -144,6 +152,7 @@ private:
     }
 
     COSClassDefinition& definition_;
+    std::size_t nativeBytes_ = 0; ///< see COSMethodSignature
 };
 
 } // namespace objsys::factory

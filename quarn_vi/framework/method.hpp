@@ -50,7 +50,7 @@ public:
                                               std::initializer_list<COSNameID> arguments);
 
     /// How many outputs a call gives that was asked for `requested`.
-    static int outputCount(int requested) { return requested == 0 ? 1 : requested; }
+    static int outputCount(int requested) { return requested + (requested == 0 ? 1 : 0); }
 };
 
 /// A method, static or not: it stores the function that the host's call goes to and the member
@@ -146,34 +146,48 @@ private:
     ConstructFunction construct_;
 };
 
-/// Builds the native object in memory that the host reserved; takes it back, and leaves the memory,
-/// when it cannot be bound.
+/// Whether objects of class `Class` may lie behind their instances: when they are deleted, the host
+/// has to learn of it, so the class must not give back memory in a way of its own.
+template <Controller Class>
+inline constexpr bool mayLieBehindInstance = [] {
+    using Delete = void (*)(void*) noexcept;
+    if constexpr (alignof(Class) > __STDCPP_DEFAULT_NEW_ALIGNMENT__)
+        return false;
+    else if constexpr (requires { static_cast<Delete>(&Class::operator delete); })
+        return static_cast<Delete>(&Class::operator delete) ==
+               static_cast<Delete>(&full::Wrappable::operator delete);
+    else
+        return false;
+}();
+
+/// Builds the native object in memory that the host reserved behind the instance; takes it back,
+/// and leaves the memory, when it cannot be bound.
 template <Controller Class, class... Args>
-void constructIn(void* storage, COSValue* outputs, [[maybe_unused]] const COSValue* inputs) {
+inline void constructIn(void* storage, COSInterface* instance,
+                        [[maybe_unused]] const COSValue* inputs) {
     struct Destroy {
         void operator()(Class* object) const { object->~Class(); }
     };
     const auto build = [&]<std::size_t... I>(std::index_sequence<I...>) {
-        return ::new (storage) Class(HostType<Args>::unpack(inputs[I])...);
+        if constexpr (sizeof...(Args) == 0)
+            return ::new (storage) Class; // not Class(), which would clear the whole object first
+        else
+            return ::new (storage) Class(HostType<Args>::unpack(inputs[I])...);
     };
     std::unique_ptr<Class, Destroy> object(build(std::index_sequence_for<Args...>{}));
-    basic::BindingRegistry::announceForConstructor(object.get(), scriptName<Class>(),
-                                                   outputs[0].asArray(), true);
+    basic::BindingRegistry::announceForConstructor(
+        object.get(), instance->getClass()->getFullName(), instance->handle(), true);
+    instance->takeNativeStorage();
     (void)object.release(); // its class decides when it goes: HandleClassInfo::destroyInstance
 }
 
-/// The construct function of class `Class` for a constructor that takes `Args`.
+/// Builds the native object in memory of its own.
 template <Controller Class, class... Args>
-int construct(const ObjsysConstructor&, int requested, COSValue* outputs,
-              [[maybe_unused]] const COSValue* inputs) {
-    COSInterface* const instance = cosiGetArrayElement(outputs[0].asArray(), 0);
-    if (void* const storage = instance->getNativeStorage(outputs[0].type())) [[unlikely]] {
-        constructIn<Class, Args...>(storage, outputs, inputs);
-        return Invoker::outputCount(requested);
-    }
+[[gnu::noinline]] void constructApart(COSInterface* instance,
+                                      [[maybe_unused]] const COSValue* inputs) {
     const auto build = [&]<std::size_t... I>(std::index_sequence<I...>) {
         if constexpr (sizeof...(Args) == 0)
-            return new Class; // not Class(), which would clear the whole object beforehand
+            return new Class;
         else
             return new Class(HostType<Args>::unpack(inputs[I])...);
     };
@@ -181,6 +195,16 @@ int construct(const ObjsysConstructor&, int requested, COSValue* outputs,
     basic::BindingRegistry::announceForConstructor(
         object.get(), instance->getClass()->getFullName(), instance->handle(), true);
     (void)object.release();
+}
+
+/// The construct function of class `Class` for a constructor that takes `Args`.
+template <Controller Class, class... Args>
+int construct(const ObjsysConstructor&, int requested, COSValue* outputs, const COSValue* inputs) {
+    COSInterface* const instance = cosiGetArrayElement(outputs[0].asArray(), 0);
+    if (void* const storage = instance->getNativeStorage(outputs[0].type()))
+        constructIn<Class, Args...>(storage, instance, inputs);
+    else
+        constructApart<Class, Args...>(instance, inputs);
     return Invoker::outputCount(requested);
 }
 

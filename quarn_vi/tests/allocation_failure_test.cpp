@@ -72,12 +72,16 @@ void* objsys::COSPackageInfo::operator new(std::size_t bytes) noexcept {
 void* objsys::factory::full::Wrappable::operator new(std::size_t bytes) {
     if (failsNow(nativesUntilFailure))
         throw std::bad_alloc();
-    return utMalloc(bytes);
+    // The size stands in front, as it does in the host.
+    auto* const block = static_cast<std::size_t*>(utMalloc(bytes + 16));
+    block[1] = bytes + 16;
+    return block + 2;
 }
-void objsys::factory::full::Wrappable::operator delete(void* memory) noexcept {
+/// What operator delete calls for an object that does not lie behind an instance.
+void objsys::factory::full::Wrappable::release(void* memory) noexcept {
     if (released)
         released->push_back(memory);
-    utFree(memory);
+    utFree(static_cast<std::size_t*>(memory) - 2);
 }
 
 void* operator new(std::size_t bytes) {

@@ -137,17 +137,6 @@ TEST_F(Constructors, AllocateWhereTheHostReservedNothing) {
     EXPECT_NE(nativeIn<Engine>(handle), nullptr);
 }
 
-TEST_F(Constructors, BuildInTheHostsStorage) {
-    const Array handle = instanceUnderConstruction();
-    alignas(Engine) std::byte storage[sizeof(Engine)];
-    instanceIn(handle)->setNativeStorage(storage);
-    EXPECT_EQ(invoke(handle, 1), 1);
-    EXPECT_EQ(static_cast<void*>(nativeIn<Engine>(handle)), storage);
-    EXPECT_EQ(Engine::allocated, 0);
-    nativeIn<Engine>(handle)->~Engine(); // the storage is the host's, and so is this
-    EXPECT_FALSE(instanceIn(handle)->isValid());
-}
-
 TEST_F(Constructors, GiveAtLeastOneOutput) {
     for (const int requested : {0, 1, 2, 7}) {
         const Array handle = instanceUnderConstruction();
@@ -164,27 +153,9 @@ TEST_F(Constructors, ReleaseTheirOwnAllocationWhenTheObjectCannotBeBuilt) {
     EXPECT_FALSE(instanceIn(handle)->isValid());
 }
 
-TEST_F(Constructors, LeaveTheHostsStorageAloneWhenTheObjectCannotBeBuilt) {
-    const Array handle = instanceUnderConstruction();
-    alignas(Engine) std::byte storage[sizeof(Engine)];
-    instanceIn(handle)->setNativeStorage(storage);
-    Engine::fails = true;
-    EXPECT_THROW(invoke(handle, 1), std::runtime_error);
-    EXPECT_EQ(Engine::allocated, 0);
-    EXPECT_EQ(Engine::released, 0);
-    EXPECT_FALSE(instanceIn(handle)->isValid());
-}
-
 TEST_F(Constructors, TakeTheObjectBackWhenItCannotBeBound) {
     const Array handle = construct(engines()); // bound: a second object has no place in it
     Engine::allocated = 0;
-    EXPECT_EQ(errorOf([&] { invoke(handle, 1); }), "varnix:alreadyBound");
-    EXPECT_EQ(Engine::allocated, 1);
-    EXPECT_EQ(Engine::released, 1);
-    EXPECT_EQ(Engine::living, 1);
-
-    alignas(Engine) std::byte storage[sizeof(Engine)];
-    instanceIn(handle)->setNativeStorage(storage);
     EXPECT_EQ(errorOf([&] { invoke(handle, 1); }), "varnix:alreadyBound");
     EXPECT_EQ(Engine::allocated, 1);
     EXPECT_EQ(Engine::released, 1);
@@ -197,6 +168,177 @@ TEST_F(Constructors, ThatFailLeaveNoInstanceBehind) {
     EXPECT_EQ(Engine::allocated, Engine::released);
     Engine::fails = false;
     EXPECT_TRUE(instanceIn(construct(engines()))->isValid());
+}
+
+// ---- objects behind their instances
+
+/// An object whose memory is the host's business.
+class Inlay : public Wrappable {
+public:
+    static constexpr const char* scriptClassName = "internal.sample.Inlay";
+    template <class Descriptor>
+    static void declareMembers(COSClassDefinition* definition, const Descriptor* descriptor) {
+        ClassDeclaration<Inlay> declare(definition, descriptor);
+        declare.template constructor<>();
+        declare.template constructor<std::string>();
+    }
+
+    explicit Inlay(std::string label = "default") : label_(std::move(label)) {
+        if (label_ == "fails")
+            throw std::runtime_error("no inlay today");
+        ++living;
+        if (label_ == "announces itself")
+            announced = Array(BindingRegistry::announce(this, COSNameID(scriptClassName)));
+    }
+    ~Inlay() override { --living; }
+
+    std::string label_;
+
+    static inline int living = 0;
+    static inline Array announced;
+};
+
+/// The same where a handle only unbinds its object.
+class LooseInlay : public Inlay {
+public:
+    static constexpr const char* scriptClassName = "internal.sample.LooseInlay";
+    template <class Descriptor>
+    static void declareMembers(COSClassDefinition* definition, const Descriptor* descriptor) {
+        ClassDeclaration<LooseInlay> declare(definition, descriptor);
+        declare.template constructor<>();
+    }
+};
+
+/// One that needs more alignment than the host's memory has.
+class alignas(64) WideInlay : public Inlay {
+public:
+    static constexpr const char* scriptClassName = "internal.sample.WideInlay";
+    template <class Descriptor>
+    static void declareMembers(COSClassDefinition* definition, const Descriptor* descriptor) {
+        ClassDeclaration<WideInlay> declare(definition, descriptor);
+        declare.template constructor<>();
+    }
+};
+
+/// One that gives back its memory itself, which has to be its own then.
+class OwnInlay : public Inlay {
+public:
+    static constexpr const char* scriptClassName = "internal.sample.OwnInlay";
+    template <class Descriptor>
+    static void declareMembers(COSClassDefinition* definition, const Descriptor* descriptor) {
+        ClassDeclaration<OwnInlay> declare(definition, descriptor);
+        declare.template constructor<>();
+    }
+    static void* operator new(std::size_t bytes) { return std::malloc(bytes); }
+    static void operator delete(void* memory) {
+        ++released;
+        std::free(memory);
+    }
+    static inline int released = 0;
+};
+
+template <class Native>
+bool liesBehind(const Array& handle) {
+    return static_cast<void*>(nativeIn<Native>(handle)) == instanceIn(handle) + 1;
+}
+
+class Inlays : public testing::Test {
+protected:
+    ~Inlays() override { EXPECT_EQ(Inlay::living, 0); }
+    static COSClass& inlays() { return published<Inlay, 1>(); }
+    static Array inlay(const char* label) {
+        const Array name = text(label);
+        return construct(inlays(), {arrayValue(name)});
+    }
+};
+
+TEST_F(Inlays, AreBuiltBehindTheirInstances) {
+    const Array plain = construct(inlays());
+    const Array labelled = inlay("second");
+    EXPECT_TRUE(liesBehind<Inlay>(plain));
+    EXPECT_TRUE(liesBehind<Inlay>(labelled));
+    EXPECT_EQ(nativeIn<Inlay>(plain)->label_, "default");
+    EXPECT_EQ(nativeIn<Inlay>(labelled)->label_, "second");
+    EXPECT_EQ(inlays().constructors()[0]->getSignature().nativeBytes, sizeof(Inlay));
+    EXPECT_EQ(Inlay::living, 2);
+}
+
+TEST_F(Inlays, DieWithTheirHandles) {
+    Array handle = construct(inlays());
+    const COSInterface* const first = instanceIn(handle);
+    handle.reset();
+    EXPECT_EQ(Inlay::living, 0);
+    handle = construct(inlays());
+    EXPECT_EQ(instanceIn(handle), first);
+}
+
+TEST_F(Inlays, DeletedByTheirOwnerLeaveAnInvalidHandle) {
+    Array handle = construct(inlays());
+    const COSInterface* const first = instanceIn(handle);
+    delete nativeIn<Inlay>(handle);
+    EXPECT_EQ(Inlay::living, 0);
+    EXPECT_FALSE(instanceIn(handle)->isValid());
+    handle.reset();
+    handle = construct(inlays());
+    EXPECT_EQ(instanceIn(handle), first);
+    EXPECT_TRUE(liesBehind<Inlay>(handle));
+}
+
+TEST_F(Inlays, ThatCannotBeBuiltLeaveTheMemoryFree) {
+    Array handle = construct(inlays());
+    const COSInterface* const first = instanceIn(handle);
+    handle.reset();
+    EXPECT_THROW(inlay("fails"), std::runtime_error);
+    EXPECT_EQ(Inlay::living, 0);
+    handle = construct(inlays());
+    EXPECT_EQ(instanceIn(handle), first);
+}
+
+TEST_F(Inlays, ThatCannotBeBoundAreTakenBack) {
+    EXPECT_EQ(errorOf([] { inlay("announces itself"); }), "varnix:alreadyBound");
+    EXPECT_EQ(Inlay::living, 0);
+    EXPECT_FALSE(instanceIn(Inlay::announced)->isValid());
+    Inlay::announced.reset();
+
+    // A second object for the same instance has no place behind it.
+    const Array handle = construct(inlays());
+    COSValue output = COSValue::ofArray(handle.get(), COSNameID(Inlay::scriptClassName));
+    EXPECT_EQ(errorOf([&] { inlays().constructors()[0]->invoke(1, &output, nullptr); }),
+              "varnix:alreadyBound");
+    EXPECT_EQ(Inlay::living, 1);
+    EXPECT_TRUE(liesBehind<Inlay>(handle));
+}
+
+TEST_F(Inlays, ThatOthersMadeLieWhereTheyWereMade) {
+    auto made = std::make_unique<Inlay>("made");
+    inlays();
+    const Array handle(BindingRegistry::announce(made.get(), COSNameID(Inlay::scriptClassName)));
+    EXPECT_FALSE(liesBehind<Inlay>(handle));
+    EXPECT_EQ(instanceIn(handle)->getNativeStorage(COSNameID(Inlay::scriptClassName)), nullptr);
+    made.reset();
+    EXPECT_FALSE(instanceIn(handle)->isValid());
+}
+
+TEST_F(Inlays, ThatAreOnlyUnboundHaveMemoryOfTheirOwn) {
+    Array handle = construct(published<LooseInlay, 0>());
+    LooseInlay* const object = nativeIn<LooseInlay>(handle);
+    EXPECT_FALSE(liesBehind<LooseInlay>(handle));
+    handle.reset();
+    EXPECT_EQ(Inlay::living, 1);
+    EXPECT_EQ(object->label_, "default");
+    delete object;
+}
+
+TEST_F(Inlays, OfAnotherMemoryHaveMemoryOfTheirOwn) {
+    {
+        const Array wide = construct(published<WideInlay, 1>());
+        EXPECT_FALSE(liesBehind<WideInlay>(wide));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(nativeIn<WideInlay>(wide)) % 64, 0u);
+        const Array own = construct(published<OwnInlay, 1>());
+        EXPECT_FALSE(liesBehind<OwnInlay>(own));
+        EXPECT_EQ(Inlay::living, 2);
+    }
+    EXPECT_EQ(OwnInlay::released, 1);
 }
 
 class Unbuildable : public Wrappable {

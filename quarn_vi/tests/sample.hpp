@@ -12,6 +12,9 @@
 //     };
 //     COSClass& lamps = published<Lamp, 1>(); // 1: a handle deletes its native object
 //
+// Where declareMembers takes the descriptor as well and hands it on to ClassDeclaration, objects
+// that die with their handles lie behind their instances.
+//
 // Classes stay published until the process ends.
 #pragma once
 
@@ -62,7 +65,10 @@ public:
     CosSample()
         : objsys::factory::HandleClassInfo<Native, D>(shortName().c_str(), "A sample class.") {}
     void defineClass(objsys::COSClassDefinition* definition) override {
-        Native::declareMembers(definition);
+        if constexpr (requires { Native::declareMembers(definition, this); })
+            Native::declareMembers(definition, this);
+        else
+            Native::declareMembers(definition);
     }
     static std::string shortName() {
         const std::string full = Native::scriptClassName;

@@ -11,9 +11,11 @@
 
 namespace objsys::factory {
 
+#if defined(__SANITIZE_ADDRESS__)
 full::Wrappable::~Wrappable() {
-    basic::BindingRegistry::remove(this);
+    basic::BindingRegistry::retract(this);
 }
+#endif
 
 void* full::Wrappable::operator new(std::size_t bytes) {
     return varnix::heap::takeSized(bytes);
@@ -27,8 +29,9 @@ void* full::Wrappable::operator new(std::size_t bytes, const std::nothrow_t&) no
     }
 }
 
-void full::Wrappable::operator delete(void* memory) noexcept {
-    varnix::heap::giveSized(memory);
+void full::Wrappable::release(void* memory) noexcept {
+    if (!InstanceAccess::releaseNative(memory))
+        varnix::heap::giveSized(memory);
 }
 
 namespace basic {
@@ -36,7 +39,7 @@ namespace basic {
 hvArray* BindingRegistry::announceNew(full::Wrappable* object, COSNameID className) {
     if (!object)
         return omCreateOBJSYSMatrix(0, 0, className);
-    COSInterface* const instance = InstanceAccess::create(&COSClass::get(className));
+    COSInterface* const instance = InstanceAccess::create(COSClass::get(className));
     instance->native_ = object;
     object->instance_ = instance;
     return instance->handle();
@@ -54,17 +57,14 @@ void BindingRegistry::announceElement(hvArray* row, std::size_t index, full::Wra
     hvDestroyArray(handle);
 }
 
-void BindingRegistry::checkConstructed(const full::Wrappable* object, COSNameID className,
-                                       const COSInterface* target) {
-    if (!object || !target)
-        varnix::fail(varnix::id::nullSelf, "the constructor of {} made no object", className.str());
-    if (target->native_ != object)
-        varnix::fail("varnix:alreadyBound", "the object or its handle is bound already ({})",
-                     className.str());
+void BindingRegistry::raiseNothingToBind(COSNameID className) {
+    varnix::fail(varnix::id::nullSelf, "the constructor of {} made no object", className.str());
 }
 
-void BindingRegistry::retract(full::Wrappable* object) noexcept {
-    remove(object);
+void BindingRegistry::checkBound(const COSInterface* instance, const full::Wrappable* object) {
+    if (instance->native_ != object)
+        varnix::fail("varnix:alreadyBound", "the object or its handle is bound already ({})",
+                     instance->getClass()->getFullName().str());
 }
 
 } // namespace basic

@@ -1,6 +1,5 @@
 #include "object/calls.hpp"
 
-#include "object/instances.hpp"
 #include "value/door.hpp"
 #include "value/errors.hpp"
 
@@ -102,29 +101,6 @@ const COSMethodInfo& findConstructor(COSClass& cls, std::size_t count) {
          count == 1 ? "" : "s");
 }
 
-/// What a constructor left unbound is given up.
-[[noreturn, gnu::cold]] void raiseNoObject(const COSInterface* instance) {
-    fail(id::notConstructible, "the constructor of {} made no object",
-         instance->getClass()->getFullName().str());
-}
-
-/// Makes an instance with inputs that have the declared types; the caller gets the reference to
-/// its handle.
-inline hvArray* makeInstance(COSClass& cls, const COSMethodInfo& constructor,
-                             const COSValue* inputs) {
-    COSInterface* const instance = objsys::InstanceAccess::create(&cls);
-    COSValue output = COSValue::ofArray(instance->handle(), cls.getFullName());
-    try {
-        constructor.invoke(1, &output, inputs);
-        if (!instance->isValid()) [[unlikely]]
-            raiseNoObject(instance);
-    } catch (...) {
-        hvDestroyArray(instance->handle());
-        throw;
-    }
-    return instance->handle();
-}
-
 /// The method's result as it comes; an array in it carries a reference.
 COSValue callRaw(const COSMethod& method, const Value& self, std::span<const Value> arguments) {
     const COSMethodSignature& signature = *method.signature;
@@ -168,12 +144,12 @@ Value callMethod(const COSMethod& method, const Value& self, std::span<const Val
 
 Value construct(COSClass& cls, std::span<const Value> arguments) {
     if (const COSMethodInfo* const plain = arguments.empty() ? cls.plainConstructor() : nullptr)
-        return Value::fromArray(makeInstance(cls, *plain, nullptr));
+        return Value::ofHandle(cls.constructWith(*plain, nullptr));
     const COSMethodInfo& constructor = findConstructor(cls, arguments.size());
     Inputs inputs(arguments.size());
     convertArguments(constructor.getSignature(), cls.getFullName(), constructor.getName(),
                      arguments, inputs, 0);
-    return Value::fromArray(makeInstance(cls, constructor, inputs.values()));
+    return Value::ofHandle(cls.constructWith(constructor, inputs.values()));
 }
 
 } // namespace varnix
@@ -197,10 +173,6 @@ std::vector<varnix::Value> borrowed(std::span<const COSValue> arguments) {
 COSValue COSMethod::callConverted(hvArray* self, std::span<const COSValue> arguments) const {
     const varnix::Value object = varnix::Value::fromArray(hvShareArray(self));
     return varnix::callRaw(*this, object, borrowed(arguments));
-}
-
-hvArray* COSClass::constructPlain() {
-    return varnix::makeInstance(*this, *plainConstructor_, nullptr);
 }
 
 hvArray* COSClass::constructConverted(std::span<const COSValue> arguments) {

@@ -70,6 +70,10 @@ public:
             [](const COSMethodInfo* info) { return info->getSignature().arguments.empty(); });
         cls_.plainConstructor_ =
             plain == cls_.constructors_.end() || cls_.info().isAbstract() ? nullptr : *plain;
+        std::size_t nativeBytes = 0;
+        for (const COSMethodInfo* const info : cls_.constructors_)
+            nativeBytes = std::max(nativeBytes, info->getSignature().nativeBytes);
+        cls_.instances_.reserveNative(nativeBytes);
         cls_.ownProperties_ = std::move(ownProperties_);
         cls_.ownMethods_ = std::move(ownMethods_);
         for (std::size_t i = 0; i < cls_.properties_.size(); ++i)

@@ -35,7 +35,9 @@ public:
 private:
     static void count(hvArray* row) noexcept;
 
-    static std::uint64_t taken_; ///< a bit for each place
+    /// A bit for each place. Asked whenever a handle dies, so nobody outside the library may see
+    /// it: that would take a look at a table.
+    [[gnu::visibility("hidden")]] static std::uint64_t taken_;
 };
 
 } // namespace objsys

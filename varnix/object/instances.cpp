@@ -6,25 +6,13 @@
 #include <objsys/class.hpp>
 #include <objsys/factory/binding_registry.hpp>
 
-#include <new>
-
 namespace objsys {
 
-COSInterface::COSInterface(COSClass* cls)
-    : self_{0, hvOBJECT_CLASS, hvArray::Handle, 0, cls, 1, 1, &selfPointer_}, selfPointer_(this) {}
-
-static_assert(sizeof(COSInterface) == alignof(COSInterface)); // one cache line each
-
-void InstanceAccess::addSlab(COSClass* cls) {
-    cls->slabs_.reserve(cls->slabs_.size() + 1);
-    auto* const slab = static_cast<COSInterface*>(::operator new (
-        instancesPerSlab * sizeof(COSInterface), std::align_val_t{alignof(COSInterface)}));
-    cls->slabs_.push_back(slab);
-    for (std::size_t i = instancesPerSlab; i-- > 0;) // so that the first one is taken first
-        recycle(new (slab + i) COSInterface(cls));
-}
-
 namespace {
+
+[[gnu::cold, gnu::noinline]] void unbind(COSInterface* instance) noexcept {
+    factory::basic::BindingRegistry::remove(instance->getNativeObject(COSNameID()));
+}
 
 /// Ends an instance that has a native object. The class may still look at the handle meanwhile.
 inline void endBound(COSInterface* instance, factory::full::Wrappable* native) noexcept {
@@ -36,7 +24,7 @@ inline void endBound(COSInterface* instance, factory::full::Wrappable* native) n
     // Whatever the class did, the instance is unbound now. The object itself may be gone, so only
     // a binding that still stands is taken back through it.
     if (instance->isValid()) [[unlikely]]
-        factory::basic::BindingRegistry::remove(instance->getNativeObject(COSNameID()));
+        unbind(instance);
 }
 
 } // namespace
@@ -56,25 +44,43 @@ void InstanceAccess::handleReleased(hvArray* handle) noexcept {
     handle->refs = 1; // so that the class may look at the handle while it ends the instance
     if (factory::full::Wrappable* const native = instance->native_)
         endBound(instance, native);
-    if (--handle->refs == 0) [[likely]] // else somebody kept it: it stays as an invalid instance
-        recycle(instance);
+    if (--handle->refs != 0) [[unlikely]]
+        return; // somebody kept it: it stays as an invalid instance
+    if (instance->nativeMemory_ == detail::native_memory::taken) [[unlikely]] {
+        instance->nativeMemory_ = detail::native_memory::orphaned; // until the object is deleted
+        return;
+    }
+    instance->getClass()->instances_.give(instance);
 }
 
 void InstanceAccess::endAll(COSClass* cls) noexcept {
     for (bool found = true; found;) {
         found = false;
-        for (std::size_t slab = 0; slab < cls->slabs_.size(); ++slab) { // may grow meanwhile
-            for (std::size_t i = 0; i < instancesPerSlab; ++i) {
-                COSInterface* const instance = cls->slabs_[slab] + i;
-                if (instance->self_.refs == 0 || !instance->native_)
-                    continue;
-                found = true;
-                ++instance->self_.refs; // nobody frees it while it ends
-                end(instance);
-                hvDestroyArray(instance->handle());
-            }
-        }
+        cls->instances_.forEach([&found](COSInterface* instance) {
+            if (instance->self_.refs == 0 || !instance->native_)
+                return;
+            found = true;
+            ++instance->self_.refs; // nobody frees it while it ends
+            end(instance);
+            hvDestroyArray(instance->handle());
+        });
     }
+}
+
+bool InstanceAccess::releaseNative(void* memory) noexcept {
+    namespace state = detail::native_memory;
+    std::uint64_t& word = static_cast<std::uint64_t*>(memory)[-1];
+    if (word != state::taken && word != state::orphaned)
+        return false;
+    COSInterface* const instance = static_cast<COSInterface*>(memory) - 1;
+    const bool orphaned = word == state::orphaned;
+    word = state::free;
+    detail::InstancePool& pool = instance->getClass()->instances_;
+    if (orphaned)
+        pool.give(instance);
+    else
+        pool.nativeGone(instance);
+    return true;
 }
 
 void deleteInstance(COSInterface* instance) {
@@ -87,10 +93,17 @@ void deleteInstance(COSInterface* instance) {
 }
 
 namespace detail {
+
+void raiseNoObject(COSInterface* instance) {
+    varnix::fail(varnix::id::notConstructible, "the constructor of {} made no object",
+                 instance->getClass()->getFullName().str());
+}
+
 void raiseInvalidHandle(const COSInterface* instance) {
     varnix::fail(varnix::id::invalidHandle, "the {} object was deleted and can no longer be used",
                  instance->getClass() ? instance->getClass()->getFullName().str() : "script");
 }
+
 } // namespace detail
 
 } // namespace objsys

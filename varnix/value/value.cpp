@@ -86,11 +86,8 @@ Tag tagOfClass(hvClassID id) {
 Value Value::fromArray(hvArray* array) {
     if (!array)
         return {};
-    if (array->isHandle()) {
-        Value handle(Tag::Handle);
-        handle.bits_.a = array;
-        return handle;
-    }
+    if (array->isHandle())
+        return ofHandle(array);
     if (array->rows == 1 && array->columns == 1) {
         if (tagOfClass(array->classID) != Tag::Unset) {
             Value scalar = scalarOf(array);

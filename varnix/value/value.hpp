@@ -100,7 +100,13 @@ public:
 
     /// Takes over one reference to the array and brings it to canonical form; null is Unset.
     static Value fromArray(hvArray* array);
-    /// The same without the canonical form: for keeping an array alive, not for scripts to see.
+    /// Takes over one reference to the handle of an instance.
+    static Value ofHandle(hvArray* handle) {
+        Value r(Tag::Handle);
+        r.bits_.a = handle;
+        return r;
+    }
+    /// fromArray without the canonical form: for keeping an array alive, not for scripts to see.
     static Value keeping(hvArray* array) {
         Value r(Tag::Array);
         r.bits_.a = array;

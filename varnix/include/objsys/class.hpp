@@ -7,6 +7,7 @@
 #pragma once
 
 #include <objsys/class_info.hpp>
+#include <objsys/detail/instance_pool.hpp>
 #include <objsys/interface.hpp>
 #include <objsys/method_info.hpp>
 #include <objsys/property_info.hpp>
@@ -26,6 +27,8 @@ class COSPackage;
 namespace detail {
 /// Raises "varnix:invalidHandle" for an instance whose native object is gone.
 [[noreturn]] void raiseInvalidHandle(const COSInterface* instance);
+/// Raises "varnix:notConstructible" for an instance that its constructor left unbound.
+[[noreturn, gnu::cold]] void raiseNoObject(COSInterface* instance);
 /// Rises whenever classes are withdrawn. Who keeps pointers to members of a class that it reached
 /// by name, without an instance in hand, checks that this has not changed.
 extern std::uint64_t classGeneration;
@@ -148,8 +151,23 @@ public:
     [[nodiscard]] hvArray* construct(std::span<const COSValue> arguments) {
         // Without arguments there are no conversions, so no copies either.
         if (arguments.empty() && plainConstructor_ != nullptr) [[likely]]
-            return constructPlain();
+            return constructWith(*plainConstructor_, nullptr);
         return constructConverted(arguments);
+    }
+    /// The same with one of the class's constructors and inputs that have the types that it
+    /// declares.
+    [[nodiscard]] hvArray* constructWith(const COSMethodInfo& constructor, const COSValue* inputs) {
+        COSInterface* const instance = instances_.takeForConstruction();
+        COSValue output = COSValue::ofArray(instance->handle(), fullName_);
+        try {
+            constructor.invoke(1, &output, inputs);
+            if (!instance->isValid()) [[unlikely]]
+                detail::raiseNoObject(instance);
+        } catch (...) {
+            hvDestroyArray(instance->handle()); // and what was left unbound is given up
+            throw;
+        }
+        return instance->handle();
     }
 
 private:
@@ -165,7 +183,6 @@ private:
             define();
     }
     void define();
-    hvArray* constructPlain();
     hvArray* constructConverted(std::span<const COSValue> arguments);
     /// Ends all instances, releases the descriptor and the members, and leaves the bare name.
     void withdraw() noexcept;
@@ -186,9 +203,7 @@ private:
     std::vector<COSMethod> methods_;
     std::unordered_map<COSNameID, std::size_t> propertyIndex_;
     std::unordered_map<COSNameID, std::size_t> methodIndex_;
-    /// The memory of the instances, and the ones of them that are free (see InstanceAccess).
-    std::vector<COSInterface*> slabs_;
-    COSInterface* freeInstances_ = nullptr;
+    detail::InstancePool instances_{this};
 };
 
 } // namespace objsys

@@ -18,6 +18,9 @@ struct COSMethodSignature {
     bool hasSelf = false;             ///< the first input is the object
     COSNameID self;                   ///< class name, or "C vector"; meaningless without hasSelf
     std::vector<COSNameID> arguments; ///< the inputs after the object
+    /// Of a constructor whose native objects may lie behind their instances: their size in bytes.
+    /// 0: the constructor allocates.
+    std::size_t nativeBytes = 0;
 };
 
 /// Described by the module, owned by the host once added to a class definition.

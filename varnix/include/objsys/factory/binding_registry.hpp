@@ -8,8 +8,11 @@
 #include <objsys/object_array.hpp>
 
 #include <cstddef>
+#include <cstdint>
 
-namespace objsys::factory::basic {
+namespace objsys::factory {
+
+namespace basic {
 
 class BindingRegistry {
 public:
@@ -70,17 +73,19 @@ public:
     static void announceForConstructor(full::Wrappable* object, COSNameID className,
                                        hvArray* instance, [[maybe_unused]] bool own) {
         COSInterface* const target = omGetArrayElement(instance, 0);
-        if (object && target && !target->native_ && !object->instance_) [[likely]] {
-            target->native_ = object;
-            object->instance_ = target;
-            return;
-        }
-        checkConstructed(object, className, target);
+        if (!object || !target) [[unlikely]]
+            raiseNothingToBind(className);
+        if (!areUnbound(target, object)) [[unlikely]]
+            return checkBound(target, object);
+        target->native_ = object;
+        object->instance_ = target;
     }
 
     /// Unbinds a native object that is about to die; its handle becomes invalid. Unbound objects
     /// and null are ignored.
-    static void retract(full::Wrappable* object) noexcept;
+    static void retract(full::Wrappable* object) noexcept {
+        remove(object);
+    }
 
     /// Unbinds an object on behalf of its dying instance. Returns whether it was bound.
     static bool remove(full::Wrappable* object) noexcept {
@@ -100,15 +105,27 @@ private:
     /// Rows shorter than this count their references at once.
     static constexpr std::size_t fewObjects = 16;
 
+    static bool areUnbound(const COSInterface* instance, const full::Wrappable* object) {
+        return (reinterpret_cast<std::uintptr_t>(instance->native_) |
+                reinterpret_cast<std::uintptr_t>(object->instance_)) == 0;
+    }
     /// Takes a row whose elements are all set and which has counted no references to them: the host
     /// counts them when it matters.
     static void deferReferences(hvArray* row) noexcept;
+    [[noreturn]] static void raiseNothingToBind(COSNameID className);
     /// Accepts what is bound to each other already and refuses all else.
-    static void checkConstructed(const full::Wrappable* object, COSNameID className,
-                                 const COSInterface* target);
+    static void checkBound(const COSInterface* instance, const full::Wrappable* object);
     static hvArray* announceNew(full::Wrappable* object, COSNameID className);
     static void announceElement(hvArray* row, std::size_t index, full::Wrappable* object,
                                 COSNameID className);
 };
 
-} // namespace objsys::factory::basic
+} // namespace basic
+
+#if !defined(__SANITIZE_ADDRESS__)
+inline full::Wrappable::~Wrappable() {
+    basic::BindingRegistry::retract(this);
+}
+#endif
+
+} // namespace objsys::factory
