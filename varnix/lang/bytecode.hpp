@@ -193,6 +193,8 @@ struct NamePathSite : CallShape {
     objsys::COSClass* cls = nullptr;
     std::uint64_t generation = 0;
     std::size_t taken = 0;
+    /// Set when these are all names and there are no arguments: the constructor to call.
+    const objsys::COSMethodInfo* constructor = nullptr;
 };
 
 /// R[result] = R[base] [ R[window], ... ] in its general form.

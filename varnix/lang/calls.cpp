@@ -185,9 +185,17 @@ bool Machine::beginNamed(const NamedFunction& function, std::span<Value> argumen
 // ---- paths: packages, classes and their methods
 
 bool Machine::callPath(Frame& frame, NamePathSite& site) {
+    const Value& variable = frame.base[site.slot];
+    if (site.constructor != nullptr && site.requested <= 1 && variable.isUnset() &&
+        site.generation == objsys::detail::classGeneration) [[likely]] {
+        Value* const base = frame.base; // the constructor may call back
+        Value object = Value::ofHandle(site.cls->constructWith(*site.constructor, nullptr));
+        if (site.result != noSlot)
+            base[site.result] = std::move(object);
+        return false;
+    }
     const std::span<Value> arguments = argumentsOf(frame, site);
     const Sink sink = sinkOf(frame, site);
-    const Value& variable = frame.base[site.slot];
     if (variable.isUnset())
         return beginPath(site.names, frame.code->unit, site.written, arguments, sink, &site);
     Value base = variable;
@@ -254,6 +262,9 @@ bool Machine::beginPath(std::span<const COSNameID> path, const Unit* unit, bool 
             site->cls = found.cls;
             site->taken = found.taken;
             site->generation = objsys::detail::classGeneration;
+            site->constructor = found.taken == path.size() && arguments.empty()
+                                    ? found.cls->plainConstructor()
+                                    : nullptr;
         }
     }
     if (found.cls != nullptr) {
