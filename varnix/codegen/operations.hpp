@@ -10,6 +10,7 @@
 #include "value/ops.hpp"
 
 #include <cstddef>
+#include <map>
 #include <span>
 #include <string>
 
@@ -140,6 +141,9 @@ public:
     };
     RangeShape shapeOfRange(Ref first, Ref step, Ref last);
 
+    /// A block begins, in which nothing is known to be checked.
+    void forgetPlaces() { checked_.clear(); }
+
 private:
     struct Pairing {
         Ref rows = nullptr;
@@ -154,13 +158,14 @@ private:
     Ref mixed(BinaryOp op, Ref x, QN::ScalarKind xKind, Ref y, QN::ScalarKind yKind,
               const Operand& left, const Operand& right);
     Ref doubles(BinaryOp op, Ref x, Ref y, const Operand& right);
-    /// An index as a place from 1.
+    /// An index as a place from 1: the same one as before in a block, where it is checked already.
     Ref place(const Operand& index);
     /// A value as one element of an array of `kind`.
     Ref elementFor(QN::ScalarKind kind, QN::Var* var, const Operand& value);
 
     Emitter& e_;
     ArrayPlaces& places_;
+    std::map<Ref, Ref> checked_; // indices by the numbers that they are
 };
 
 } // namespace varnix::codegen

@@ -10,7 +10,12 @@ using Ref = Emitter::Ref;
 Ref Operations::place(const Operand& index) {
     if (index.isText || index.type.kind == ScalarKind::Logical)
         throw Outside{"an index that is no number"};
-    return index.whole != nullptr ? index.whole : e_.toIndex(index.value);
+    if (index.whole != nullptr)
+        return index.whole;
+    Ref& known = checked_[index.value];
+    if (known == nullptr)
+        known = e_.toIndex(index.value);
+    return known;
 }
 
 namespace {

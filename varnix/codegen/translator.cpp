@@ -177,6 +177,7 @@ void Translator::write() {
 
 void Translator::block(const Instance::Block& block) {
     values_.assign(code_.registers, nullptr);
+    ops_.forgetPlaces();
     const std::uint32_t end = block.end;
     for (std::uint32_t at = block.begin; at < end;) {
         emitter_.setLine(std::min(code_.places[at].line, mostLines - 1));

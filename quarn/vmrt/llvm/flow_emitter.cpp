@@ -234,6 +234,9 @@ void FunctionEmitter::emitTerminator(const Node& node) {
         if (const CountedLoop* const counted = countedAt(from); counted != nullptr) {
             return emitCountedBranch(node, *counted);
         }
+        if (emitWholeBranch(node)) {
+            break;
+        }
         Value* const condition = value(node, 0);
         llvm::BasicBlock* const toYes = edge(from, *yes);
         ir_.CreateCondBr(condition, toYes, edge(from, *no), weightsOf(node));
@@ -391,29 +394,10 @@ void FunctionEmitter::emitCall(const Node& node) {
 
 void FunctionEmitter::emitCheck(const Node& node) {
     switch (node.op()) {
-    case Op::ToIndex: {
-        const Type& type = operandType(node, 0);
-        if (!type.isDouble() && !type.isInteger()) {
-            refuse(node, "no index");
-        }
-        if (const Node* const from = asNode(node.operand(0));
-            from != nullptr && wholes_[from->id()].number != nullptr) {
-            values_[node.id()] = indexOf(node);
-            break;
-        }
-        const auto [index, holds] = scalars_.toIndex(type, value(node, 0));
-        trapUnless(holds, TrapCode::BadIndex, node.line());
-        values_[node.id()] = index;
-        break;
-    }
-    case Op::ChkBounds: {
-        Value* const index = value(node, 0);
-        Value* const limit = value(node, 1);
-        Value* const outside = ir_.CreateOr(ir_.CreateICmpSLT(index, ir_.getInt64(1)),
-                                            ir_.CreateICmpSGT(index, limit));
-        trapIf(outside, TrapCode::IndexOutOfBounds, node.line());
-        break;
-    }
+    case Op::ToIndex:
+        return emitIndex(node);
+    case Op::ChkBounds:
+        return emitBounds(node);
     case Op::ChkZero: {
         Value* const x = value(node, 0);
         trapIf(operandType(node, 0).isDouble()
@@ -488,8 +472,10 @@ void FunctionEmitter::emitScalar(const Node& node) {
     if (node.numOperands() > 1 && &operandType(node, 1) != &type) {
         refuse(node, "types differ");
     }
-    if (Value* const made = emitUnsaturated(node); made != nullptr) {
-        values_[node.id()] = made;
+    Value* known = emitUnsaturated(node);
+    known = known != nullptr ? known : beyondSize(node);
+    if (known != nullptr) {
+        values_[node.id()] = known;
         return;
     }
     Value* const b = node.numOperands() > 1 ? value(node, 1) : nullptr;

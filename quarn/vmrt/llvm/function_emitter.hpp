@@ -47,6 +47,14 @@ struct CountedLoop {
     llvm::BasicBlock* pieceHead = nullptr;
 };
 
+/// An index that was not looked at yet: the check of its bounds, which follows, says it all.
+struct WaitingIndex {
+    const Node* node = nullptr;
+    llvm::Value* number = nullptr;
+    llvm::Value* isSame =
+        nullptr; // the number is the one that it was made of; null if it surely is
+};
+
 class FunctionEmitter {
 public:
     FunctionEmitter(UnitEmitter& unit, UnitFunction& function);
@@ -143,7 +151,18 @@ private:
     [[nodiscard]] const Node* turnTest(const Entity* turn, const Block& at) const;
     std::optional<Whole> wholeOfTurn(const Node& sum);
     void storeWhole(const Var& var, const Whole& whole);
+    [[nodiscard]] bool countsIn(std::uint32_t loop, const Entity* operand) const;
+    bool emitWholeBranch(const Node& branch);
+
+    // Indices and their bounds: index_emitter.cpp.
+    [[nodiscard]] bool mayWait(const Node& index) const;
+    WaitingIndex numberOf(const Node& node);
+    llvm::Value* isIndex(const WaitingIndex& index, llvm::Value* limit);
     llvm::Value* indexOf(const Node& node);
+    void checkWaiting();
+    void emitIndex(const Node& node);
+    llvm::Value* beyondSize(const Node& node);
+    void emitBounds(const Node& node);
 
     // Loops: loop_emitter.cpp.
     void findHoists();
@@ -194,6 +213,7 @@ private:
     std::vector<bool> wantsWhole_;                 // by node id: indices come from it
     std::vector<Whole> wholes_;                    // by node id
     std::vector<Whole> wholeVars_;                 // by variable id: slots
+    std::vector<WaitingIndex> waiting_;            // in the order of their nodes
     llvm::DISubprogram* subprogram_ = nullptr;
 };
 

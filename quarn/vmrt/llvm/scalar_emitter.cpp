@@ -424,19 +424,21 @@ Value* ScalarEmitter::convert(const Type& from, const Type& to, Mode mode, Value
                            : integerToInteger(from, to, mode, value);
 }
 
-std::pair<Value*, Value*> ScalarEmitter::toIndex(const Type& from, Value* value) {
-    Value* const limit = ir_.getInt64(std::uint64_t{1} << 53);
-    Value* index;
-    Value* matches = nullptr;
-    if (from.isDouble()) {
-        // Out of range the conversion gives anything, and then the comparisons do not hold.
-        index = ir_.CreateFreeze(ir_.CreateFPToSI(value, ir_.getInt64Ty()));
-        matches = ir_.CreateFCmpOEQ(ir_.CreateSIToFP(index, ir_.getDoubleTy()), value);
-    } else {
-        index = extend(from, value, ir_.getInt64Ty());
+std::pair<Value*, Value*> ScalarEmitter::toWhole(const Type& from, Value* value) {
+    if (!from.isDouble()) {
+        return {extend(from, value, ir_.getInt64Ty()), nullptr};
     }
-    Value* const inRange = ir_.CreateICmpULT(ir_.CreateSub(index, ir_.getInt64(1)), limit);
-    return {index, matches == nullptr ? inRange : ir_.CreateAnd(inRange, matches)};
+    // Out of range the conversion gives anything, and then the comparison or that of who asks does
+    // not hold.
+    Value* const whole = ir_.CreateFreeze(ir_.CreateFPToSI(value, ir_.getInt64Ty()));
+    return {whole, ir_.CreateFCmpOEQ(ir_.CreateSIToFP(whole, ir_.getDoubleTy()), value)};
+}
+
+std::pair<Value*, Value*> ScalarEmitter::toIndex(const Type& from, Value* value) {
+    const auto [index, isSame] = toWhole(from, value);
+    Value* const inRange = ir_.CreateICmpULT(ir_.CreateSub(index, ir_.getInt64(1)),
+                                             ir_.getInt64(std::uint64_t{1} << 53));
+    return {index, isSame == nullptr ? inRange : ir_.CreateAnd(inRange, isSame)};
 }
 
 Value* ScalarEmitter::isSameNumber(Value* number, const Type& type, Value* integer) {

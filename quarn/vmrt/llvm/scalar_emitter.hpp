@@ -15,6 +15,9 @@ public:
                                        llvm::Value* b);
     [[nodiscard]] llvm::Value* convert(const Type& from, const Type& to, Mode mode,
                                        llvm::Value* value);
+    /// An integer or double in 64 bits, and whether that is the same number; null if it surely is.
+    [[nodiscard]] std::pair<llvm::Value*, llvm::Value*> toWhole(const Type& from,
+                                                                llvm::Value* value);
     /// An index and whether it is one.
     [[nodiscard]] std::pair<llvm::Value*, llvm::Value*> toIndex(const Type& from,
                                                                 llvm::Value* value);

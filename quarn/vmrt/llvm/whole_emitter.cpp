@@ -60,8 +60,10 @@ void FunctionEmitter::findWholes() {
     };
     for (const Block* const block : order_.order()) {
         for (const Node& node : block->nodes()) {
-            if (node.op() == Op::ToIndex) {
-                want(node.operand(0));
+            const Node* const from = node.op() == Op::ToIndex ? asNode(node.operand(0)) : nullptr;
+            if (from != nullptr &&
+                (isFollowed(*from) || from->op() == Op::Load || from->op() == Op::Convert)) {
+                want(from);
             }
         }
     }
@@ -263,29 +265,65 @@ void FunctionEmitter::emitWhole(const Node& node) {
     }
 }
 
-/// An index from a double: its whole number if that is the same, else what the double says.
-Value* FunctionEmitter::indexOf(const Node& node) {
-    const Whole whole = wholeOf(node, 0);
-    llvm::BasicBlock* const same = newBlock("whole");
+/// Whether the number is a whole one is the same for all turns of the loop: it stays, or only goes
+/// on by small whole steps.
+bool FunctionEmitter::countsIn(std::uint32_t loop, const Entity* operand) const {
+    const Const* const constant = asConst(const_cast<Entity*>(operand));
+    if (constant != nullptr) {
+        return isSmallWhole(*constant);
+    }
+    const Node* const node = asNode(const_cast<Entity*>(operand));
+    if (wholes_[node->id()].number == nullptr) {
+        return false;
+    }
+    const Var* const var = node->op() == Op::Load ? asVar(node->operand(0)) : nullptr;
+    if (var == nullptr || wholeVars_[var->id()].number == nullptr) {
+        return staysIn(loop, operand);
+    }
+    for (const Operand& use : var->uses()) {
+        const Node& user = *use.user();
+        if (user.op() != Op::Store || !loops_.isInside(loops_.innermost(*user.block()), loop)) {
+            continue;
+        }
+        const Node* const sum = asNode(user.operand(1));
+        const Node* const before = sum != nullptr && (sum->op() == Op::Add || sum->op() == Op::Sub)
+                                       ? asNode(sum->operand(0))
+                                       : nullptr;
+        const Const* const step = before != nullptr ? asConst(sum->operand(1)) : nullptr;
+        if (step == nullptr || !isSmallWhole(*step) || before->op() != Op::Load ||
+            before->operand(0) != var) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Compares counters as the integers that they are, if they are. The question is the same in all
+/// turns, so that a version of the loop without doubles can be made. False: nothing was emitted.
+bool FunctionEmitter::emitWholeBranch(const Node& branch) {
+    const Node* const test = asNode(branch.operand(0));
+    const std::uint32_t loop = loops_.innermost(*branch.block());
+    if (test == nullptr || !test->has(OpFlag::Compares) || loop == Loop::none ||
+        !operandType(*test, 0).isDouble() || test->block() != branch.block() ||
+        (asConst(test->operand(0)) != nullptr && asConst(test->operand(1)) != nullptr) ||
+        !countsIn(loop, test->operand(0)) || !countsIn(loop, test->operand(1))) {
+        return false;
+    }
+    const Block& from = *branch.block();
+    const Whole a = wholeOf(*test, 0);
+    const Whole b = wholeOf(*test, 1);
+    llvm::BasicBlock* const yes = edge(from, *asBlock(branch.operand(1)));
+    llvm::BasicBlock* const no = edge(from, *asBlock(branch.operand(2)));
+    llvm::MDNode* const weights = weightsOf(branch);
+    llvm::BasicBlock* const whole = newBlock("whole");
     llvm::BasicBlock* const other = newBlock("double");
-    llvm::BasicBlock* const on = newBlock("");
-    ir_.CreateCondBr(whole.isSame, same, other, unit_.likely());
+    ir_.CreateCondBr(ir_.CreateAnd(a.isSame, b.isSame), whole, other, unit_.likely());
+    ir_.SetInsertPoint(whole);
+    ir_.CreateCondBr(scalars_.compute(test->op(), Mode(), *Type::i64(), a.number, b.number), yes,
+                     no, weights);
     ir_.SetInsertPoint(other);
-    const auto [index, holds] = scalars_.toIndex(*Type::f64(), value(node, 0));
-    trapUnless(holds, TrapCode::BadIndex, node.line());
-    llvm::BasicBlock* const otherEnd = ir_.GetInsertBlock();
-    ir_.CreateBr(on);
-    ir_.SetInsertPoint(same);
-    trapUnless(ir_.CreateICmpULT(ir_.CreateSub(whole.number, ir_.getInt64(1)),
-                                 ir_.getInt64(std::uint64_t{1} << 53)),
-               TrapCode::BadIndex, node.line());
-    llvm::BasicBlock* const sameEnd = ir_.GetInsertBlock();
-    ir_.CreateBr(on);
-    ir_.SetInsertPoint(on);
-    llvm::PHINode* const result = ir_.CreatePHI(ir_.getInt64Ty(), 2, "index");
-    result->addIncoming(whole.number, sameEnd);
-    result->addIncoming(index, otherEnd);
-    return result;
+    ir_.CreateCondBr(value(branch, 0), yes, no, weights);
+    return true;
 }
 
 } // namespace QN::VMRT
