@@ -147,9 +147,8 @@ Value* ScalarEmitter::computeDouble(Op op, Value* a, Value* b) {
         return ir_.CreateSelect(ir_.CreateOr(ir_.CreateFCmpOGT(b, a), ir_.CreateFCmpUNO(a, a)), b,
                                 a);
     case Op::Mod:
-        return call("qn_mod", a, b);
     case Op::Rem:
-        return call("qn_rem", a, b);
+        return moduloOfDouble(op, a, b);
     case Op::Pow:
         return call("pow", a, b);
     case Op::Atan2:
@@ -177,6 +176,51 @@ Value* ScalarEmitter::computeDouble(Op op, Value* a, Value* b) {
     default:
         return nullptr;
     }
+}
+
+/// A remainder by a small whole constant is one of integers where the other number is whole.
+Value* ScalarEmitter::moduloOfDouble(Op op, Value* a, Value* b) {
+    const char* const name = op == Op::Mod ? "qn_mod" : "qn_rem";
+    const auto* const known = llvm::dyn_cast<llvm::ConstantFP>(b);
+    if (known == nullptr || !known->getValueAPF().isInteger() ||
+        !(known->getValueAPF().convertToDouble() >= 1 &&
+          known->getValueAPF().convertToDouble() <= 0x1p31) ||
+        unit_.config().jitOptimizationLevel() == VMEngineConfig::OptNone) {
+        return call(name, a, b);
+    }
+    llvm::Function* const function = ir_.GetInsertBlock()->getParent();
+    const auto block = [&](const char* text) {
+        return llvm::BasicBlock::Create(unit_.context(), text, function);
+    };
+    llvm::BasicBlock* const whole = block("whole");
+    llvm::BasicBlock* const other = block("other");
+    llvm::BasicBlock* const on = block("");
+    const auto [number, isSame] = toWhole(*Type::f64(), a);
+    Value* const isExact = ir_.CreateFCmpOLE(ir_.CreateUnaryIntrinsic(Intrinsic::fabs, a),
+                                             llvm::ConstantFP::get(ir_.getDoubleTy(), 0x1p53));
+    ir_.CreateCondBr(ir_.CreateAnd(isExact, isSame), whole, other, unit_.likely());
+
+    ir_.SetInsertPoint(whole);
+    Value* const divisor =
+        ir_.getInt64(static_cast<std::uint64_t>(known->getValueAPF().convertToDouble()));
+    Value* const rest = ir_.CreateSRem(number, divisor);
+    // A rest of zero has the sign of the number, which may be a negative zero itself.
+    Value* found = binary(Intrinsic::copysign, ir_.CreateSIToFP(rest, ir_.getDoubleTy()), a);
+    if (op == Op::Mod) {
+        Value* const shifted = ir_.CreateSIToFP(ir_.CreateAdd(rest, divisor), ir_.getDoubleTy());
+        found = ir_.CreateSelect(ir_.CreateICmpSLT(rest, ir_.getInt64(0)), shifted, found);
+    }
+    ir_.CreateBr(on);
+
+    ir_.SetInsertPoint(other);
+    Value* const asked = call(name, a, b);
+    ir_.CreateBr(on);
+
+    ir_.SetInsertPoint(on);
+    llvm::PHINode* const result = ir_.CreatePHI(ir_.getDoubleTy(), 2);
+    result->addIncoming(found, whole);
+    result->addIncoming(asked, other);
+    return result;
 }
 
 Value* ScalarEmitter::computeInteger(Op op, Mode mode, const Type& type, Value* a, Value* b) {

@@ -35,6 +35,7 @@ public:
 
 private:
     llvm::Value* computeDouble(Op op, llvm::Value* a, llvm::Value* b);
+    llvm::Value* moduloOfDouble(Op op, llvm::Value* a, llvm::Value* b);
     llvm::Value* computeInteger(Op op, Mode mode, const Type& type, llvm::Value* a, llvm::Value* b);
     llvm::Value* compare(Op op, const Type& type, llvm::Value* a, llvm::Value* b);
     llvm::Value* multiply(Mode mode, const Type& type, llvm::Value* a, llvm::Value* b);
