@@ -82,6 +82,19 @@ public:
     Ref convert(Ref x, QN::ScalarKind from, QN::ScalarKind to) {
         return builder_ && from != to ? builder_->convert(x, QN::Type::scalar(to)) : x;
     }
+    /// A double without its fraction, in i64. Where `isTruncated` holds as well, they are the same
+    /// number; the LLVM runtime knows the pair.
+    Ref truncated(Ref x) {
+        return builder_
+                   ? builder_->convert(x, QN::Type::i64(),
+                                       QN::Mode(QN::Rounding::TowardZero, QN::Overflow::Saturate))
+                   : nullptr;
+    }
+    Ref isTruncated(Ref x, Ref whole) {
+        return builder_
+                   ? builder_->compare(QN::Op::Eq, builder_->convert(whole, QN::Type::f64()), x)
+                   : nullptr;
+    }
     Ref toIndex(Ref x) { return builder_ ? builder_->toIndex(x) : nullptr; }
     Ref both(Ref x, Ref y) { return binary(QN::Op::And, x, y); }
     Ref either(Ref x, Ref y) { return binary(QN::Op::Or, x, y); }

@@ -331,10 +331,20 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant, c
     const std::span<const Value> arguments(values, variant.tags.size());
     std::array<std::uint64_t, mostSlots> slots;
     std::array<std::uint64_t, mostSlots> others; // scalar results from the second on
+    // Whatever happens, nothing of the arguments is held any longer.
+    struct Release {
+        Variant& variant;
+        ~Release() {
+            for (QN::ArrayValue& each : variant.arrays)
+                each = QN::ArrayValue();
+        }
+    } const release{variant};
     QN::ArrayValue* array = variant.arrays.data();
     std::size_t slot = 0;
     for (const Value& each : arguments) {
         if (each.isCounted()) {
+            if (!canBeLent(each)) [[unlikely]]
+                return Outcome::Interpret;
             *array = lend(each);
             slots[slot++] = reinterpret_cast<std::uint64_t>(array++);
         } else {
@@ -359,14 +369,6 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant, c
     QN::ExecutionContext context;
     context.depthLeft = static_cast<std::int64_t>(depthLeft);
     context.interruptRequested = &detail::interruptRequested;
-    // Whatever happens, nothing of the arguments is held any longer.
-    struct Release {
-        Variant& variant;
-        ~Release() {
-            for (QN::ArrayValue& each : variant.arrays)
-                each = QN::ArrayValue();
-        }
-    } const release{variant};
     try {
         variant.code->call(slots.data(), context);
     } catch (const QN::EvaluationError& error) {

@@ -10,6 +10,11 @@
 
 namespace varnix::codegen {
 
+/// Whether compiled code takes an array of that size: one without elements may have more rows.
+[[nodiscard]] inline bool canBeLent(const Value& value) {
+    return QN::ArrayValue::isPossibleSize(static_cast<std::int64_t>(value.rows()),
+                                          static_cast<std::int64_t>(value.columns()));
+}
 /// The array of a value, which is kept alive as long as somebody refers to the result.
 [[nodiscard]] QN::ArrayValue lend(const Value& value);
 /// An array as a value in canonical form. One of the arguments, if it is that unchanged.

@@ -140,6 +140,10 @@ public:
         Ref isCut = nullptr;
     };
     RangeShape shapeOfRange(Ref first, Ref step, Ref last);
+    /// How many values a range of doubles has that goes by steps of a small whole number; below 1
+    /// if there are none. Whole numbers are counted as such, which engines understand; gives up
+    /// where the last value is `last` itself because a step passes it by a rounding error.
+    Ref turnsOfWholeSteps(Ref first, std::int64_t step, Ref last);
 
     /// A block begins, in which nothing is known to be checked.
     void forgetPlaces() { checked_.clear(); }

@@ -97,6 +97,41 @@ Operations::RangeShape Operations::shapeOfRange(Ref first, Ref step, Ref last) {
     return shape;
 }
 
+Ref Operations::turnsOfWholeSteps(Ref first, std::int64_t step, Ref last) {
+    // Below this, neither the quotient's rounding nor the slack reaches the next whole number.
+    constexpr std::int64_t most = std::int64_t{1} << 48;
+    const auto isSmall = [&](Ref whole) {
+        return e_.both(e_.compare(Op::Ge, whole, e_.index(-most)),
+                       e_.compare(Op::Le, whole, e_.index(most)));
+    };
+    const Ref from = e_.truncated(first);
+    const Ref to = e_.truncated(last);
+    const Ref bothWhole = e_.both(e_.isTruncated(first, from), e_.isTruncated(last, to));
+    QN::Var* const count = e_.temporary(QN::Type::i64());
+    QN::Block* const whole = e_.newBlock();
+    QN::Block* const other = e_.newBlock();
+    QN::Block* const done = e_.newBlock();
+    e_.branch(e_.both(bothWhole, e_.both(isSmall(from), isSmall(to))), whole, other);
+    e_.at(whole);
+    const Ref way = step > 0 ? e_.plainly(Op::Sub, to, from) : e_.plainly(Op::Sub, from, to);
+    const std::int64_t size = step > 0 ? step : -step;
+    const Ref one = e_.index(1);
+    if (size == 1) {
+        e_.store(count, e_.plainly(Op::Add, way, one));
+    } else {
+        const Ref steps = e_.plainly(Op::Add, e_.towardZero(Op::Div, way, e_.index(size)), one);
+        e_.store(count, e_.select(e_.compare(Op::Ge, way, e_.index(0)), steps, e_.index(0)));
+    }
+    e_.jump(done);
+    e_.at(other);
+    const RangeShape shape = shapeOfRange(first, e_.number(static_cast<double>(step)), last);
+    e_.require(e_.negation(shape.isCut), HostTrap::Assumption);
+    e_.store(count, shape.count);
+    e_.jump(done);
+    e_.at(done);
+    return e_.load(count);
+}
+
 Operand Operations::range(const Operand& firstValue, const Operand& stepValue,
                           const Operand& lastValue) {
     for (const Operand* const each : {&firstValue, &stepValue, &lastValue})

@@ -17,6 +17,20 @@ namespace {
                                       code.instructions[at].offset());
 }
 
+[[nodiscard]] bool isWholeConstant(const Operand& part) {
+    return part.constant != nullptr && part.constant->isScalar() &&
+           part.type.kind == ScalarKind::Double &&
+           std::trunc(part.constant->asDouble()) == part.constant->asDouble();
+}
+/// The step of a range, if it is a small whole constant.
+[[nodiscard]] std::optional<std::int64_t> wholeStep(const Operand& step) {
+    constexpr double most = 1024;
+    if (!isWholeConstant(step) || step.constant->asDouble() == 0 ||
+        std::fabs(step.constant->asDouble()) > most)
+        return std::nullopt;
+    return static_cast<std::int64_t>(step.constant->asDouble());
+}
+
 } // namespace
 
 // ---- loops
@@ -61,18 +75,14 @@ void Translator::forRange(std::uint32_t at) {
     Operations::RangeShape shape;
     bool isUncut = integer.has_value();
     if (!integer) {
-        shape = ops_.shapeOfRange(first, step, last);
-        // Whole steps pass the last value only by a rounding error, which whole numbers do not
-        // have. Without that case a loop is what engines know loops as.
-        const auto isWhole = [](const Operand& part) {
-            return part.constant != nullptr && part.constant->isScalar() &&
-                   part.type.kind == ScalarKind::Double &&
-                   std::trunc(part.constant->asDouble()) == part.constant->asDouble();
-        };
-        if (isWhole(parts[1]) && (parts[0].constant == nullptr || isWhole(parts[0]))) {
-            e.require(e.negation(shape.isCut), HostTrap::Assumption);
-            shape.isCut = e.truth(false);
+        const std::optional<std::int64_t> known = wholeStep(parts[1]);
+        const bool countsWhole =
+            known.has_value() && (parts[0].constant == nullptr || isWholeConstant(parts[0]));
+        if (countsWhole) {
+            shape = {.count = ops_.turnsOfWholeSteps(first, *known, last), .isCut = e.truth(false)};
             isUncut = true;
+        } else {
+            shape = ops_.shapeOfRange(first, step, last);
         }
     } else {
         const Ref zero = e.index(0);

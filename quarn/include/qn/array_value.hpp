@@ -30,10 +30,18 @@ struct ArrayBuffer {
 class ArrayValue {
 public:
     static constexpr std::int64_t maxElements = std::int64_t{1} << 40;
+    /// The most rows or columns, also of an array without elements: machine code relies on it.
+    static constexpr std::int64_t maxExtent = std::int64_t{1} << 47;
+    /// Whether there may be an array of that size.
+    [[nodiscard]] static constexpr bool isPossibleSize(std::int64_t rows,
+                                                       std::int64_t cols) noexcept {
+        return rows >= 0 && cols >= 0 && rows <= maxExtent && cols <= maxExtent &&
+               (cols == 0 || rows <= maxElements / cols);
+    }
 
     /// 0 by 0 doubles.
     ArrayValue() noexcept = default;
-    /// Zeros. The product of the sizes must be at most maxElements. Throws std::bad_alloc.
+    /// Zeros. The size must be a possible one. Throws std::bad_alloc.
     ArrayValue(ScalarKind kind, std::int64_t rows, std::int64_t cols);
     /// Elements that were lent: `data` stays as it is while `buffer` has references, of which this
     /// takes over one. They are copied before the first write.

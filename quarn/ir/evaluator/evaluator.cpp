@@ -137,7 +137,7 @@ std::int64_t elementIndex(const ArrayValue& array, const Frame& frame, const Ins
 }
 
 void checkSize(std::int64_t rows, std::int64_t cols, const Loaded& where, const Instruction& i) {
-    if (rows < 0 || cols < 0 || (cols > 0 && rows > ArrayValue::maxElements / cols)) {
+    if (!ArrayValue::isPossibleSize(rows, cols)) {
         trap(TrapCode::BadSize, where, i);
     }
 }

@@ -30,7 +30,7 @@ Value* FunctionEmitter::sizeField(const ArrayPlace& array, llvm::AllocaInst* own
     }
     auto* const size = llvm::cast<llvm::LoadInst>(
         load(ir_.getInt64Ty(), at(array.memory, offset), Memory::ArrayHeader));
-    size->setMetadata(llvm::LLVMContext::MD_tbaa, unit_.tag(Memory::ArrayHeader));
+    size->setMetadata(llvm::LLVMContext::MD_range, unit_.extents());
     return size;
 }
 
@@ -52,7 +52,10 @@ Value* FunctionEmitter::bufferOf(const ArrayPlace& array) {
 }
 Value* FunctionEmitter::numelOf(const ArrayPlace& array) {
     Value* const rows = rowsOf(array);
-    return ir_.CreateMul(rows, colsOf(array), "", true, true); // at most maxElements
+    Value* const product = ir_.CreateMul(rows, colsOf(array), "", true, true);
+    // It is at most that, which LLVM would not know.
+    return ir_.CreateBinaryIntrinsic(llvm::Intrinsic::umin, product,
+                                     ir_.getInt64(ArrayValue::maxElements));
 }
 
 void FunctionEmitter::setEmpty(const ArrayPlace& array) {

@@ -1,6 +1,9 @@
 // See compiler.hpp.
 #include "vmrt/llvm/compiler.hpp"
 
+#include "vmrt/llvm/loop_pieces.hpp"
+#include "vmrt/llvm/loop_versions.hpp"
+
 #include <algorithm>
 #include <llvm/Analysis/CGSCCPassManager.h>
 #include <llvm/Analysis/LoopAnalysisManager.h>
@@ -16,13 +19,11 @@
 #include <llvm/TargetParser/Host.h>
 #include <llvm/Transforms/InstCombine/InstCombine.h>
 #include <llvm/Transforms/Scalar/EarlyCSE.h>
-#include <llvm/Transforms/Scalar/InductiveRangeCheckElimination.h>
 #include <llvm/Transforms/Scalar/LICM.h>
 #include <llvm/Transforms/Scalar/LoopPassManager.h>
 #include <llvm/Transforms/Scalar/LoopRotation.h>
 #include <llvm/Transforms/Scalar/SCCP.h>
 #include <llvm/Transforms/Scalar/SROA.h>
-#include <llvm/Transforms/Scalar/SimpleLoopUnswitch.h>
 #include <llvm/Transforms/Scalar/SimplifyCFG.h>
 #include <llvm/Transforms/Utils/Cloning.h>
 #include <llvm/Transforms/Utils/LCSSA.h>
@@ -146,31 +147,36 @@ struct Compiler::Parts {
         builder->registerFunctionAnalyses(ofFunctions);
         builder->registerLoopAnalyses(ofLoops);
         builder->crossRegisterProxies(ofLoops, ofFunctions, ofCallGraphs, ofModules);
-        if (tuning.LoopVectorization) {
-            builder->registerVectorizerStartEPCallback(
-                [](llvm::FunctionPassManager& passes, llvm::OptimizationLevel) {
-                    addLoopVersions(passes);
-                });
-        }
+        const bool makesVersions = tuning.LoopVectorization;
+        builder->registerVectorizerStartEPCallback(
+            [makesVersions](llvm::FunctionPassManager& passes, llvm::OptimizationLevel) {
+                addLoopVersions(passes, makesVersions);
+            });
         ofOneFunction = makePipelineOfOneFunction();
     }
 
-    /// Makes versions of loops without the checks that do not depend on the turn, or that hold in
-    /// all turns but some at the beginning or end: what is left, the vectorizer understands.
-    static void addLoopVersions(llvm::FunctionPassManager& passes) {
-        passes.addPass(llvm::createFunctionToLoopPassAdaptor(
-            llvm::SimpleLoopUnswitchPass(/*NonTrivial=*/true), /*UseMemorySSA=*/true));
-        passes.addPass(llvm::SimplifyCFGPass());
+    /// Takes what LLVM's vectorizer does not understand out of loops: checks, by making versions
+    /// without them, and looks for an interruption, but for one now and then.
+    static void addLoopVersions(llvm::FunctionPassManager& passes, bool makesVersions) {
         passes.addPass(llvm::LoopSimplifyPass());
         passes.addPass(llvm::LCSSAPass());
-        passes.addPass(llvm::IRCEPass());
-        passes.addPass(llvm::SimplifyCFGPass());
-        passes.addPass(llvm::InstCombinePass());
-        llvm::LoopPassManager loops;
-        loops.addPass(llvm::LICMPass(llvm::LICMOptions()));
-        loops.addPass(llvm::LoopRotatePass());
-        passes.addPass(
-            llvm::createFunctionToLoopPassAdaptor(std::move(loops), /*UseMemorySSA=*/true));
+        if (makesVersions) {
+            passes.addPass(LoopVersionsPass());
+            passes.addPass(llvm::SimplifyCFGPass());
+            passes.addPass(llvm::InstCombinePass());
+            passes.addPass(llvm::LoopSimplifyPass());
+            passes.addPass(llvm::LCSSAPass());
+        }
+        passes.addPass(LoopPiecesPass());
+        passes.addPass(llvm::LoopSimplifyPass());
+        passes.addPass(llvm::LCSSAPass());
+        if (makesVersions) {
+            llvm::LoopPassManager loops;
+            loops.addPass(llvm::LICMPass(llvm::LICMOptions()));
+            loops.addPass(llvm::LoopRotatePass());
+            passes.addPass(
+                llvm::createFunctionToLoopPassAdaptor(std::move(loops), /*UseMemorySSA=*/true));
+        }
     }
 
     /// What the default pipeline does to a module in which there is nothing to inline and nobody to

@@ -190,25 +190,62 @@ void FunctionEmitter::emitNode(const Node& node) {
     }
 }
 
-llvm::BasicBlock* FunctionEmitter::edge(const Block& from, const Block& to) {
-    if (order_.indexOf(to) <= order_.indexOf(from)) {
-        return countedAt(to) != nullptr ? blocks_[to.id()] : poll(to);
+/// Whether the loop of that header looks for an interruption when a turn begins. It does if the
+/// header decides whether there is one; the test at the end of a turn, which LLVM makes of it, then
+/// stays the last thing in it.
+bool FunctionEmitter::looksInside(const Block& header) const {
+    const std::uint32_t loop = loops_.innermost(header);
+    if (loop == Loop::none || loops_.all()[loop].header != &header ||
+        header.last()->op() != Op::Br) {
+        return false;
     }
-    llvm::BasicBlock* const preheader = preheaders_[to.id()];
-    return preheader != nullptr ? preheader : blocks_[to.id()];
+    const auto isIn = [&](std::size_t side) {
+        const Block& to = *asBlock(header.last()->operand(side));
+        return &to != &header && loops_.isInside(loops_.innermost(to), loop);
+    };
+    return isIn(1) != isIn(2);
 }
 
-/// Where all ways back to a block pass: it looks whether somebody asks for an end.
-llvm::BasicBlock* FunctionEmitter::poll(const Block& header) {
+llvm::BasicBlock* FunctionEmitter::edge(const Block& from, const Block& to) {
+    if (order_.indexOf(to) <= order_.indexOf(from)) {
+        return looksInside(to) ? blocks_[to.id()] : poll(to, blocks_[to.id()]);
+    }
+    llvm::BasicBlock* const preheader = preheaders_[to.id()];
+    llvm::BasicBlock* const target = preheader != nullptr ? preheader : blocks_[to.id()];
+    const bool begins =
+        looksInside(from) && loops_.isInside(loops_.innermost(to), loops_.innermost(from));
+    return begins ? poll(from, target) : target;
+}
+
+/// The status with which all polls leave. Their block is not the one of other traps, and does
+/// something: otherwise LLVM makes one condition of a poll and a check behind it.
+llvm::PHINode& FunctionEmitter::interrupted() {
+    if (interruptStatus_ == nullptr) {
+        const llvm::IRBuilder<>::InsertPointGuard guard(ir_);
+        llvm::BasicBlock* const block = newBlock("interrupted");
+        ir_.SetInsertPoint(block);
+        interruptStatus_ = ir_.CreatePHI(ir_.getInt32Ty(), 4, "interrupt.status");
+        ir_.CreateLoad(ir_.getInt32Ty(), interrupt_, true);
+        ir_.CreateBr(traps_);
+        trapStatus_->addIncoming(interruptStatus_, block);
+    }
+    return *interruptStatus_;
+}
+
+/// What each turn of the loop of that header passes on its way to `target`: it looks whether
+/// somebody asks for an end.
+llvm::BasicBlock* FunctionEmitter::poll(const Block& header, llvm::BasicBlock* target) {
     llvm::BasicBlock*& made = polls_[header.id()];
     if (made == nullptr) {
         llvm::BasicBlock* const here = ir_.GetInsertBlock();
         made = newBlock("again" + llvm::Twine(header.id()));
         ir_.SetInsertPoint(made);
+        const std::uint32_t line = header.first() != nullptr ? header.first()->line() : 0;
+        const std::int32_t site = unit_.addSite({TrapCode::Interrupted, function_.index, line, {}});
         Value* const asked = ir_.CreateLoad(ir_.getInt32Ty(), interrupt_, true);
-        trapIf(ir_.CreateIsNotNull(asked), TrapCode::Interrupted,
-               header.first() != nullptr ? header.first()->line() : 0);
-        ir_.CreateBr(blocks_[header.id()]);
+        llvm::PHINode& status = interrupted();
+        status.addIncoming(ir_.getInt32(static_cast<std::uint32_t>(site)), made);
+        ir_.CreateCondBr(ir_.CreateIsNotNull(asked), status.getParent(), target, unit_.unlikely());
         ir_.SetInsertPoint(here);
     }
     return made;
@@ -231,15 +268,14 @@ void FunctionEmitter::emitTerminator(const Node& node) {
         if (yes == nullptr || no == nullptr || !operandType(node, 0).isLogical()) {
             refuse(node, "no condition and two blocks");
         }
-        if (const CountedLoop* const counted = countedAt(from); counted != nullptr) {
-            return emitCountedBranch(node, *counted);
-        }
         if (emitWholeBranch(node)) {
             break;
         }
         Value* const condition = value(node, 0);
         llvm::BasicBlock* const toYes = edge(from, *yes);
-        ir_.CreateCondBr(condition, toYes, edge(from, *no), weightsOf(node));
+        llvm::BasicBlock* const toNo = edge(from, *no);
+        ir_.CreateCondBr(condition, toYes, toNo,
+                         testsTruncation(node.operand(0)) ? unit_.likely() : weightsOf(node));
         break;
     }
     case Op::Ret:
@@ -457,10 +493,14 @@ void FunctionEmitter::emitScalar(const Node& node) {
     if (!type.isScalar() || !node.type()->isScalar()) {
         refuse(node, "no scalars");
     }
+    if (emitTruncation(node)) {
+        return;
+    }
     Value* const a = value(node, 0);
     if (node.op() == Op::Convert) {
         Value* const made = scalars_.convert(type, *node.type(), node.mode(), a);
-        if (config.insertRuntimeChecks()) {
+        // Who cuts off fractions on purpose wants to.
+        if (config.insertRuntimeChecks() && node.mode().rounding() != Rounding::TowardZero) {
             if (Value* const lossy = scalars_.isLossy(type, *node.type(), a, made);
                 lossy != nullptr) {
                 trapIf(lossy, TrapCode::LossyConversion, node.line());

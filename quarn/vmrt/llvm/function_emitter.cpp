@@ -62,7 +62,6 @@ void FunctionEmitter::run() {
     llvm::BasicBlock* const start = ir_.GetInsertBlock();
     findRareBlocks();
     findHoists();
-    findCountedLoops();
     for (const Block* const block : order_.order()) {
         emitBlock(*block);
     }

@@ -38,15 +38,6 @@ struct Whole {
     llvm::Value* isSame = nullptr;
 };
 
-/// A loop that counts a variable up by one to a limit that stays: it is cut into pieces, so that
-/// there is somebody to look for an interruption now and then, and nothing to do in each turn.
-struct CountedLoop {
-    const Node* compare = nullptr; // in the header; null if the loop is no such loop
-    const Var* counter = nullptr;
-    llvm::AllocaInst* pieceEnd = nullptr;
-    llvm::BasicBlock* pieceHead = nullptr;
-};
-
 /// An index that was not looked at yet: the check of its bounds, which follows, says it all.
 struct WaitingIndex {
     const Node* node = nullptr;
@@ -84,7 +75,9 @@ private:
     void emitCheck(const Node& node);
     void emitCount(const Node& node);
     llvm::BasicBlock* edge(const Block& from, const Block& to);
-    llvm::BasicBlock* poll(const Block& header);
+    llvm::BasicBlock* poll(const Block& header, llvm::BasicBlock* target);
+    llvm::PHINode& interrupted();
+    [[nodiscard]] bool looksInside(const Block& header) const;
     void guardCall(const Node& node, const UnitFunction& callee);
     llvm::BasicBlock* newBlock(const llvm::Twine& name);
     llvm::Value* load(llvm::Type* type, llvm::Value* from, Memory memory);
@@ -151,6 +144,8 @@ private:
     [[nodiscard]] const Node* turnTest(const Entity* turn, const Block& at) const;
     std::optional<Whole> wholeOfTurn(const Node& sum);
     void storeWhole(const Var& var, const Whole& whole);
+    /// True: it was a truncation or the test of one, and is done.
+    bool emitTruncation(const Node& node);
     [[nodiscard]] bool countsIn(std::uint32_t loop, const Entity* operand) const;
     bool emitWholeBranch(const Node& branch);
 
@@ -166,13 +161,7 @@ private:
 
     // Loops: loop_emitter.cpp.
     void findHoists();
-    void findCountedLoops();
-    [[nodiscard]] CountedLoop countedLoop(std::size_t number);
     void emitPreheader(const Loop& loop);
-    void setPieceEnd(const CountedLoop& loop, llvm::Value* count);
-    /// The counted loop whose condition decides at the end of `header`; null if there is none.
-    [[nodiscard]] const CountedLoop* countedAt(const Block& header) const;
-    void emitCountedBranch(const Node& node, const CountedLoop& loop);
 
     // Debug prints: print_emitter.cpp.
     void printNode(const Node& node);
@@ -197,6 +186,7 @@ private:
     llvm::BasicBlock* frame_ = nullptr;  // slots, in front of everything
     llvm::BasicBlock* traps_ = nullptr;
     llvm::PHINode* trapStatus_ = nullptr;
+    llvm::PHINode* interruptStatus_ = nullptr; // null while nobody polls
 
     std::vector<llvm::BasicBlock*> blocks_;             // by block id
     std::vector<llvm::BasicBlock*> polls_;              // by block id
@@ -208,7 +198,6 @@ private:
     std::vector<std::optional<ArrayPlace>> arrayNodes_; // by node id; not those that are aliases
     std::vector<llvm::Value*> scratches_;
     std::vector<std::vector<const Node*>> hoists_; // by loop: arrays made writable before it
-    std::vector<CountedLoop> counted_;             // by loop
     std::vector<bool> isWritable_;                 // by node id: its array was made so
     std::vector<bool> wantsWhole_;                 // by node id: indices come from it
     std::vector<Whole> wholes_;                    // by node id
@@ -216,6 +205,9 @@ private:
     std::vector<WaitingIndex> waiting_;            // in the order of their nodes
     llvm::DISubprogram* subprogram_ = nullptr;
 };
+
+/// Whether a condition asks for doubles that are whole numbers, which they nearly always are.
+[[nodiscard]] bool testsTruncation(const Entity* condition);
 
 /// A function with the convention of entries that calls `function`, which has the other one.
 llvm::Function* emitDoor(UnitEmitter& unit, UnitFunction& function);

@@ -21,16 +21,12 @@
 namespace QN::VMRT {
 namespace {
 
-bool isPossibleSize(std::int64_t rows, std::int64_t cols) noexcept {
-    return rows >= 0 && cols >= 0 && (cols == 0 || rows <= ArrayValue::maxElements / cols);
-}
-
 // Arrays ------------------------------------------------------------------------------------------
 
 /// `made` is raw memory.
 std::int32_t arrayNew(void* made, std::int64_t kind, std::int64_t rows,
                       std::int64_t cols) noexcept {
-    if (!isPossibleSize(rows, cols)) {
+    if (!ArrayValue::isPossibleSize(rows, cols)) {
         return BadSize;
     }
     try {
@@ -51,7 +47,7 @@ std::int32_t arrayMakeWritable(ArrayValue* array) noexcept {
 }
 
 std::int32_t arrayResize(ArrayValue* array, std::int64_t rows, std::int64_t cols) noexcept {
-    if (!isPossibleSize(rows, cols)) {
+    if (!ArrayValue::isPossibleSize(rows, cols)) {
         return BadSize;
     }
     try {

@@ -40,6 +40,8 @@ void UnitEmitter::makeTags() {
           "i64 elements", "u8 elements", "u16 elements", "u32 elements", "u64 elements"}) {
         elementTags_.push_back(tagOf(name));
     }
+    extents_ = make.createRange(llvm::APInt(64, 0),
+                                llvm::APInt(64, std::uint64_t{ArrayValue::maxExtent} + 1));
     unlikely_ = make.createBranchWeights(1, 1U << 20);
     likely_ = make.createBranchWeights(1U << 20, 1);
 }

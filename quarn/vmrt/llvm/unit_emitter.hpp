@@ -69,6 +69,8 @@ public:
     [[nodiscard]] llvm::MDNode* elementTag(ScalarKind kind) const {
         return elementTags_[static_cast<std::size_t>(kind)];
     }
+    /// What says how many rows or columns there may be.
+    [[nodiscard]] llvm::MDNode* extents() const { return extents_; }
     /// What says that a branch is hardly ever taken to its first side.
     [[nodiscard]] llvm::MDNode* unlikely() const { return unlikely_; }
     [[nodiscard]] llvm::MDNode* likely() const { return likely_; }
@@ -95,6 +97,7 @@ private:
     UnitFacts facts_;
     std::vector<llvm::MDNode*> tags_;
     std::vector<llvm::MDNode*> elementTags_;
+    llvm::MDNode* extents_ = nullptr;
     llvm::MDNode* unlikely_ = nullptr;
     llvm::MDNode* likely_ = nullptr;
     std::unique_ptr<llvm::DIBuilder> debug_;

@@ -45,9 +45,37 @@ bool isFollowed(const Node& node) {
            (node.op() == Op::Add || node.op() == Op::Sub || node.op() == Op::Mul);
 }
 
+/// A double without its fraction, in 64 bits.
+bool isTruncation(const Node& node) {
+    return node.op() == Op::Convert && node.type() == Type::i64() &&
+           node.mode() == Mode(Rounding::TowardZero, Overflow::Saturate) &&
+           typeOf(node.operand(0))->isDouble();
+}
+
+/// The truncation that the node compares with what was truncated; null if it does something else.
+const Node* testedTruncation(const Node& node) {
+    const Node* const back = node.op() == Op::Eq ? asNode(node.operand(0)) : nullptr;
+    const Node* const whole =
+        back != nullptr && back->op() == Op::Convert && back->type()->isDouble()
+            ? asNode(back->operand(0))
+            : nullptr;
+    return whole != nullptr && isTruncation(*whole) && whole->operand(0) == node.operand(1)
+               ? whole
+               : nullptr;
+}
+
 } // namespace
 
-/// Marks the values and variables that indices come from.
+/// Whether a condition asks for doubles that are whole numbers, which they nearly always are.
+bool testsTruncation(const Entity* condition) {
+    const Node* const node = asNode(const_cast<Entity*>(condition));
+    if (node == nullptr || node->op() != Op::And) {
+        return node != nullptr && testedTruncation(*node) != nullptr;
+    }
+    return testsTruncation(node->operand(0)) || testsTruncation(node->operand(1));
+}
+
+/// Marks the values and variables that indices and whole limits come from.
 void FunctionEmitter::findWholes() {
     std::vector<const Node*> open;
     std::vector<bool> wantsVar(cfg_.varIdLimit());
@@ -61,8 +89,10 @@ void FunctionEmitter::findWholes() {
     for (const Block* const block : order_.order()) {
         for (const Node& node : block->nodes()) {
             const Node* const from = node.op() == Op::ToIndex ? asNode(node.operand(0)) : nullptr;
-            if (from != nullptr &&
-                (isFollowed(*from) || from->op() == Op::Load || from->op() == Op::Convert)) {
+            if (isTruncation(node)) {
+                want(node.operand(0));
+            } else if (from != nullptr &&
+                       (isFollowed(*from) || from->op() == Op::Load || from->op() == Op::Convert)) {
                 want(from);
             }
         }
@@ -263,6 +293,32 @@ void FunctionEmitter::emitWhole(const Node& node) {
             made.isSame = ir_.CreateAnd(made.isSame, isExact(i == 0 ? a.number : b.number, bits));
         }
     }
+}
+
+/// What a double is without its fraction is its whole number, if that is the same.
+bool FunctionEmitter::emitTruncation(const Node& node) {
+    if (const Node* const truncation = testedTruncation(node); truncation != nullptr) {
+        const Node* const from = asNode(truncation->operand(0));
+        if (from == nullptr || wholes_[from->id()].number == nullptr) {
+            return false;
+        }
+        Value* const same = wholes_[from->id()].isSame;
+        values_[node.id()] = ir_.CreateSelect(same, ir_.getTrue(),
+                                              ir_.CreateFCmpOEQ(value(node, 0), value(node, 1)));
+        return true;
+    }
+    if (!isTruncation(node)) {
+        return false;
+    }
+    const Node* const from = asNode(node.operand(0));
+    if (from == nullptr || wholes_[from->id()].number == nullptr) {
+        return false;
+    }
+    const Whole& whole = wholes_[from->id()];
+    Value* const truncated =
+        scalars_.convert(*Type::f64(), *Type::i64(), node.mode(), value(node, 0));
+    values_[node.id()] = ir_.CreateSelect(whole.isSame, whole.number, truncated);
+    return true;
 }
 
 /// Whether the number is a whole one is the same for all turns of the loop: it stays, or only goes

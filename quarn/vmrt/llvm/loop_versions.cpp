@@ -1,0 +1,519 @@
+// See loop_versions.hpp.
+#include "vmrt/llvm/loop_versions.hpp"
+
+#include <llvm/Analysis/LoopInfo.h>
+#include <llvm/Analysis/ScalarEvolution.h>
+#include <llvm/Analysis/ScalarEvolutionExpressions.h>
+#include <llvm/IR/Dominators.h>
+#include <llvm/IR/IRBuilder.h>
+#include <llvm/IR/MDBuilder.h>
+#include <llvm/IR/Module.h>
+#include <llvm/IR/PatternMatch.h>
+#include <llvm/IR/ProfDataUtils.h>
+#include <llvm/Transforms/Utils/Cloning.h>
+#include <llvm/Transforms/Utils/ScalarEvolutionExpander.h>
+#include <optional>
+
+namespace QN::VMRT {
+namespace {
+
+using llvm::BasicBlock;
+using llvm::BranchInst;
+using llvm::ICmpInst;
+using llvm::Loop;
+using llvm::SCEV;
+using llvm::Value;
+
+constexpr std::size_t mostClaims = 32;
+constexpr std::size_t mostInstructions = 4000;
+constexpr unsigned mostDepth = 12;
+/// Sums of a few numbers of this size are far from the ends of 64 bits.
+constexpr std::int64_t farthest = std::int64_t{1} << 56;
+constexpr std::int64_t mostTurns = std::int64_t{1} << 48;
+constexpr std::int64_t largestStep = 1024;
+
+/// The side to which a branch goes nearly always; nothing if its weights do not say.
+std::optional<unsigned> likelySide(const BranchInst& branch) {
+    constexpr std::uint64_t ratio = 1000;
+    std::uint64_t first = 0;
+    std::uint64_t second = 0;
+    if (!branch.isConditional() || !llvm::extractBranchWeights(branch, first, second)) {
+        return std::nullopt;
+    }
+    if (first / ratio > second) {
+        return 0;
+    }
+    return second / ratio > first ? std::optional(1U) : std::nullopt;
+}
+
+/// A comparison of numbers that stay the same in the nest, with signs.
+struct Claim {
+    ICmpInst::Predicate predicate;
+    const SCEV* left;
+    const SCEV* right;
+    friend bool operator==(const Claim&, const Claim&) = default;
+};
+
+/// A part of a branch's condition that decides for the unlikely side unless it is `wanted`.
+struct Part {
+    Value* value;
+    bool wanted;
+};
+
+struct Guard {
+    BranchInst* branch;
+    unsigned likely;
+    std::vector<Part> open; // not decided yet
+    bool isDecided() const { return open.empty(); }
+};
+
+/// One outermost loop with all that is inside it.
+class Nest {
+public:
+    Nest(Loop& top, llvm::ScalarEvolution& evolution, const llvm::DominatorTree& dominators,
+         const llvm::LoopInfo& loops)
+        : top_(top), evolution_(evolution), dominators_(dominators), loops_(loops) {}
+
+    /// Finds out what can be decided in front of the nest. False: nothing that is worth a version.
+    bool plan() {
+        std::size_t instructions = 0;
+        for (BasicBlock* const block : top_.blocks()) {
+            instructions += block->size();
+        }
+        if (!top_.isLoopSimplifyForm() || instructions > mostInstructions) {
+            return false;
+        }
+        findGuards();
+        bool decidesAny = false;
+        for (bool again = true; again;) {
+            again = false;
+            for (Guard& guard : guards_) {
+                again |= decide(guard);
+            }
+            decidesAny |= again;
+            if (again) {
+                findKnown();
+            }
+        }
+        return decidesAny && claims_.size() <= mostClaims;
+    }
+
+    /// Computes the condition in front of the nest.
+    void expandCondition() {
+        llvm::Instruction* const end = top_.getLoopPreheader()->getTerminator();
+        llvm::SCEVExpander expander(evolution_, end->getModule()->getDataLayout(), "bound");
+        llvm::IRBuilder<> ir(end);
+        condition_ = ir.getTrue();
+        for (const Part& part : unchanging_) {
+            Value* const holds = part.wanted ? part.value : ir.CreateNot(part.value);
+            // It may be computed from what is only fit for use inside.
+            condition_ = ir.CreateAnd(condition_, ir.CreateFreeze(holds));
+        }
+        for (const Claim& claim : claims_) {
+            llvm::Type* const type = claim.left->getType();
+            Value* const left = expander.expandCodeFor(claim.left, type, end);
+            Value* const right = expander.expandCodeFor(claim.right, type, end);
+            ir.SetInsertPoint(end);
+            condition_ = ir.CreateAnd(condition_,
+                                      ir.CreateFreeze(ir.CreateICmp(claim.predicate, left, right)));
+        }
+    }
+
+    /// Makes the version with all checks and takes what is decided out of the other one.
+    void split() {
+        BasicBlock* const before = top_.getLoopPreheader();
+        llvm::Function& function = *before->getParent();
+        llvm::ValueToValueMapTy copies;
+        llvm::SmallVector<BasicBlock*, 32> made;
+        for (BasicBlock* const block : top_.blocks()) {
+            BasicBlock* const copy = llvm::CloneBasicBlock(block, copies, ".checked", &function);
+            copies[block] = copy;
+            made.push_back(copy);
+        }
+        llvm::remapInstructionsInBlocks(made, copies);
+        enterExits(copies);
+        markSlow(copies);
+        llvm::IRBuilder<> ir(before->getTerminator());
+        BasicBlock* const header = top_.getHeader();
+        ir.CreateCondBr(condition_, header, llvm::cast<BasicBlock>(copies[header]),
+                        llvm::MDBuilder(function.getContext()).createBranchWeights(1U << 20, 1));
+        before->getTerminator()->eraseFromParent();
+        for (const Guard& guard : guards_) {
+            takeOut(guard);
+        }
+    }
+
+private:
+    // What branches there are ---------------------------------------------------------------------
+
+    static void addParts(Value* condition, bool wanted, std::vector<Part>& parts) {
+        using namespace llvm::PatternMatch;
+        Value* a = nullptr;
+        Value* b = nullptr;
+        if (match(condition, m_Not(m_Value(a)))) {
+            addParts(a, !wanted, parts);
+        } else if (wanted ? match(condition, m_LogicalAnd(m_Value(a), m_Value(b)))
+                          : match(condition, m_LogicalOr(m_Value(a), m_Value(b)))) {
+            addParts(a, wanted, parts);
+            addParts(b, wanted, parts);
+        } else {
+            parts.push_back({condition, wanted});
+        }
+    }
+
+    void findGuards() {
+        for (BasicBlock* const block : top_.blocks()) {
+            auto* const branch = llvm::dyn_cast<BranchInst>(block->getTerminator());
+            const auto likely = branch != nullptr ? likelySide(*branch) : std::optional<unsigned>();
+            if (!likely.has_value()) {
+                continue;
+            }
+            Guard guard{branch, *likely, {}};
+            addParts(branch->getCondition(), *likely == 0, guard.open);
+            guards_.push_back(std::move(guard));
+        }
+    }
+
+    /// True: something of it was decided.
+    bool decide(Guard& guard) {
+        const std::size_t before = guard.open.size();
+        std::erase_if(guard.open, [&](const Part& part) {
+            if (top_.isLoopInvariant(part.value)) {
+                unchanging_.push_back(part);
+                return true;
+            }
+            pending_.clear();
+            const auto* const compare = llvm::dyn_cast<ICmpInst>(part.value);
+            if (compare == nullptr || !claimAlways(*compare, part.wanted, *guard.branch)) {
+                return false;
+            }
+            for (const Claim& claim : pending_) {
+                if (std::find(claims_.begin(), claims_.end(), claim) == claims_.end()) {
+                    claims_.push_back(claim);
+                }
+            }
+            return true;
+        });
+        return guard.open.size() < before;
+    }
+
+    /// What the nest goes through if all decided branches go their way, and which values follow.
+    void findKnown() {
+        const auto isDecided = [&](const BasicBlock& from, const BasicBlock& to) {
+            for (const Guard& guard : guards_) {
+                if (guard.branch->getParent() == &from && guard.isDecided()) {
+                    return guard.branch->getSuccessor(guard.likely) != &to;
+                }
+            }
+            return false;
+        };
+        llvm::SmallPtrSet<const BasicBlock*, 32> reached = {top_.getHeader()};
+        std::vector<const BasicBlock*> open = {top_.getHeader()};
+        while (!open.empty()) {
+            const BasicBlock* const block = open.back();
+            open.pop_back();
+            for (const BasicBlock* const next : llvm::successors(block)) {
+                if (top_.contains(next) && !isDecided(*block, *next) &&
+                    reached.insert(next).second) {
+                    open.push_back(next);
+                }
+            }
+        }
+        for (BasicBlock* const block : top_.blocks()) {
+            if (loops_.isLoopHeader(block) || !reached.contains(block)) {
+                continue;
+            }
+            for (llvm::PHINode& phi : block->phis()) {
+                Value* only = nullptr;
+                bool isOne = evolution_.isSCEVable(phi.getType());
+                for (unsigned i = 0; isOne && i < phi.getNumIncomingValues(); ++i) {
+                    const BasicBlock* const from = phi.getIncomingBlock(i);
+                    if (reached.contains(from) && !isDecided(*from, *block)) {
+                        isOne = only == nullptr || only == phi.getIncomingValue(i);
+                        only = phi.getIncomingValue(i);
+                    }
+                }
+                if (isOne && only != nullptr) {
+                    known_[&phi] = simplified(evolution_.getSCEV(only));
+                }
+            }
+        }
+    }
+
+    const SCEV* simplified(const SCEV* number) {
+        return known_.empty() ? number
+                              : llvm::SCEVParameterRewriter::rewrite(number, evolution_, known_);
+    }
+
+    // Bounds --------------------------------------------------------------------------------------
+
+    /// Claims what makes the comparison come out as wanted whenever `at` is reached.
+    bool claimAlways(const ICmpInst& compare, bool wanted, const BranchInst& at) {
+        using P = ICmpInst;
+        if (!compare.getOperand(0)->getType()->isIntegerTy(64)) {
+            return false;
+        }
+        const P::Predicate predicate =
+            wanted ? compare.getPredicate() : compare.getInversePredicate();
+        const SCEV* const a = evolution_.getSCEV(compare.getOperand(0));
+        const SCEV* const b = evolution_.getSCEV(compare.getOperand(1));
+        at_ = at.getParent();
+        if (predicate == P::ICMP_NE) { // as LLVM writes it for what has not come to a limit yet
+            return claimLess(P::ICMP_SLT, a, b) || (pending_.clear(), claimLess(P::ICMP_SLT, b, a));
+        }
+        if (P::isGT(predicate) || P::isGE(predicate)) {
+            return claimLess(P::getSwappedPredicate(predicate), b, a);
+        }
+        return (P::isLT(predicate) || P::isLE(predicate)) && claimLess(predicate, a, b);
+    }
+
+    bool claimLess(ICmpInst::Predicate predicate, const SCEV* a, const SCEV* b) {
+        const SCEV* const most = bound(a, true);
+        const SCEV* const least = most != nullptr ? bound(b, false) : nullptr;
+        if (least == nullptr) {
+            return false;
+        }
+        if (ICmpInst::isUnsigned(predicate)) {
+            const SCEV* const lowest = bound(a, false);
+            if (lowest == nullptr || !claim(ICmpInst::ICMP_SGE, lowest, constant(0))) {
+                return false;
+            }
+        }
+        return claim(ICmpInst::getSignedPredicate(predicate), most, least);
+    }
+
+    const SCEV* constant(std::int64_t number) {
+        return evolution_.getConstant(
+            llvm::APInt(64, static_cast<std::uint64_t>(number), /*isSigned=*/true));
+    }
+
+    bool claim(ICmpInst::Predicate predicate, const SCEV* left, const SCEV* right) {
+        if (evolution_.isKnownPredicate(predicate, left, right) ||
+            evolution_.isLoopEntryGuardedByCond(&top_, predicate, left, right)) {
+            return true;
+        }
+        if (evolution_.isKnownPredicate(ICmpInst::getInversePredicate(predicate), left, right)) {
+            return false;
+        }
+        pending_.push_back({predicate, left, right});
+        return true;
+    }
+
+    bool claimBetween(std::int64_t low, const SCEV* number, std::int64_t high) {
+        return claim(ICmpInst::ICMP_SGE, number, constant(low)) &&
+               claim(ICmpInst::ICMP_SLE, number, constant(high));
+    }
+
+    /// The largest or smallest value that the number has whenever at_ is reached, as a signed one:
+    /// something that is known in front of the nest; null if nothing is found.
+    const SCEV* bound(const SCEV* number, bool largest, unsigned depth = 0) {
+        number = simplified(number);
+        if (depth > mostDepth || !number->getType()->isIntegerTy(64)) {
+            return nullptr;
+        }
+        if (evolution_.isLoopInvariant(number, &top_)) {
+            llvm::Instruction* const end = top_.getLoopPreheader()->getTerminator();
+            llvm::SCEVExpander expander(evolution_, end->getModule()->getDataLayout(), "bound");
+            return expander.isSafeToExpandAt(number, end) ? number : nullptr;
+        }
+        switch (number->getSCEVType()) {
+        case llvm::scAddRecExpr:
+            return boundOfSteps(*llvm::cast<llvm::SCEVAddRecExpr>(number), largest, depth);
+        case llvm::scAddExpr: {
+            llvm::SmallVector<const SCEV*, 4> bounds;
+            for (const SCEV* const part : llvm::cast<llvm::SCEVAddExpr>(number)->operands()) {
+                const SCEV* const found = bound(part, largest, depth + 1);
+                if (found == nullptr || !claimBetween(-farthest, found, farthest)) {
+                    return nullptr;
+                }
+                bounds.push_back(found);
+            }
+            return bounds.size() <= 8 ? evolution_.getAddExpr(bounds) : nullptr;
+        }
+        case llvm::scMulExpr: {
+            const auto* const product = llvm::cast<llvm::SCEVMulExpr>(number);
+            const auto* const factor = llvm::dyn_cast<llvm::SCEVConstant>(product->getOperand(0));
+            if (factor == nullptr || product->getNumOperands() != 2 ||
+                factor->getAPInt().abs().ugt(largestStep)) {
+                return nullptr;
+            }
+            const bool same = factor->getAPInt().isStrictlyPositive();
+            const SCEV* const found = bound(product->getOperand(1), largest == same, depth + 1);
+            return found != nullptr && claimBetween(-mostTurns, found, mostTurns)
+                       ? evolution_.getMulExpr(factor, found)
+                       : nullptr;
+        }
+        case llvm::scSMaxExpr:
+        case llvm::scSMinExpr: {
+            llvm::SmallVector<const SCEV*, 4> bounds;
+            for (const SCEV* const part : llvm::cast<llvm::SCEVNAryExpr>(number)->operands()) {
+                const SCEV* const found = bound(part, largest, depth + 1);
+                if (found == nullptr) {
+                    return nullptr;
+                }
+                bounds.push_back(found);
+            }
+            return evolution_.getMinMaxExpr(number->getSCEVType(), bounds);
+        }
+        default:
+            return nullptr;
+        }
+    }
+
+    /// Of a number that grows or falls by the same step in each turn of a loop.
+    const SCEV* boundOfSteps(const llvm::SCEVAddRecExpr& steps, bool largest, unsigned depth) {
+        const auto* const step =
+            steps.isAffine() ? llvm::dyn_cast<llvm::SCEVConstant>(steps.getOperand(1)) : nullptr;
+        if (step == nullptr || step->getAPInt().abs().ugt(largestStep)) {
+            return nullptr;
+        }
+        const bool grows = step->getAPInt().isStrictlyPositive();
+        const SCEV* const first = grows != largest || !steps.hasNoSignedWrap()
+                                      ? bound(steps.getStart(), !grows, depth + 1)
+                                      : nullptr;
+        if (grows != largest && steps.hasNoSignedWrap()) {
+            return first;
+        }
+        const SCEV* const turns = turnsUntil(*steps.getLoop());
+        if (turns == nullptr) {
+            return nullptr;
+        }
+        if (!steps.hasNoSignedWrap()) {
+            const SCEV* const most = bound(turns, true, depth + 1);
+            const SCEV* const fewest = bound(turns, false, depth + 1);
+            const SCEV* const last = bound(steps.getStart(), grows, depth + 1);
+            if (most == nullptr || fewest == nullptr || first == nullptr || last == nullptr ||
+                !claim(ICmpInst::ICMP_SLE, most, constant(mostTurns)) ||
+                !claim(ICmpInst::ICMP_SGE, fewest, constant(-1)) ||
+                !claimBetween(-farthest, first, farthest) ||
+                !claimBetween(-farthest, last, farthest)) {
+                return nullptr;
+            }
+        }
+        if (grows != largest) {
+            return first;
+        }
+        return bound(evolution_.getAddExpr(steps.getStart(), evolution_.getMulExpr(step, turns)),
+                     largest, depth + 1);
+    }
+
+    /// How often the loop has gone back when at_ is reached for the last time; null if unknown.
+    const SCEV* turnsUntil(const Loop& loop) {
+        const BasicBlock* const latch = loop.getLoopLatch();
+        llvm::SmallVector<BasicBlock*, 8> exiting;
+        loop.getExitingBlocks(exiting);
+        for (const BasicBlock* const block : exiting) {
+            const auto* const branch = llvm::dyn_cast<BranchInst>(block->getTerminator());
+            const auto likely = branch != nullptr ? likelySide(*branch) : std::nullopt;
+            if (branch == nullptr || latch == nullptr || !dominators_.dominates(block, latch) ||
+                (likely.has_value() && loop.contains(branch->getSuccessor(*likely)))) {
+                continue;
+            }
+            const SCEV* const count = evolution_.getExitCount(&loop, block);
+            if (llvm::isa<llvm::SCEVCouldNotCompute>(count) || !count->getType()->isIntegerTy(64)) {
+                continue;
+            }
+            const bool leavesBefore = block != at_ && dominators_.dominates(block, at_);
+            return leavesBefore ? evolution_.getAddExpr(count, constant(-1)) : count;
+        }
+        return nullptr;
+    }
+
+    // Versions ------------------------------------------------------------------------------------
+
+    void enterExits(llvm::ValueToValueMapTy& copies) {
+        llvm::SmallVector<BasicBlock*, 8> exits;
+        top_.getUniqueExitBlocks(exits);
+        for (BasicBlock* const exit : exits) {
+            for (llvm::PHINode& phi : exit->phis()) {
+                const unsigned count = phi.getNumIncomingValues();
+                for (unsigned i = 0; i < count; ++i) {
+                    BasicBlock* const from = phi.getIncomingBlock(i);
+                    if (!top_.contains(from)) {
+                        continue;
+                    }
+                    const auto copy = copies.find(phi.getIncomingValue(i));
+                    phi.addIncoming(copy != copies.end() ? static_cast<Value*>(copy->second)
+                                                         : phi.getIncomingValue(i),
+                                    llvm::cast<BasicBlock>(copies[from]));
+                }
+            }
+        }
+    }
+
+    void markSlow(llvm::ValueToValueMapTy& copies) {
+        llvm::LLVMContext& context = top_.getHeader()->getContext();
+        const auto note = [&](const char* name) {
+            return llvm::MDNode::get(context, llvm::MDString::get(context, name));
+        };
+        llvm::Metadata* const off =
+            llvm::ConstantAsMetadata::get(llvm::ConstantInt::getFalse(context));
+        llvm::MDNode* const noVectors = llvm::MDNode::get(
+            context, {llvm::MDString::get(context, "llvm.loop.vectorize.enable"), off});
+        for (const Loop* const loop : top_.getLoopsInPreorder()) {
+            if (BasicBlock* const latch = loop->getLoopLatch(); latch != nullptr) {
+                llvm::MDNode* const identity = llvm::MDNode::getDistinct(
+                    context, {nullptr, noVectors, note("llvm.loop.unroll.disable"),
+                              note("llvm.loop.licm_versioning.disable"), note(slowVersion)});
+                identity->replaceOperandWith(0, identity);
+                llvm::cast<BasicBlock>(copies[latch])
+                    ->getTerminator()
+                    ->setMetadata(llvm::LLVMContext::MD_loop, identity);
+            }
+        }
+    }
+
+    /// Leaves of the condition what is not decided.
+    static void takeOut(const Guard& guard) {
+        llvm::IRBuilder<> ir(guard.branch);
+        const bool likely = guard.likely == 0; // the value of the condition
+        Value* left = nullptr;
+        for (const Part& part : guard.open) {
+            Value* const each = part.wanted == likely ? part.value : ir.CreateNot(part.value);
+            left = left == nullptr ? each
+                   : likely        ? ir.CreateLogicalAnd(left, each)
+                                   : ir.CreateLogicalOr(left, each);
+        }
+        guard.branch->setCondition(left != nullptr ? left : ir.getInt1(likely));
+    }
+
+    Loop& top_;
+    llvm::ScalarEvolution& evolution_;
+    const llvm::DominatorTree& dominators_;
+    const llvm::LoopInfo& loops_;
+    std::vector<Guard> guards_;
+    std::vector<Part> unchanging_; // parts of conditions that stay the same
+    std::vector<Claim> claims_;
+    std::vector<Claim> pending_; // of the part that is looked at
+    const BasicBlock* at_ = nullptr;
+    llvm::ValueToSCEVMapTy known_; // values that decided branches leave only one way to get
+    Value* condition_ = nullptr;
+};
+
+} // namespace
+
+llvm::PreservedAnalyses LoopVersionsPass::run(llvm::Function& function,
+                                              llvm::FunctionAnalysisManager& analyses) const {
+    const llvm::LoopInfo& loops = analyses.getResult<llvm::LoopAnalysis>(function);
+    if (loops.empty()) {
+        return llvm::PreservedAnalyses::all();
+    }
+    auto& evolution = analyses.getResult<llvm::ScalarEvolutionAnalysis>(function);
+    const auto& dominators = analyses.getResult<llvm::DominatorTreeAnalysis>(function);
+    std::vector<Nest> nests;
+    for (Loop* const top : loops) {
+        Nest nest(*top, evolution, dominators, loops);
+        if (nest.plan()) {
+            nests.push_back(std::move(nest));
+        }
+    }
+    for (Nest& nest : nests) {
+        nest.expandCondition();
+    }
+    for (Nest& nest : nests) {
+        nest.split();
+    }
+    return nests.empty() ? llvm::PreservedAnalyses::all() : llvm::PreservedAnalyses::none();
+}
+
+} // namespace QN::VMRT
