@@ -177,6 +177,7 @@ void Translator::write() {
 
 void Translator::block(const Instance::Block& block) {
     values_.assign(code_.registers, nullptr);
+    borrowed_.assign(code_.registers, nullptr);
     ops_.forgetPlaces();
     const std::uint32_t end = block.end;
     for (std::uint32_t at = block.begin; at < end;) {
@@ -194,12 +195,14 @@ QN::Block* Translator::blockFor(std::uint32_t target) {
 }
 
 void Translator::flowTo(std::uint32_t target) {
+    settle();
     merge(target);
     prepareEdge(target);
     emitter_.jump(blockFor(target));
 }
 
 void Translator::branchTo(Ref condition, std::uint32_t ifTrue, std::uint32_t ifFalse) {
+    settle();
     merge(ifTrue);
     merge(ifFalse);
     prepareEdge(ifTrue);
@@ -312,6 +315,7 @@ QN::Var* Translator::placeFor(ScalarKind kind) {
         QN::Var* const var = variableFor(target_, arrayType(kind));
         if (std::find(operands_.begin(), operands_.end(), var) == operands_.end()) {
             target_ = noTarget; // for one array only
+            settle(var);
             return var;
         }
     }
@@ -327,7 +331,7 @@ Operand Translator::read(std::size_t r) {
     if (state.isText)
         return {.type = {}, .constant = state.constant, .isText = true};
     if (state.type.isArray) {
-        QN::Var* const var = variableFor(r, state.type);
+        QN::Var* const var = borrowed_[r] != nullptr ? borrowed_[r] : variableFor(r, state.type);
         operands_.push_back(var);
         return ops_.inArray(state.type.kind, var);
     }
@@ -344,18 +348,38 @@ void Translator::write(std::size_t r, const Operand& value) {
                  .isText = value.isText,
                  .constant = value.constant};
     values_[r] = value.value;
+    borrowed_[r] = nullptr;
     if (emitter_.isDry() || value.isText)
         return;
     QN::Var* const var = variableFor(r, value.type);
-    if (!value.type.isArray)
+    if (!value.type.isArray) {
         emitter_.store(var, value.value);
-    else if (value.array != var)
-        emitter_.store(var, emitter_.load(value.array));
+    } else if (value.array != var) {
+        settle(var);
+        const bool isUsers = value.array->varKind() != QN::VarKind::Temp;
+        if (isUsers && !isNamed(r))
+            borrowed_[r] = value.array;
+        else
+            emitter_.store(var, emitter_.load(value.array));
+    }
 }
 
 void Translator::clear(std::size_t r) {
     state_[r] = {};
     values_[r] = nullptr;
+    borrowed_[r] = nullptr;
+}
+
+void Translator::settle(const QN::Var* changing) {
+    for (std::size_t r = 0; r < borrowed_.size(); ++r)
+        if (borrowed_[r] != nullptr && (changing == nullptr || borrowed_[r] == changing))
+            settleOne(r);
+}
+
+void Translator::settleOne(std::size_t r) {
+    if (borrowed_[r] != nullptr)
+        emitter_.store(variableFor(r, state_[r].type), emitter_.load(borrowed_[r]));
+    borrowed_[r] = nullptr;
 }
 
 // ---- instructions

@@ -45,6 +45,10 @@ private:
     [[nodiscard]] Operand read(std::size_t r);
     void write(std::size_t r, const Operand& value);
     void clear(std::size_t r);
+    /// Gives registers that borrow a user's array a copy: all, or those that borrow what is about
+    /// to change.
+    void settle(const QN::Var* changing = nullptr);
+    void settleOne(std::size_t r);
     [[nodiscard]] Operand constant(const Value& value);
     [[nodiscard]] Operand constantArray(const Value& value);
     [[nodiscard]] Operand promoted(const Operand& scalar);
@@ -77,6 +81,9 @@ private:
     std::vector<std::uint32_t> queue_;
     /// Values of registers that the current block has at hand.
     std::vector<Emitter::Ref> values_;
+    /// The user's array variables that stand for temporary registers, such as the arguments of
+    /// calls, until one of the two changes or the block ends.
+    std::vector<QN::Var*> borrowed_;
     std::map<std::pair<std::size_t, int>, QN::Var*> variables_;
     std::map<std::uint32_t, QN::Block*> irBlocks_;
     std::vector<QN::Var*> resultPointers_; ///< of the second result on

@@ -117,6 +117,7 @@ void Translator::forRangeStep(std::uint32_t at) {
     const Instruction& i = code_.instructions[at];
     if (state_[i.a].status != Status::Loop)
         throw Outside{"a loop over ranges of two classes"};
+    settle(); // before the ways part
     const ScalarKind kind = state_[i.a].type.kind;
     LoopVars& loop = loopAt(i.a, kind);
     Emitter& e = emitter_;
@@ -181,6 +182,7 @@ void Translator::forEachStep(std::uint32_t at) {
     const Instruction& i = code_.instructions[at];
     if (state_[i.a].status != Status::Loop)
         throw Outside{"a loop over arrays of two classes"};
+    settle(); // before the ways part
     LoopVars& loop = loopAt(i.a, ScalarKind::Int64);
     Emitter& e = emitter_;
     const Ref index = e.load(loop.index);
@@ -250,11 +252,14 @@ QN::Var* Translator::assigned(std::size_t r, ScalarKind kindOfNew) {
         state = {.status = Status::Set, .type = type};
         return var;
     }
+    settleOne(r);
     const Operand x = read(r);
     if (x.isText)
         throw Outside{"a text"};
-    if (x.type.isArray)
+    if (x.type.isArray) {
+        settle(x.array);
         return x.array;
+    }
     write(r, promoted(x));
     return variableFor(r, state.type);
 }
@@ -271,7 +276,10 @@ void Translator::storePath(const PathSite& site) {
             held[k] = read(step.window + k);
             indices[k] = &held[k];
         }
+    settleOne(site.root);
     const Operand x = read(site.root);
+    if (x.array != nullptr)
+        settle(x.array);
     if (!x.type.isArray)
         throw Outside{"an assignment to several elements of a number"};
     ops_.assignLine(x.type.kind, x.array, indices[0], indices[1], value);

@@ -355,8 +355,12 @@ void FunctionEmitter::makeWritable(const ArrayPlace& array, std::uint32_t line) 
     Value* const outcome = ir_.CreateCall(
         unit_.host("qn_array_make_writable", ir_.getInt32Ty(), {ir_.getPtrTy()}, false), {header});
     endUnlessFine(outcome, line);
-    if (array.memory == nullptr) {
-        readHeader(header, array, true);
+    if (array.memory == nullptr) { // its size is what it was
+        ArrayPlace made;
+        made.memory = header;
+        ir_.CreateStore(dataOf(made), array.data);
+        ir_.CreateStore(bufferOf(made), array.buffer);
+        ir_.CreateStore(ir_.getInt8(1), array.writable);
     }
     ir_.CreateBr(on);
     ir_.SetInsertPoint(on);

@@ -47,11 +47,14 @@ void FunctionEmitter::findHoists() {
             if (var == nullptr || arrayUses_.hasAddress(*var)) {
                 continue;
             }
+            // A loop inside is expected to have turns.
+            const Block* inside = block;
             std::uint32_t best = Loop::none;
             for (std::uint32_t at = loops_.innermost(*block);
-                 at != Loop::none && !unsettled[at][var->id()] && isInEveryTurn(*block, loops[at]);
+                 at != Loop::none && !unsettled[at][var->id()] && isInEveryTurn(*inside, loops[at]);
                  at = loops[at].parent) {
                 best = at;
+                inside = loops[at].header;
             }
             if (best == Loop::none) {
                 continue;
