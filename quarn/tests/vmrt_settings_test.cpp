@@ -128,13 +128,13 @@ TEST_F(VmrtSettings, LevelsMakeOtherCode) {
               assemblyOf(atLevel(VMEngineConfig::OptDefault)));
     EXPECT_NE(assemblyOf(atLevel(VMEngineConfig::OptNone)),
               assemblyOf(atLevel(VMEngineConfig::OptLess)));
-    // Two operations of one kind side by side become one from Default on.
+    // Two operations of one kind side by side become one from Aggressive on.
     const char* const pair = R"((function f f64[] (param $a f64[])
       (block b0 (%2 f64 ldelem:inb $a 1i64) (%3 f64 ldelem:inb $a 2i64)
                 (%4 f64 mul %2 3.0) (%5 f64 mul %3 3.0)
                 (stelem:inb $a 1i64 %4) (stelem:inb $a 2i64 %5) (%6 f64[] load $a) (ret %6))))";
-    EXPECT_FALSE(has(irOf(atLevel(VMEngineConfig::OptLess), pair, "f"), "<2 x double>"));
-    EXPECT_TRUE(has(irOf(atLevel(VMEngineConfig::OptDefault), pair, "f"), "<2 x double>"));
+    EXPECT_FALSE(has(irOf(atLevel(VMEngineConfig::OptDefault), pair, "f"), "<2 x double>"));
+    EXPECT_TRUE(has(irOf(atLevel(VMEngineConfig::OptAggressive), pair, "f"), "<2 x double>"));
 }
 
 TEST_F(VmrtSettings, AggressiveGoesFurtherThanDefault) {

@@ -3,6 +3,7 @@
 
 #include "vmrt/llvm/loop_pieces.hpp"
 #include "vmrt/llvm/loop_versions.hpp"
+#include "vmrt/llvm/whole_sums.hpp"
 
 #include <algorithm>
 #include <llvm/Analysis/CGSCCPassManager.h>
@@ -140,7 +141,9 @@ struct Compiler::Parts {
         tuning.LoopUnrolling = true;
         tuning.LoopInterleaving = true;
         tuning.LoopVectorization = passLevel(config.jitOptimizationLevel()).getSpeedupLevel() > 1;
-        tuning.SLPVectorization = tuning.LoopVectorization;
+        // What straight-line code gains by vectors of two, it loses by waiting for the values to be
+        // put together.
+        tuning.SLPVectorization = passLevel(config.jitOptimizationLevel()).getSpeedupLevel() > 2;
         builder = std::make_unique<llvm::PassBuilder>(machine.get(), tuning);
         builder->registerModuleAnalyses(ofModules);
         builder->registerCGSCCAnalyses(ofCallGraphs);
@@ -161,6 +164,7 @@ struct Compiler::Parts {
         passes.addPass(llvm::LoopSimplifyPass());
         passes.addPass(llvm::LCSSAPass());
         if (makesVersions) {
+            passes.addPass(WholeSumsPass());
             passes.addPass(LoopVersionsPass());
             passes.addPass(llvm::SimplifyCFGPass());
             passes.addPass(llvm::InstCombinePass());
