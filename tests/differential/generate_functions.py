@@ -194,6 +194,76 @@ class Function:
             return f"{self.classes['u']}({self.array(depth - 1)})"
         return f"({self.array(depth - 1)} > {self.double(depth - 1)})"
 
+    # ---- loops over elements
+
+    def limit(self, array, outer):
+        """Where a loop over an array may end: mostly with the array, and sometimes elsewhere."""
+        r = self.rng
+        size = r.choice([f"length({array})", f"numel({array})", f"rows({array})",
+                         f"columns({array})"])
+        return r.choice([size, size, size, f"{size} - 1", f"{size} + 1", f"{size} / 2", "3", "2.5",
+                         "0", "-1", "a_number"] + outer)
+
+    def spread(self, array, outer):
+        """A range for a loop: by one or more, up or down, empty or fractional, of an outer one."""
+        r = self.rng
+        last = self.limit(array, outer)
+        first = r.choice(["1", "1", "1", "2", "0", "a_number"] +
+                         [f"{k} + 1" for k in outer] + outer)
+        return r.choice([f"{first}:{last}", f"{first}:{last}", f"{first}:{last}",
+                         f"{last}:-1:{first}", f"{first}:2:{last}", f"{last}:-3:{first}",
+                         f"{first}:0.5:{last}", f"int32({first}):int32({last})"])
+
+    def place(self, loops):
+        r = self.rng
+        k = r.choice(loops)
+        return r.choice([k, k, k, k, f"{k} + 1", f"{k} - 1", f"2 * {k} - 1", f"4 - {k}",
+                         f"{k} + {r.choice(loops)} - 1", "1", "2", "end"])
+
+    def element(self, array, loops):
+        if self.rng.random() < 0.6:
+            return f"{array}[{self.place(loops)}]"
+        return f"{array}[{self.place(loops)}, {self.place(loops)}]"
+
+    def nest(self, indent):
+        """Loops that read and write elements of arrays, of which some lie outside in the first, a
+        middle or the last turn; arrays that share their elements, and that grow on the way."""
+        r = self.rng
+        source = r.choice(self.names("DI") or ["[3, 1, 2; 6, 5, 4]"])
+        number = len(self.lines)
+        array, target, total = f"x{number}", f"y{number}", f"t{number}"
+        depth = r.choice([1, 2, 2, 3])
+        many = "1e5" if depth == 1 else "20"
+        self.lines += [f"{indent}a_number = {r.choice(['3', '2', '4', '0.5', '-2', many, 'nan', f'max(min({self.double(1)}, {many}), -{many})'])}",
+                       f"{indent}{array} = double({source})",
+                       f"{indent}{target} = {r.choice([array, array, f'zeros({r.randrange(1, 4)}, {r.randrange(4)})'])}",
+                       f"{indent}{total} = 0"]
+        loops = []
+        for level in range(depth):
+            k = f"q{number}_{level}"
+            self.lines.append(f"{indent}{'  ' * level}for {k} = {self.spread(array, loops)}")
+            loops.append(k)
+            inside = indent + "  " * (level + 1)
+            if level + 1 < depth and r.random() < 0.7:
+                continue
+            for _ in range(r.randrange(1, 4)):
+                read = self.element(r.choice([array, array, target]), loops)
+                self.lines.append(inside + r.choice(
+                    [f"{total} = {total} + {read}", f"{total} = {total} + {read}",
+                     f"{self.element(target, loops)} = {read} + {r.choice(loops)}",
+                     f"{self.element(target, loops)} = {read}",
+                     f"{target}[{r.choice(loops)}] = {r.choice(loops)} - 1",
+                     f"if {total} > 5; {r.choice(['break', 'continue'])}; end",
+                     f"if {r.choice(loops)} < length({array}); {total} = {total} * 2 + {read}; end"]))
+            # Nothing runs for long.
+            self.lines.append(f"{inside}{total} = {total} + 1")
+            self.lines.append(f"{inside}if {total} > 40 || {total} < -40; break; end")
+            if r.random() < 0.15:
+                self.lines.append(f"{inside}if numel({target}) < 30; {target}[end + 1] = {total}; end")
+        for level in reversed(range(depth)):
+            self.lines.append(f"{indent}{'  ' * level}end")
+        self.variables.update({array: "D", target: "D", total: "d", "a_number": "d"})
+
     # ---- statements
 
     def assign(self, indent):
@@ -247,7 +317,9 @@ class Function:
 
     def statement(self, indent, depth):
         r = self.rng
-        choice = r.randrange(14)
+        choice = r.randrange(16)
+        if choice >= 14:
+            return self.nest(indent)
         if choice <= 4 or depth == 0:
             return self.assign(indent)
         if choice <= 6:
@@ -393,7 +465,11 @@ def script(seed, count=30):
         functions.append(function)
     for function in functions:
         for _ in range(3):
-            arguments = ", ".join(rng.choice(given[form]) for form in function.forms)
+            values = [rng.choice(given[form]) for form in function.forms]
+            if function.forms[0] == function.forms[1] and rng.random() < 0.5:
+                texts.append(f"both = {values[0]}") # the same array twice
+                values = ["both", "both"]
+            arguments = ", ".join(values)
             texts.append(f'printf("call {function.name}({arguments})\\n")')
             if function.results == 2:
                 texts.append(f"try\n  x, y = {function.name}({arguments})\n  show(x)\n  show(y)\n"
