@@ -386,6 +386,19 @@ TEST_P(BrokenTest, FiresThisCheckAndNoOther) {
     EXPECT_EQ(found.count(GetParam().check), found.total());
 }
 
+// Records keep a quick look from being enough, so the same again without.
+TEST_P(BrokenTest, IsDoubtedAtAQuickLook) {
+    if (GetParam().check == Check::graphReleased || GetParam().check == Check::graphCanaries) {
+        GTEST_SKIP() << "needs records";
+    }
+    Sample sample;
+    EXPECT_EQ(verifyAs(sample, GetParam().verified).numDoubted(), 0U);
+    GetParam().damage(sample);
+    const Verification found = verifyAs(sample, GetParam().verified);
+    EXPECT_EQ(idsOf(found), std::set<std::string>{std::string(infoOf(GetParam().check).id)});
+    EXPECT_EQ(found.count(GetParam().check), found.total());
+}
+
 INSTANTIATE_TEST_SUITE_P(Checks, BrokenTest, ::testing::ValuesIn(table), [](const auto& test) {
     std::string name(infoOf(test.param.check).id);
     for (char& c : name) {

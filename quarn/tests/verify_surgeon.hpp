@@ -35,6 +35,7 @@ using ParamTypes = std::vector<const Type*>;
 QN_OPEN(EntitySmall, Entity, SmallFields, small_)
 QN_OPEN(EntityFirstUse, Entity, Ref<Operand>, firstUse_)
 QN_OPEN(OperandUser, Operand, Ref<Node>, user_)
+QN_OPEN(OperandNext, Operand, Ref<Operand>, nextUse_)
 QN_OPEN(OperandPrevious, Operand, Ref<Operand>, previousUse_)
 QN_OPEN(NodeType, Node, Ref<const Type>, type_)
 QN_OPEN(NodeId, Node, std::uint32_t, id_)

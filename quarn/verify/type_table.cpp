@@ -6,24 +6,29 @@
 namespace QN::verification {
 
 TypeTable::TypeTable() {
-    std::vector<std::uint32_t> all = {Ref<const Type>(Type::voidType()).bits()};
-    const auto add = [&](const Type* type) { all.push_back(Ref<const Type>(type).bits()); };
+    std::vector<Slot> all;
+    const auto add = [&](const Type* type, std::uint32_t code) {
+        all.push_back({Ref<const Type>(type).bits(), code});
+    };
+    add(Type::voidType(), TypeCode::voidType);
     for (int i = 0; i < scalarKindCount; ++i) {
+        using namespace TypeCode;
         const auto kind = static_cast<ScalarKind>(i);
-        add(Type::scalar(kind));
-        add(Type::array(kind));
-        add(Type::pointer(Type::scalar(kind)));
-        add(Type::pointer(Type::array(kind)));
+        const std::uint32_t code = TypeCode::scalar(kind);
+        add(Type::scalar(kind), code);
+        add(Type::array(kind), code + fromScalarToArray);
+        add(Type::pointer(Type::scalar(kind)), code + fromPointeeToPointer);
+        add(Type::pointer(Type::array(kind)), code + fromScalarToArray + fromPointeeToPointer);
     }
     // One multiplier in five or so will do.
     const auto gives = [&](std::uint32_t multiplier) {
-        slots_.fill(0);
-        for (const std::uint32_t bits : all) {
-            std::uint32_t& slot = slots_[slotOf(bits, multiplier)];
-            if (slot != 0) {
+        slots_.fill({0, TypeCode::none});
+        for (const Slot& type : all) {
+            Slot& slot = slots_[slotOf(type.bits, multiplier)];
+            if (slot.bits != 0) {
                 return false;
             }
-            slot = bits;
+            slot = type;
         }
         return true;
     };

@@ -1,4 +1,5 @@
-// Whether something that claims to be a type is one: the addresses of all types that there can be.
+// Whether something that claims to be a type is one: the addresses of all types that there can be,
+// and a small number for each.
 //
 // Owner: the process, as for types themselves.
 #pragma once
@@ -11,6 +12,19 @@
 
 namespace QN::verification {
 
+/// Numbers of types: void, and four for each kind of scalar, one behind the other. So the element
+/// type of an array, what a pointer points to, and the pointer to a type lie at fixed distances.
+namespace TypeCode {
+inline constexpr std::uint32_t none = 0; // of what is no type
+inline constexpr std::uint32_t voidType = 1;
+inline constexpr std::uint32_t limit = 64; // sets of types are words of 64 bits
+[[nodiscard]] constexpr std::uint32_t scalar(ScalarKind kind) noexcept {
+    return 2 + 4 * static_cast<std::uint32_t>(kind);
+}
+inline constexpr int fromScalarToArray = 1;
+inline constexpr int fromPointeeToPointer = 2;
+} // namespace TypeCode
+
 /// Makes the types that have not been needed yet. There are so few that the table never changes
 /// after that, and that a multiplier is found which gives each a slot of its own: a question is one
 /// look, without a branch.
@@ -19,19 +33,31 @@ public:
     TypeTable();
 
     [[nodiscard]] bool contains(Ref<const Type> type) const noexcept {
-        return slots_[slotOf(type.bits(), multiplier_)] == type.bits() && type;
+        return codeOf(type) != TypeCode::none;
     }
     [[nodiscard]] bool contains(const Type* type) const noexcept {
-        return contains(Ref<const Type>(type)) && Ref<const Type>(type).get() == type;
+        return codeOf(type) != TypeCode::none;
+    }
+    /// none for what is no type, null too.
+    [[nodiscard]] std::uint32_t codeOf(Ref<const Type> type) const noexcept {
+        const Slot slot = slots_[slotOf(type.bits(), multiplier_)];
+        return slot.bits == type.bits() ? slot.code : TypeCode::none;
+    }
+    [[nodiscard]] std::uint32_t codeOf(const Type* type) const noexcept {
+        const Ref<const Type> reference(type);
+        return reference.get() == type ? codeOf(reference) : TypeCode::none;
     }
 
 private:
-    static constexpr std::size_t slotCount = 512;
+    struct Slot {
+        std::uint32_t bits;
+        std::uint32_t code;
+    };
+    static constexpr int slotBits = 9;
     static std::size_t slotOf(std::uint32_t bits, std::uint32_t multiplier) noexcept {
-        static_assert(slotCount == std::size_t{1} << 9);
-        return static_cast<std::uint32_t>(bits * multiplier) >> (32 - 9);
+        return static_cast<std::uint32_t>(bits * multiplier) >> (32 - slotBits);
     }
-    std::array<std::uint32_t, slotCount> slots_ = {};
+    std::array<Slot, std::size_t{1} << slotBits> slots_ = {};
     std::uint32_t multiplier_ = 0x9E3779B1U;
 };
 

@@ -1,6 +1,7 @@
 // The driver: surveys each graph, runs every check over it, and puts the failures in order.
 #include "ir/fetch_ahead.hpp"
 #include "verify/checks.hpp"
+#include "verify/quick_look.hpp"
 
 #include <algorithm>
 
@@ -75,6 +76,7 @@ void runAll(const Checks& checks, const Subject& subject, Sink& sink) {
 
 // What a verification works with.
 struct Tools {
+    QuickLook quickLook;
     Survey survey;
     Batch batch{survey};
     std::vector<std::uint32_t> batches; // where each one ended
@@ -91,6 +93,9 @@ Tools& tools() {
         kept.survey.memory().tableBytes() > mostTableBytesKept) {
         kept.survey = Survey();
     }
+    if (kept.quickLook.tableBytes() > mostTableBytesKept) {
+        kept.quickLook = QuickLook();
+    }
     return kept;
 }
 
@@ -106,7 +111,9 @@ public:
     void function(const Function& function, const Scope* scope) {
         const std::size_t before = sink_.described();
         runAll(functionChecks, function, sink_);
-        if (function.hasCfg()) {
+        if (function.hasCfg() &&
+            (options_.thorough || !tools_.quickLook.findsNothing(function, scope, options_))) {
+            ++result_.numDoubted_;
             graph(function, scope);
         }
         sink_.sortFrom(before);

@@ -27,6 +27,7 @@ class Block;
 class Const : public Entity {
 public:
     [[nodiscard]] const Type* type() const noexcept { return type_.get(); }
+    [[nodiscard]] Ref<const Type> typeRef() const noexcept { return type_; }
     [[nodiscard]] std::uint64_t bits() const noexcept { return bits_; }
     /// The value of a double constant.
     [[nodiscard]] double asDouble() const noexcept;
@@ -35,6 +36,7 @@ public:
     /// Place in the order in which the function's constants were made.
     [[nodiscard]] std::uint32_t id() const noexcept { return id_; }
     [[nodiscard]] Const* next() const noexcept { return next_.get(); }
+    [[nodiscard]] Ref<Const> nextRef() const noexcept { return next_; }
 
 private:
     friend class Cfg;
@@ -55,6 +57,7 @@ class Var : public Entity {
 public:
     [[nodiscard]] VarKind varKind() const noexcept { return static_cast<VarKind>(small_[0]); }
     [[nodiscard]] const Type* type() const noexcept { return type_.get(); }
+    [[nodiscard]] Ref<const Type> typeRef() const noexcept { return type_; }
     [[nodiscard]] bool isAggregate() const noexcept { return type_->isArray(); }
     /// Names need not be unique; a temporary's may be empty.
     [[nodiscard]] std::string_view name() const noexcept {
@@ -66,6 +69,8 @@ public:
     /// The next variable in the order of declaration; parameters come first.
     [[nodiscard]] Var* next() const noexcept { return next_.get(); }
     [[nodiscard]] Var* previous() const noexcept { return previous_.get(); }
+    [[nodiscard]] Ref<Var> nextRef() const noexcept { return next_; }
+    [[nodiscard]] Ref<Var> previousRef() const noexcept { return previous_; }
 
 private:
     friend class Cfg;
@@ -103,6 +108,8 @@ private:
     Ref<const char> name_;
     std::uint32_t nameLength_;
     Ref<Callee> next_;
+    // No entity is smaller than 32 bytes, so that tables by address can have one slot for each.
+    [[maybe_unused]] std::uint32_t unused_[3] = {};
 };
 
 class Node : public Entity {
@@ -122,6 +129,17 @@ public:
     [[nodiscard]] Block* block() const noexcept { return block_.get(); }
     [[nodiscard]] Node* next() const noexcept { return next_.get(); }
     [[nodiscard]] Node* previous() const noexcept { return previous_.get(); }
+
+    // The same as references, for who only compares them or looks them up.
+    [[nodiscard]] Ref<const Type> typeRef() const noexcept { return type_; }
+    [[nodiscard]] Ref<Block> blockRef() const noexcept { return block_; }
+    [[nodiscard]] Ref<Node> nextRef() const noexcept { return next_; }
+    [[nodiscard]] Ref<Node> previousRef() const noexcept { return previous_; }
+    /// Kind, operation, mode and number of operands in one word, from the lowest byte up.
+    [[nodiscard]] std::uint32_t head() const noexcept {
+        return static_cast<std::uint32_t>(kind_) | std::uint32_t{small_[0]} << 8 |
+               std::uint32_t{small_[1]} << 16 | std::uint32_t{small_[2]} << 24;
+    }
 
     [[nodiscard]] std::size_t numOperands() const noexcept { return small_[2]; }
     [[nodiscard]] std::span<Operand> operands() noexcept { return {firstOperand(), small_[2]}; }

@@ -51,7 +51,14 @@ public:
     T& operator*() const noexcept { return *address(); }
     explicit operator bool() const noexcept { return bits_ != 0; }
 
-    /// Identity without going through the address: equal bits are the same object.
+    /// The object of which bits() gave these.
+    [[nodiscard]] static Ref fromBits(std::uint32_t bits) noexcept {
+        Ref reference;
+        reference.bits_ = bits;
+        return reference;
+    }
+    /// Identity without going through the address: equal bits are the same object. Objects are 8
+    /// bytes apart for each 1 in the difference of their bits.
     [[nodiscard]] std::uint32_t bits() const noexcept { return bits_; }
     friend bool operator==(Ref a, Ref b) noexcept { return a.bits_ == b.bits_; }
 

@@ -1,12 +1,14 @@
 // The invariants of the IR, and the verifier that checks them all.
 //
 // QN_VERIFY_CHECKS below is the list: each row is one check with its id and what must hold. The
-// verifier runs every check over everything, collects all failures with their places, and never
-// stops at the first. It takes nothing on trust: no link is followed before it is known to lead
-// into the graph's own pool, so it may be let loose on IR in any state.
+// verifier collects the failures of all checks with their places, and never stops at the first. A
+// graph on which none can fail is told by a quick look, on all others every check is run. It takes
+// nothing on trust: no link is followed before it is known to lead into the graph's own pool, so it
+// may be let loose on IR in any state.
 //
-// To add a check: a row here, and a function of that name in the file of its family in
-// quarn/verify/. The catalogue of ids that is installed is made from these rows.
+// To add a check: a row here, a function of that name in the file of its family in quarn/verify/,
+// and, if it is about graphs or nodes, the doubt in quick_look.cpp or node_rules.cpp that goes with
+// it. The catalogue of ids that is installed is made from these rows.
 #pragma once
 
 #include <cstddef>
@@ -21,6 +23,7 @@ namespace QN {
 
 class Function;
 class Scope;
+class Verifier;
 
 // row(SUBJECT, FUNCTION, ID, WHAT MUST HOLD). The subject says how often the check is called: once
 // for each Graph, Function or Scope, or for each batch of Nodes. Where a row is about a list,
@@ -176,6 +179,9 @@ struct VerifyOptions {
     bool unreachableBlocks = false;
     /// At most so many failures of each check are described. All are counted.
     std::size_t detailsPerCheck = SIZE_MAX;
+    /// Every check looks at every graph, also where a quick look has shown that none can fail. What
+    /// is found is the same.
+    bool thorough = false;
 };
 
 /// What a verification found.
@@ -192,12 +198,16 @@ public:
     }
     /// The failures of all checks.
     [[nodiscard]] std::size_t total() const noexcept { return total_; }
+    /// The number of graphs that a quick look was not enough for.
+    [[nodiscard]] std::size_t numDoubted() const noexcept { return numDoubted_; }
 
 private:
     friend class Sink;
+    friend class Verifier;
     std::vector<Failure> failures_;
     std::vector<std::size_t> counts_; // by check; empty until the first failure
     std::size_t total_ = 0;
+    std::size_t numDoubted_ = 0;
 };
 
 /// Verifies a function and, if it has one, its graph. Linear in the size of the graph but for the
