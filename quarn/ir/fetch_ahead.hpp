@@ -35,6 +35,7 @@ inline void fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, 
         fetch(graph);
     }
     if (const Cfg* const graph = graphOf(i + 2); graph != nullptr) {
+        __builtin_prefetch(functions[i + 2]->paramTypes().data());
         graph->pool().fetchAheadOfThat();
     }
     if (const Cfg* const graph = graphOf(i + 1); graph != nullptr) {
