@@ -37,6 +37,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
@@ -77,8 +78,15 @@ void* objsys::factory::full::Wrappable::operator new(std::size_t bytes) {
     block[1] = bytes + 16;
     return block + 2;
 }
-/// What operator delete calls for an object that does not lie behind an instance.
+/// What operator delete calls for an object that does not lie behind an instance, and under the
+/// sanitizers for all. Memory behind an instance is the host's.
 void objsys::factory::full::Wrappable::release(void* memory) noexcept {
+    if (static_cast<const std::uint64_t*>(memory)[-1] <= detail::native_memory::orphaned) {
+        using Release = void (*)(void*);
+        static const auto hosts = reinterpret_cast<Release>(
+            dlsym(RTLD_NEXT, "_ZN6objsys7factory4full9Wrappable7releaseEPv"));
+        return hosts(memory);
+    }
     if (released)
         released->push_back(memory);
     utFree(static_cast<std::size_t*>(memory) - 2);
