@@ -138,7 +138,9 @@ struct Compiler::Parts {
             return; // nothing is transformed
         }
         llvm::PipelineTuningOptions tuning;
-        tuning.LoopUnrolling = true;
+        // Loops that are cut into pieces would be unrolled with a rest for each piece: a third more
+        // to compile, and programs gain nothing that can be measured.
+        tuning.LoopUnrolling = passLevel(config.jitOptimizationLevel()).getSpeedupLevel() > 2;
         tuning.LoopInterleaving = true;
         tuning.LoopVectorization = passLevel(config.jitOptimizationLevel()).getSpeedupLevel() > 1;
         // What straight-line code gains by vectors of two, it loses by waiting for the values to be
