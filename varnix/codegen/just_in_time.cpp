@@ -222,6 +222,22 @@ Variant* JustInTime::addVariant(CompiledFunction& function, std::span<const Valu
     return function.variants.back().get();
 }
 
+[[gnu::always_inline]] inline CompiledFunctions::Outcome
+JustInTime::execute(const Code& code, Variant& variant, std::uint64_t* slots,
+                    std::size_t depthLeft) const {
+    QN::ExecutionContext context;
+    context.depthLeft = static_cast<std::int64_t>(depthLeft);
+    context.interruptRequested = &detail::interruptRequested;
+    try {
+        variant.code->call(slots, context);
+    } catch (const QN::EvaluationError& error) {
+        return trapped(code, variant, error);
+    } catch (const std::bad_alloc&) {
+        return Outcome::Interpret;
+    }
+    return Outcome::Done;
+}
+
 CompiledFunctions::Outcome JustInTime::call(const Code& code, const Value* values,
                                             std::size_t count, Wish wish, std::size_t depthLeft,
                                             Value* results) {
@@ -235,18 +251,10 @@ CompiledFunctions::Outcome JustInTime::call(const Code& code, const Value* value
     std::array<std::uint64_t, mostSlots> slots;
     for (std::size_t i = 0; i < count; ++i)
         slots[i] = values[i].asUnsigned();
-    QN::ExecutionContext context;
-    context.depthLeft = static_cast<std::int64_t>(depthLeft);
-    context.interruptRequested = &detail::interruptRequested;
-    try {
-        variant.code->call(slots.data(), context);
-    } catch (const QN::EvaluationError& error) {
-        return trapped(code, variant, error);
-    } catch (const std::bad_alloc&) {
-        return Outcome::Interpret;
-    }
-    results[0] = scalarValue(variant.results[0].kind, slots[count]);
-    return Outcome::Done;
+    const Outcome outcome = execute(code, variant, slots.data(), depthLeft);
+    if (outcome == Outcome::Done) [[likely]]
+        results[0] = scalarValue(variant.results[0].kind, slots[count]);
+    return outcome;
 }
 
 CompiledFunctions::Outcome JustInTime::callAny(const Code& code, const Value* values,
@@ -366,16 +374,9 @@ CompiledFunctions::Outcome JustInTime::run(const Code& code, Variant& variant, c
     if (count > 0 && variant.results[0].isArray)
         slots[slot] = reinterpret_cast<std::uint64_t>(array++);
 
-    QN::ExecutionContext context;
-    context.depthLeft = static_cast<std::int64_t>(depthLeft);
-    context.interruptRequested = &detail::interruptRequested;
-    try {
-        variant.code->call(slots.data(), context);
-    } catch (const QN::EvaluationError& error) {
-        return trapped(code, variant, error);
-    } catch (const std::bad_alloc&) {
-        return Outcome::Interpret;
-    }
+    if (const Outcome outcome = execute(code, variant, slots.data(), depthLeft);
+        outcome != Outcome::Done) [[unlikely]]
+        return outcome;
     array = firstResult;
     for (std::size_t k = 1; k < count; ++k)
         results[k] = variant.results[k].isArray ? takeBack(*array++, arguments)

@@ -65,9 +65,7 @@ public:
     // What it is.
     std::unique_ptr<QN::Executable> code; ///< null: the function is interpreted
     std::vector<ValueType> results;
-    bool onlyScalars = false; ///< no array goes in or out, and one result at most
-    bool hasResult = false;
-    QN::ScalarKind resultKind{};            ///< of the first result
+    bool onlyScalars = false;               ///< no array goes in or out, and there is one result
     std::vector<QN::ArrayValue> arrays;     ///< arguments and results of the running call
     std::string signature;                  ///< of what was compiled: "mandel(f64)"
     std::vector<QN::CounterPlace> counters; ///< where the code counts; none as a rule
@@ -109,6 +107,9 @@ private:
                                       std::size_t requested);
     [[nodiscard]] Outcome run(const Code& code, Variant& variant, const Value* arguments,
                               std::size_t depthLeft, Value* results);
+    /// Runs the code of the variant over slots that are filled.
+    [[nodiscard]] Outcome execute(const Code& code, Variant& variant, std::uint64_t* slots,
+                                  std::size_t depthLeft) const;
     [[gnu::noinline, gnu::cold, nodiscard]] Outcome trapped(const Code& code, Variant& variant,
                                                             const QN::EvaluationError& error) const;
     [[nodiscard]] std::shared_ptr<Session> session();
