@@ -5,7 +5,7 @@
 // else happens to copies of that, so that nothing falls back on the interpreter: a trap that was
 // not there before is another result. The evaluator runs all of them, the LLVM runtime some.
 //
-// All seeds together are a thousand; with QUARN_SCRAMBLE_FULL in the environment, each setting of
+// All seeds together are a thousand; with QUARN_TEST_FULL in the environment, each setting of
 // each example gets as many.
 #include "lang/interpreter.hpp"
 
@@ -112,7 +112,7 @@ constexpr Program programs[] = {
 const std::set<std::string> interpreted{"linesof", "show", "solve", "solveAll", "title", "typed"};
 
 bool inFull() {
-    return std::getenv("QUARN_SCRAMBLE_FULL") != nullptr;
+    return std::getenv("QUARN_TEST_FULL") != nullptr;
 }
 
 unsigned seedsOfEachOf(std::size_t settings) {

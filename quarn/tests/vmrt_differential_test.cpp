@@ -2,7 +2,7 @@
 // same traps in the same function at the same line.
 //
 // All levels see the same programs. How many is set by what a test run may take; with
-// QUARN_VMRT_FULL in the environment every level gets all of them.
+// QUARN_TEST_FULL in the environment every level gets all of them.
 #include "vmrt_support.hpp"
 
 #include <qn/pipeline.hpp>
@@ -18,7 +18,7 @@ constexpr std::uint32_t allPrograms = 10'000;
 constexpr std::uint32_t argumentSets = 3;
 
 std::uint32_t programsAt(VMEngineConfig::JitOptimizationLevel level) {
-    if (std::getenv("QUARN_VMRT_FULL") != nullptr || level == VMEngineConfig::OptNone) {
+    if (std::getenv("QUARN_TEST_FULL") != nullptr || level == VMEngineConfig::OptNone) {
         return allPrograms;
     }
     return level == VMEngineConfig::OptDefault ? 400 : 150;

@@ -349,9 +349,9 @@ TEST(VmrtMemory, AFunctionLargerThanASlabWorks) {
     EXPECT_EQ(callWith(*code, *Type::f64(), {Value::ofDouble(1)}).asDouble(), 999);
 }
 
-// With QUARN_VMRT_FULL in the environment a million.
+// With QUARN_TEST_FULL in the environment a million.
 TEST(VmrtMemory, FunctionsThatComeAndGoLeaveNothing) {
-    const int cycles = std::getenv("QUARN_VMRT_FULL") != nullptr ? 1'000'000 : 3'000;
+    const int cycles = std::getenv("QUARN_TEST_FULL") != nullptr ? 1'000'000 : 3'000;
     const auto engine = VMRT::makeEngine(atLevel(VMEngineConfig::OptNone));
     const auto scope = parsed(small(1));
     Function& function = *scope->find("f1");
@@ -372,9 +372,9 @@ TEST(VmrtMemory, FunctionsThatComeAndGoLeaveNothing) {
     EXPECT_EQ(engine->codeMemory().usedBytes, 0U);
 }
 
-// With QUARN_VMRT_FULL in the environment a hundred thousand.
+// With QUARN_TEST_FULL in the environment a hundred thousand.
 TEST(VmrtMemory, ManyFunctionsLiveAtOnce) {
-    const int count = std::getenv("QUARN_VMRT_FULL") != nullptr ? 100'000 : 2'000;
+    const int count = std::getenv("QUARN_TEST_FULL") != nullptr ? 100'000 : 2'000;
     const auto engine = VMRT::makeEngine(atLevel(VMEngineConfig::OptNone));
     std::vector<std::unique_ptr<Executable>> codes;
     for (int i = 0; i < count; ++i) {
