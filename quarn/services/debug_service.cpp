@@ -14,6 +14,7 @@ namespace QN {
 
 DebugService::DebugService(bool before, bool after, std::string_view folder)
     : folder_(folder), before_(before), after_(after) {
+    noteRequests();
     if (before_ || after_) {
         DefaultServices::debugServices().addService(this);
     }
@@ -36,6 +37,7 @@ bool DebugService::setRequest(bool& request, bool requested) {
     if (old == requested) {
         return old;
     }
+    noteRequests();
     DebugServices& services = DefaultServices::debugServices();
     if (!before_ && !after_ && !globalScope_) {
         services.removeService(this);
@@ -57,10 +59,11 @@ void DebugService::setFilter(const std::string& pattern) {
         re2::RE2::Options options;
         options.set_log_errors(false);
         pattern_ = std::make_unique<re2::RE2>(pattern, options);
-        if (!pattern_->ok()) {
-            consoleWrite("The filter '" + pattern + "' is not a valid pattern (" +
-                         pattern_->error() + "); it selects nothing.\n");
-        }
+    }
+    noteRequests();
+    if (pattern_ != nullptr && !pattern_->ok()) {
+        consoleWrite("The filter '" + pattern + "' is not a valid pattern (" + pattern_->error() +
+                     "); it selects nothing.\n");
     }
     settingChanged();
 }

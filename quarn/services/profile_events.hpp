@@ -59,9 +59,8 @@ public:
     [[nodiscard]] bool hasRoom() const noexcept { return next_ != room_; }
     void grow();
 
-    /// Begins a run inside those that are under way, if there is room; the clock is read last.
-    template <typename ReadClock>
-    void begin(const TransformRun& run, std::size_t nodes, ReadClock readClock) noexcept {
+    /// Begins a run inside those that are under way, if there is room. The caller notes its start.
+    ProfileEvent& begin(const TransformRun& run, std::size_t nodes) noexcept {
         ProfileEvent& event = events_[next_];
         event.run = run.id();
         event.outer = innermost_;
@@ -69,7 +68,7 @@ public:
         event.nodesBefore = static_cast<std::uint32_t>(nodes);
         event.ended = 0;
         innermost_ = next_++;
-        event.start = readClock();
+        return event;
     }
 
     /// Whether `run` began last of those under way and its target's name is known.
@@ -122,7 +121,7 @@ public:
 private:
     // A name lies in the pool of its scope, which never uses memory again, and no two scopes have
     // the same serial number: so place and number together stand for the text.
-    struct KnownName {
+    struct alignas(32) KnownName {
         std::uint64_t scope = 0;
         const char* name = nullptr;
         std::uint32_t number = 0;

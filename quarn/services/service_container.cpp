@@ -89,6 +89,7 @@ void ServiceContainer::leave(Service& service) noexcept {
     --awake_;
     if (walks_ > 0) {
         *slot = nullptr;
+        hasGaps_ = true;
     } else {
         slots_.erase(slot);
     }
@@ -96,6 +97,7 @@ void ServiceContainer::leave(Service& service) noexcept {
 
 void ServiceContainer::closeGaps() noexcept {
     std::erase(slots_, nullptr);
+    hasGaps_ = false;
 }
 
 namespace detail {

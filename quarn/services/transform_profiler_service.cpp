@@ -27,6 +27,10 @@ std::string reportIn(const std::string& ending, const detail::ProfileEvents& eve
     return detail::profileTable(events, report);
 }
 
+[[gnu::noinline]] void startByMonotonicClock(detail::ProfileEvent& event) noexcept {
+    event.start = detail::monotonicTicks();
+}
+
 } // namespace
 
 struct TransformProfilerService::State {
@@ -73,10 +77,12 @@ void TransformProfilerService::setTagFcnsWithLogId(bool tag) noexcept {
 }
 void TransformProfilerService::setEventEmitThreshold(std::size_t events) noexcept {
     emitThreshold_ = events;
+    noteWhatEndsDo();
     settingChanged();
 }
 void TransformProfilerService::setMemEventInterval(std::size_t events) noexcept {
     memoryInterval_ = events;
+    noteWhatEndsDo();
     settingChanged();
 }
 
@@ -101,46 +107,58 @@ void TransformProfilerService::reset() {
     settingChanged();
 }
 
-// Each hook has a short way for the usual case: it calls nothing and gets by with the registers
-// that are free anyway. What is rare is done by a function of its own that is right in any case.
+// Each hook has a short way for the usual case: it calls nothing, or at its end, and so gets by
+// with the registers that are free anyway. What is rare is done by a function of its own that is
+// right in any case.
 void TransformProfilerService::prepass(TransformRun& run) {
-    if (!(requestedBefore() || requestedAfter())) {
-        return;
-    }
     detail::ProfileEvents& events = state_->events;
     const Function* const function = run.function();
-    if (hasFilter() || !selects(run) || function == nullptr || !function->hasCfg() ||
-        !events.hasRoom() || !detail::timersUseCounter) [[unlikely]] {
+    if (!isRequestedUnfiltered() || !selectsScopeOf(run) || function == nullptr ||
+        !function->hasCfg() || !events.hasRoom()) [[unlikely]] {
         beginInAnyCase(run);
         return;
     }
-    events.begin(run, function->cfg().numNodes(), detail::counterTicks);
+    detail::ProfileEvent& event = events.begin(run, function->cfg().numNodes());
+    if (!detail::timersUseCounter) [[unlikely]] {
+        startByMonotonicClock(event);
+        return;
+    }
+    event.start = detail::counterTicks();
 }
 
 void TransformProfilerService::beginInAnyCase(const TransformRun& run) {
-    if (!selects(run)) {
+    if (!(requestedBefore() || requestedAfter()) || !selects(run)) {
         return;
     }
     detail::ProfileEvents& events = state_->events;
     if (!events.hasRoom()) {
         events.grow();
     }
-    events.begin(run, detail::nodesUnder(run), Timer::readClock);
+    detail::ProfileEvent& event = events.begin(run, detail::nodesUnder(run));
+    event.start = Timer::readClock();
 }
 
 void TransformProfilerService::postpass(TransformRun& run) {
     if (!detail::timersUseCounter) [[unlikely]] {
-        endInAnyCase(run, detail::monotonicTicks());
+        endByMonotonicClock(run);
         return;
     }
-    const std::uint64_t now = detail::counterTicks();
+    end(run, detail::counterTicks());
+}
+
+void TransformProfilerService::endByMonotonicClock(const TransformRun& run) {
+    end(run, detail::monotonicTicks());
+}
+
+inline void TransformProfilerService::end(const TransformRun& run, std::uint64_t now) {
+    detail::ProfileEvents& events = state_->events;
     const Function* const function = run.function();
-    if (function == nullptr || !function->hasCfg() || !state_->events.canEnd(run) ||
-        memoryInterval_ != 1 || emitThreshold_ != 0) [[unlikely]] {
+    if (!endsAsUsual_ || function == nullptr || !function->hasCfg() || !events.canEnd(run))
+        [[unlikely]] {
         endInAnyCase(run, now);
         return;
     }
-    state_->events.end(run, now, function->cfg().numNodes());
+    events.end(run, now, function->cfg().numNodes());
 }
 
 void TransformProfilerService::endInAnyCase(const TransformRun& run, std::uint64_t now) {

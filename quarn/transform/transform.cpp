@@ -36,45 +36,56 @@ inline void stopIfRequested(const TransformRun& run) {
 
 } // namespace
 
-// Calls prepass() on construction and postpass() once for each prepass() that returned, on finish()
-// or, if an error passes through, on destruction. The services' slots keep their places meanwhile,
-// so a service that leaves is left out and one that comes waits for the next run.
+// Calls prepass() before a run and postpass() after it, once for each prepass() that returned, also
+// if an error passes through. The services' slots keep their places meanwhile, so a service that
+// leaves is left out and one that comes waits for the next run. How far the hooks have come is a
+// local variable, which stays in a register; an object whose destructor closes them would be kept
+// in memory for the case of an error.
 class ServiceBracket {
 public:
-    ServiceBracket(ServiceContainer& container, TransformRun& run)
-        : walk_(container), container_(container), run_(run) {
+    template <typename Act>
+    static bool around(ServiceContainer& container, TransformRun& run, Act act) {
+        const ServiceContainer::Walk walk(container);
+        std::size_t opened = 0;
+        bool changed = false;
         try {
-            for (; opened_ < container_.slots_.size(); ++opened_) {
-                if (Service* const service = container_.slots_[opened_]; service != nullptr) {
-                    service->prepass(run_);
+            for (; opened < container.slots_.size(); ++opened) {
+                if (Service* const service = container.slots_[opened]; service != nullptr)
+                    [[likely]] {
+                    service->prepass(run);
                 }
             }
+            stopIfRequested(run);
+            changed = act();
+            run.setOutcome(changed ? RunOutcome::Changed : RunOutcome::Unchanged);
+            close(container, run, opened);
         } catch (...) {
-            closeAfterError();
+            closeAfterError(container, run, opened);
             throw;
         }
-    }
-    ServiceBracket(const ServiceBracket&) = delete;
-    ServiceBracket& operator=(const ServiceBracket&) = delete;
-    ~ServiceBracket() { closeAfterError(); }
-
-    void finish() {
-        while (opened_ > 0) {
-            if (Service* const service = container_.slots_[--opened_]; service != nullptr) {
-                service->postpass(run_);
-            }
-        }
+        stopIfRequested(run);
+        return changed;
     }
 
 private:
-    // Another error is on its way; one of a hook must not take its place.
-    void closeAfterError() noexcept {
-        if (opened_ > 0) {
-            run_.setOutcome(RunOutcome::Failed);
+    static void close(ServiceContainer& container, TransformRun& run, std::size_t& opened) {
+        while (opened > 0) {
+            if (Service* const service = container.slots_[--opened]; service != nullptr)
+                [[likely]] {
+                service->postpass(run);
+            }
         }
-        while (opened_ > 0) {
+    }
+
+    // Another error is on its way; one of a hook must not take its place.
+    [[gnu::cold, gnu::noinline]] static void
+    closeAfterError(ServiceContainer& container, TransformRun& run, std::size_t opened) noexcept {
+        if (opened > 0) {
+            run.setOutcome(RunOutcome::Failed);
+        }
+        while (opened > 0) {
             try {
-                finish();
+                close(container, run, opened);
             } catch (...) {
                 try {
                     client_assertion_failed(__FILE__, __LINE__, "a postpass hook failed");
@@ -83,38 +94,20 @@ private:
             }
         }
     }
-
-    ServiceContainer::Walk walk_;
-    ServiceContainer& container_;
-    TransformRun& run_;
-    std::size_t opened_ = 0;
 };
 
 namespace detail {
 
-namespace {
-
-template <typename Act>
-bool runBetweenServices(TransformRun& run, Act act) {
-    ServiceBracket bracket(DefaultServices::debugServices(), run);
-    stopIfRequested(run);
-    const bool changed = act();
-    run.setOutcome(changed ? RunOutcome::Changed : RunOutcome::Unchanged);
-    bracket.finish();
-    stopIfRequested(run);
-    return changed;
-}
-
-} // namespace
-
 bool runWatched(const Transform& transform, Function& function) {
     TransformRun run(++runCount, transform.name, function.scope(), function, function.name());
-    return runBetweenServices(run, [&] { return transform.onFunction(function); });
+    return ServiceBracket::around(DefaultServices::debugServices(), run,
+                                  [&] { return transform.onFunction(function); });
 }
 
 bool runWatched(const Transform& transform, Scope& scope) {
     TransformRun run(++runCount, transform.name, scope, scope.name());
-    return runBetweenServices(run, [&] { return transform.onScope(scope); });
+    return ServiceBracket::around(DefaultServices::debugServices(), run,
+                                  [&] { return transform.onScope(scope); });
 }
 
 } // namespace detail

@@ -3,6 +3,10 @@
 
 namespace QN {
 
+void TransformRun::FreeTexts::operator()(Texts* texts) const noexcept {
+    delete texts;
+}
+
 const std::string& TransformRun::tag() const {
     std::string& tag = texts().tag;
     if (tag.empty()) {

@@ -62,12 +62,15 @@ protected:
     [[nodiscard]] bool wantsAfter(const TransformRun& run) const { return after_ && selects(run); }
     /// Whether filter and scope select this run, whatever sides are requested.
     [[nodiscard]] bool selects(const TransformRun& run) const {
-        return (globalScope_ || run.scope().flavor() != ScopeFlavor::Global) &&
-               (pattern_ == nullptr || matches(run));
+        return selectsScopeOf(run) && (pattern_ == nullptr || matches(run));
     }
 
-    /// Whether selects() has to look at the tag.
-    [[nodiscard]] bool hasFilter() const noexcept { return pattern_ != nullptr; }
+    /// selects() in two parts, for who has no time: whether a side is requested and there is no
+    /// filter, and whether the scope is selected.
+    [[nodiscard]] bool isRequestedUnfiltered() const noexcept { return requestedUnfiltered_; }
+    [[nodiscard]] bool selectsScopeOf(const TransformRun& run) const noexcept {
+        return globalScope_ || run.scope().flavor() != ScopeFlavor::Global;
+    }
 
     /// Tells the container that what this service does has changed, so that code compiled under
     /// the old settings is compiled anew.
@@ -76,6 +79,9 @@ protected:
 private:
     bool matches(const TransformRun& run) const;
     bool setRequest(bool& request, bool requested);
+    void noteRequests() noexcept {
+        requestedUnfiltered_ = (before_ || after_) && pattern_ == nullptr;
+    }
 
     std::string_view folder_;
     std::string filter_;
@@ -83,6 +89,7 @@ private:
     bool before_;
     bool after_;
     bool globalScope_ = false;
+    bool requestedUnfiltered_ = false;
 };
 
 } // namespace QN

@@ -84,7 +84,7 @@ private:
         Walk(const Walk&) = delete;
         Walk& operator=(const Walk&) = delete;
         ~Walk() {
-            if (--container_.walks_ == 0 && container_.slots_.size() != container_.awake_) {
+            if (--container_.walks_ == 0 && container_.hasGaps_) [[unlikely]] {
                 container_.closeGaps();
             }
         }
@@ -103,6 +103,7 @@ private:
     std::vector<Service*> idle_;
     std::uint64_t generation_ = 0;
     std::uint32_t walks_ = 0;
+    bool hasGaps_ = false;
 };
 
 } // namespace QN

@@ -62,7 +62,10 @@ public:
 private:
     struct State;
     [[gnu::noinline]] void beginInAnyCase(const TransformRun& run);
+    [[gnu::noinline]] void endByMonotonicClock(const TransformRun& run);
     [[gnu::noinline]] void endInAnyCase(const TransformRun& run, std::uint64_t now);
+    void end(const TransformRun& run, std::uint64_t now);
+    void noteWhatEndsDo() noexcept { endsAsUsual_ = memoryInterval_ == 1 && emitThreshold_ == 0; }
     void emit();
 
     std::string destination_;
@@ -70,6 +73,7 @@ private:
     std::size_t memoryInterval_ = 1;
     bool recordNumbering_ = true;
     bool tagFcnsWithLogId_ = false;
+    bool endsAsUsual_ = true; // each event has its memory, and none causes a report
     std::unique_ptr<State> state_;
 };
 

@@ -73,9 +73,12 @@ private:
         std::string tag;
         std::string stopReason;
     };
+    struct FreeTexts { // out of line, as it is seldom called
+        void operator()(Texts* texts) const noexcept;
+    };
     Texts& texts() const {
         if (texts_ == nullptr) {
-            texts_ = std::make_unique<Texts>();
+            texts_.reset(new Texts);
         }
         return *texts_;
     }
@@ -86,7 +89,7 @@ private:
     Scope* scope_;
     Function* function_ = nullptr;
     RunOutcome outcome_ = RunOutcome::Running;
-    mutable std::unique_ptr<Texts> texts_;
+    mutable std::unique_ptr<Texts, FreeTexts> texts_;
 };
 
 } // namespace QN
