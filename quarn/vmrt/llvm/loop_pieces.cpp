@@ -3,8 +3,11 @@
 
 #include "vmrt/llvm/loop_versions.hpp"
 
+#include <algorithm>
+#include <llvm/Analysis/IVDescriptors.h>
 #include <llvm/Analysis/LoopInfo.h>
 #include <llvm/Analysis/ScalarEvolution.h>
+#include <llvm/IR/Dominators.h>
 #include <llvm/IR/IRBuilder.h>
 #include <llvm/IR/Module.h>
 #include <llvm/Transforms/Utils/LoopUtils.h>
@@ -70,7 +73,18 @@ Value* valueOfNextTurn(const llvm::PHINode& phi, const Loop& loop) {
                : nullptr;
 }
 
-Cut cutOf(Loop& loop, llvm::ScalarEvolution& evolution) {
+/// Whether each turn goes on computing with a double that the one before has left. LLVM keeps the
+/// order of such operations, so there is no vector code to be had, and waiting for the other turn
+/// takes longer than a look.
+bool waitsForDoubles(Loop& loop, llvm::DominatorTree& dominators) {
+    const auto phis = loop.getHeader()->phis();
+    return std::any_of(phis.begin(), phis.end(), [&](llvm::PHINode& phi) {
+        return phi.getType()->isDoubleTy() &&
+               !llvm::RecurrenceDescriptor::isFixedOrderRecurrence(&phi, &loop, &dominators);
+    });
+}
+
+Cut cutOf(Loop& loop, llvm::ScalarEvolution& evolution, llvm::DominatorTree& dominators) {
     BasicBlock* const latch = loop.getLoopLatch();
     if (!loop.isLoopSimplifyForm() || isMarkedSlow(loop) || !loop.isLoopExiting(latch)) {
         return {};
@@ -105,6 +119,9 @@ Cut cutOf(Loop& loop, llvm::ScalarEvolution& evolution) {
     }
     if (evolution.getUnsignedRangeMax(turns).ult(turnsOfPiece)) {
         return cut;
+    }
+    if (waitsForDoubles(loop, dominators)) {
+        return {};
     }
     llvm::Instruction* const end = loop.getLoopPreheader()->getTerminator();
     llvm::SCEVExpander expander(evolution, end->getModule()->getDataLayout(), "turns");
@@ -200,10 +217,11 @@ llvm::PreservedAnalyses LoopPiecesPass::run(llvm::Function& function,
         return llvm::PreservedAnalyses::all();
     }
     auto& evolution = analyses.getResult<llvm::ScalarEvolutionAnalysis>(function);
+    auto& dominators = analyses.getResult<llvm::DominatorTreeAnalysis>(function);
     std::vector<Cut> cuts;
     for (Loop* const loop : loops.getLoopsInPreorder()) {
         if (loop->isInnermost()) {
-            const Cut cut = cutOf(*loop, evolution);
+            const Cut cut = cutOf(*loop, evolution, dominators);
             if (cut.loop != nullptr) {
                 cuts.push_back(cut);
             }
