@@ -6,6 +6,7 @@
 #include <qn/default_services.hpp>
 #include <ts/debug_log.hpp>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -61,6 +62,43 @@ const char* const backAndForth = R"((function f f64 (param $a f64[]) (param $n i
             (%8 i64 add:wrap %4 1i64) (store $k %8) (%11 f64 load $s) (%12 f64 add %11 %10)
             (store $s %12) (jump b1))
   (block b3 (%13 f64 load $s) (ret %13))))";
+
+// Until r reaches 2, by steps that nobody knows: a[first + k * step] = k + 1 for each k below n,
+// where a grows to the right. What comes out is the sum of k * a[k].
+const char* const byUnknownSteps =
+    R"((function f f64 (param $a f64[]) (param $first f64) (param $step f64) (param $n i64)
+  (user $r f64) (user $k i64) (user $s f64)
+  (block b0 (jump b1))
+  (block b1 (%1 f64 load $r) (%2 logical lt %1 2.0) (br %2 b2 b7))
+  (block b2 (%3 f64 add %1 0.75) (store $r %3) (store $k 0i64) (%4 f64 load $first)
+            (%5 f64 load $step) (%6 i64 load $n) (jump b3))
+  (block b3 (%7 i64 load $k) (%8 logical lt %7 %6) (br %8 b4 b1))
+  (block b4 (%9 f64 convert %7) (%10 f64 mul %9 %5) (%11 f64 add %4 %10) (%12 i64 toindex %11 @5)
+            (%13 i64 add:wrap %7 1i64) (store $k %13) (%14 i64 numel $a) (%15 logical gt %12 %14)
+            (%16 f64 convert %13) (br %15 b5 b6))
+  (block b5 (%17 logical gt %12 100000i64) (br %17 b10 b11))
+  (block b10 (trap 3i64 @7))
+  (block b11 (resize $a 1i64 %12 @6) (jump b6))
+  (block b6 (stelem:inb $a %12 %16 @8) (jump b3))
+  (block b7 (store $k 0i64) (%20 i64 numel $a) (jump b8))
+  (block b8 (%21 i64 load $k) (%22 logical lt %21 %20) (br %22 b9 b12))
+  (block b9 (%23 i64 add:wrap %21 1i64) (store $k %23) (%24 f64 ldelem $a %23) (%25 f64 convert %23)
+            (%26 f64 mul %24 %25) (%27 f64 load $s) (%28 f64 add %27 %26) (store $s %28) (jump b8))
+  (block b12 (%29 f64 load $s) (ret %29))))";
+
+// The same without a loop around it, and another array stands in the place of a from the turn on
+// that `other` gives.
+const char* const changesArrays =
+    R"((function f f64 (param $a f64[]) (param $first f64) (param $step f64) (param $n i64)
+  (param $b f64[]) (param $other i64) (user $k i64) (user $s f64)
+  (block b0 (%4 f64 load $first) (%5 f64 load $step) (%6 i64 load $n) (%3 i64 load $other) (jump b3))
+  (block b3 (%7 i64 load $k) (%8 logical lt %7 %6) (br %8 b4 b7))
+  (block b4 (%1 logical eq %7 %3) (br %1 b5 b6))
+  (block b5 (%2 f64[] load $b) (store $a %2) (jump b6))
+  (block b6 (%9 f64 convert %7) (%10 f64 mul %9 %5) (%11 f64 add %4 %10) (%12 i64 toindex %11 @5)
+            (%13 i64 add:wrap %7 1i64) (store $k %13) (%14 f64 ldelem $a %12 @6) (%15 f64 load $s)
+            (%16 f64 add %14 %15) (store $s %16) (jump b3))
+  (block b7 (%29 f64 load $s) (ret %29))))";
 
 class VmrtLoops : public ::testing::Test {
 protected:
@@ -144,6 +182,79 @@ TEST_F(VmrtLoops, AllVersionsGiveWhatTheEvaluatorGives) {
                         EXPECT_EQ(machineOutcome(*code, function, arguments),
                                   evaluatedOutcome(*scope, function, arguments))
                             << text << " at level " << level << ", size " << size << ", n " << n;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST_F(VmrtLoops, LoopsInsideOthersGetVersionsForManyTurns) {
+    const std::string ir = irOf(byUnknownSteps, byDefault);
+    EXPECT_TRUE(has(ir, "\nversion")) << "the condition is asked where the loop begins";
+    EXPECT_FALSE(has(irOf(changesArrays, byDefault), "\nversion"));
+    EXPECT_FALSE(has(irOf(byUnknownSteps, VMEngineConfig::OptLess), "\nversion"));
+}
+
+TEST_F(VmrtLoops, StepsThatNobodyKnowsGiveWhatTheEvaluatorGives) {
+    constexpr double huge = 0x1p52;
+    const std::pair<double, double> ways[] = {
+        {1, 1},
+        {1, 3},
+        {40, 1},
+        {40, -1},
+        {40, -2},
+        {20, -1},
+        {7, 0},
+        {0, 1},
+        {-3, 1},
+        {1, 0.5},
+        {0.5, 1},
+        {0.5, 0.5},
+        {1, 2097152},
+        {1, 1048577},
+        {1048576, 1048576},
+        {-huge, huge / 16},
+        {huge * 2, -1},
+        {huge * 2 - 39, 1},
+        {huge, huge},
+        {huge * 4096, -huge * 128},
+        {1, huge * 4},
+        {1, -huge * 4},
+        {1, 0x1p60},
+        {0x1p62, 0x1p62},
+        {-0x1p63, 0x1p60},
+        {1, NAN},
+        {INFINITY, 1},
+        {1, INFINITY},
+        {-0.0, 1},
+        {1, -0.0},
+    };
+    for (const char* const text : {byUnknownSteps, changesArrays}) {
+        const auto scope = parsed(text);
+        Function& function = *scope->find("f");
+        for (const auto level : allLevels) {
+            const auto engine = VMRT::makeEngine(atLevel(level));
+            const auto code = engine->prepare(*scope, function, "");
+            for (const std::int64_t size : {0, 1, 40, 120}) {
+                ArrayValue array(ScalarKind::Double, 1, size);
+                for (std::int64_t i = 1; i <= size; ++i) {
+                    array.set(i, bitsOf(static_cast<double>(100 * i)));
+                }
+                for (const auto& [first, step] : ways) {
+                    for (const std::int64_t n : {-1, 0, 1, 15, 16, 17, 40, 41, 100}) {
+                        std::vector<Value> arguments = {
+                            Value::ofArray(array), Value::ofDouble(first), Value::ofDouble(step),
+                            Value::ofInt(Type::i64(), n)};
+                        if (text == changesArrays) {
+                            arguments.push_back(
+                                Value::ofArray(ArrayValue(ScalarKind::Double, 1, 30)));
+                            arguments.push_back(Value::ofInt(Type::i64(), size / 2));
+                        }
+                        EXPECT_EQ(machineOutcome(*code, function, arguments),
+                                  evaluatedOutcome(*scope, function, arguments))
+                            << text << " at level " << level << ", size " << size << ", from "
+                            << first << " by " << step << ", n " << n;
                     }
                 }
             }

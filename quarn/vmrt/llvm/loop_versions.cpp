@@ -31,6 +31,12 @@ constexpr unsigned mostDepth = 12;
 constexpr std::int64_t farthest = std::int64_t{1} << 56;
 constexpr std::int64_t mostTurns = std::int64_t{1} << 48;
 constexpr std::int64_t largestStep = 1024;
+/// The same for a step that is only known when the loop begins.
+constexpr std::int64_t largestUnknownStep = std::int64_t{1} << 20;
+constexpr std::int64_t mostUnknownTurns = std::int64_t{1} << 40;
+/// A loop inside a nest that goes back less often is over before its condition would pay.
+constexpr std::int64_t fewestTurns = 15;
+constexpr std::size_t mostClaimsInside = 16;
 
 /// The side to which a branch goes nearly always; nothing if its weights do not say.
 std::optional<unsigned> likelySide(const BranchInst& branch) {
@@ -64,26 +70,45 @@ struct Guard {
     BranchInst* branch;
     unsigned likely;
     std::vector<Part> open; // not decided yet
-    bool isDecided() const { return open.empty(); }
+    bool isAssumed = false; // to go its way, for the time being
+    bool isDecided() const { return open.empty() || isAssumed; }
 };
 
-/// One outermost loop with all that is inside it.
+/// Whether it asks memory in each turn anew, as looks for an interruption do.
+bool isLook(const Guard& guard) {
+    const auto* const compare = llvm::dyn_cast<llvm::CmpInst>(guard.branch->getCondition());
+    const auto* const load =
+        compare != nullptr ? llvm::dyn_cast<llvm::LoadInst>(compare->getOperand(0)) : nullptr;
+    return load != nullptr && load->isVolatile();
+}
+
+/// A loop with all that is inside it.
 class Nest {
 public:
     Nest(Loop& top, llvm::ScalarEvolution& evolution, const llvm::DominatorTree& dominators,
          const llvm::LoopInfo& loops)
-        : top_(top), evolution_(evolution), dominators_(dominators), loops_(loops) {}
+        : top_(top), evolution_(evolution), dominators_(dominators), loops_(loops) {
+        if (top.isLoopSimplifyForm()) {
+            findGuards();
+        }
+    }
+
+    /// A loop inside the version of `outer` that its plan gives.
+    Nest(const Nest& outer, Loop& inner)
+        : top_(inner), evolution_(outer.evolution_), dominators_(outer.dominators_),
+          loops_(outer.loops_), known_(outer.known_) {
+        for (const Guard& guard : outer.guards_) {
+            if (inner.contains(guard.branch->getParent())) {
+                guards_.push_back(guard);
+            }
+        }
+    }
 
     /// Finds out what can be decided in front of the nest. False: nothing that is worth a version.
     bool plan() {
-        std::size_t instructions = 0;
-        for (BasicBlock* const block : top_.blocks()) {
-            instructions += block->size();
-        }
-        if (!top_.isLoopSimplifyForm() || instructions > mostInstructions) {
+        if (!top_.isLoopSimplifyForm() || isLarge()) {
             return false;
         }
-        findGuards();
         bool decidesAny = false;
         for (bool again = true; again;) {
             again = false;
@@ -98,25 +123,58 @@ public:
         return decidesAny && claims_.size() <= mostClaims;
     }
 
+    /// Finds out whether everything but looks can be decided in front of the loop. What is found
+    /// may take for granted that all branches have gone their way in the turns before: then the
+    /// first that would not is one for which the condition does not hold.
+    bool planAll() {
+        if (!top_.isLoopSimplifyForm() || isLarge()) {
+            return false;
+        }
+        std::vector<Guard*> assumed;
+        for (Guard& guard : guards_) {
+            if (!guard.isDecided() && !isLook(guard)) {
+                guard.isAssumed = true;
+                assumed.push_back(&guard);
+            }
+        }
+        const auto reached = findKnown();
+        std::erase_if(assumed, [&](Guard* guard) {
+            guard->isAssumed = false;
+            return !reached.contains(guard->branch->getParent());
+        });
+        return !assumed.empty() && std::all_of(assumed.begin(), assumed.end(), [&](Guard* guard) {
+            return decide(*guard) && guard->isDecided();
+        }) && claims_.size() <= mostClaims;
+    }
+
+    /// Such a version of a loop that is inside another is only for many turns. False: there are
+    /// few.
+    bool planInside() {
+        const BasicBlock* const latch = top_.getLoopLatch();
+        if (!top_.isInnermost() || latch == nullptr || !top_.isLoopExiting(latch)) {
+            return false;
+        }
+        const SCEV* const turns = evolution_.getExitCount(&top_, latch);
+        if (llvm::isa<llvm::SCEVCouldNotCompute>(turns) || !turns->getType()->isIntegerTy(64) ||
+            evolution_.getUnsignedRangeMax(turns).ult(fewestTurns) || !isKnownInFront(turns) ||
+            !planAll() || claims_.size() > mostClaimsInside) {
+            return false;
+        }
+        turns_ = turns;
+        return true;
+    }
+
     /// Computes the condition in front of the nest.
     void expandCondition() {
         llvm::Instruction* const end = top_.getLoopPreheader()->getTerminator();
         llvm::SCEVExpander expander(evolution_, end->getModule()->getDataLayout(), "bound");
-        llvm::IRBuilder<> ir(end);
-        condition_ = ir.getTrue();
-        for (const Part& part : unchanging_) {
-            Value* const holds = part.wanted ? part.value : ir.CreateNot(part.value);
-            // It may be computed from what is only fit for use inside.
-            condition_ = ir.CreateAnd(condition_, ir.CreateFreeze(holds));
-        }
+        const auto expanded = [&](const SCEV* number) {
+            return expander.expandCodeFor(number, number->getType(), end);
+        };
         for (const Claim& claim : claims_) {
-            llvm::Type* const type = claim.left->getType();
-            Value* const left = expander.expandCodeFor(claim.left, type, end);
-            Value* const right = expander.expandCodeFor(claim.right, type, end);
-            ir.SetInsertPoint(end);
-            condition_ = ir.CreateAnd(condition_,
-                                      ir.CreateFreeze(ir.CreateICmp(claim.predicate, left, right)));
+            sides_.emplace_back(expanded(claim.left), expanded(claim.right));
         }
+        turnsBack_ = turns_ != nullptr ? expanded(turns_) : nullptr;
     }
 
     /// Makes the version with all checks and takes what is decided out of the other one.
@@ -133,17 +191,63 @@ public:
         llvm::remapInstructionsInBlocks(made, copies);
         enterExits(copies);
         markSlow(copies);
-        llvm::IRBuilder<> ir(before->getTerminator());
-        BasicBlock* const header = top_.getHeader();
-        ir.CreateCondBr(condition_, header, llvm::cast<BasicBlock>(copies[header]),
-                        llvm::MDBuilder(function.getContext()).createBranchWeights(1U << 20, 1));
-        before->getTerminator()->eraseFromParent();
+        choose(*before, *llvm::cast<BasicBlock>(copies[top_.getHeader()]));
         for (const Guard& guard : guards_) {
             takeOut(guard);
         }
     }
 
 private:
+    bool isLarge() const {
+        std::size_t instructions = 0;
+        for (const BasicBlock* const block : top_.blocks()) {
+            instructions += block->size();
+        }
+        return instructions > mostInstructions;
+    }
+
+    /// Whether all that the version takes for granted holds.
+    Value* condition(llvm::IRBuilder<>& ir) const {
+        // What is compared may be computed from what is only fit for use inside.
+        Value* all = ir.getTrue();
+        for (const Part& part : unchanging_) {
+            all = ir.CreateAnd(
+                all, ir.CreateFreeze(part.wanted ? part.value : ir.CreateNot(part.value)));
+        }
+        for (std::size_t i = 0; i < claims_.size(); ++i) {
+            all = ir.CreateAnd(all, ir.CreateFreeze(ir.CreateICmp(
+                                        claims_[i].predicate, sides_[i].first, sides_[i].second)));
+        }
+        return all;
+    }
+
+    /// Enters one of the versions.
+    void choose(BasicBlock& before, BasicBlock& slow) {
+        llvm::LLVMContext& context = before.getContext();
+        llvm::MDNode* const likely = llvm::MDBuilder(context).createBranchWeights(1U << 20, 1);
+        BasicBlock* const header = top_.getHeader();
+        llvm::Instruction* const end = before.getTerminator();
+        llvm::IRBuilder<> ir(end);
+        if (turnsBack_ == nullptr) {
+            ir.CreateCondBr(condition(ir), header, &slow, likely);
+            end->eraseFromParent();
+            return;
+        }
+        // What the condition compares is only used behind the first question, and sinks there.
+        BasicBlock* const asks =
+            BasicBlock::Create(context, "version", header->getParent(), header);
+        BasicBlock* const other = BasicBlock::Create(context, "few", header->getParent(), &slow);
+        ir.CreateCondBr(ir.CreateFreeze(ir.CreateICmpUGE(turnsBack_, ir.getInt64(fewestTurns))),
+                        asks, other);
+        end->eraseFromParent();
+        ir.SetInsertPoint(asks);
+        ir.CreateCondBr(condition(ir), header, other, likely);
+        ir.SetInsertPoint(other);
+        ir.CreateBr(&slow);
+        header->replacePhiUsesWith(&before, asks);
+        slow.replacePhiUsesWith(&before, other);
+    }
+
     // What branches there are ---------------------------------------------------------------------
 
     static void addParts(Value* condition, bool wanted, std::vector<Part>& parts) {
@@ -197,45 +301,81 @@ private:
         return guard.open.size() < before;
     }
 
-    /// What the nest goes through if all decided branches go their way, and which values follow.
-    void findKnown() {
-        const auto isDecided = [&](const BasicBlock& from, const BasicBlock& to) {
-            for (const Guard& guard : guards_) {
-                if (guard.branch->getParent() == &from && guard.isDecided()) {
-                    return guard.branch->getSuccessor(guard.likely) != &to;
-                }
+    using Blocks = llvm::SmallPtrSet<const BasicBlock*, 32>;
+
+    /// The block goes on to another one as far as decided branches let it.
+    bool goesOn(const BasicBlock& from, const BasicBlock& to) const {
+        for (const Guard& guard : guards_) {
+            if (guard.branch->getParent() == &from && guard.isDecided()) {
+                return guard.branch->getSuccessor(guard.likely) == &to;
             }
-            return false;
-        };
-        llvm::SmallPtrSet<const BasicBlock*, 32> reached = {top_.getHeader()};
+        }
+        return true;
+    }
+
+    /// What the nest goes through if all decided branches go their way; finds which values follow.
+    Blocks findKnown() {
+        Blocks reached = {top_.getHeader()};
         std::vector<const BasicBlock*> open = {top_.getHeader()};
         while (!open.empty()) {
             const BasicBlock* const block = open.back();
             open.pop_back();
             for (const BasicBlock* const next : llvm::successors(block)) {
-                if (top_.contains(next) && !isDecided(*block, *next) &&
-                    reached.insert(next).second) {
+                if (top_.contains(next) && goesOn(*block, *next) && reached.insert(next).second) {
                     open.push_back(next);
                 }
             }
         }
-        for (BasicBlock* const block : top_.blocks()) {
-            if (loops_.isLoopHeader(block) || !reached.contains(block)) {
-                continue;
+        findCopies(reached);
+        return reached;
+    }
+
+    /// Follows the phis of which only one value is left. Those of loops begin as the value in front
+    /// of the loop, and are no copy if another one turns out to come back.
+    void findCopies(const Blocks& reached) {
+        llvm::DenseMap<const Value*, Value*> same; // what is not there may be anything yet
+        const auto stands = [&](Value* value) -> Value* {
+            const auto* const phi = llvm::dyn_cast<llvm::PHINode>(value);
+            if (phi == nullptr || !reached.contains(phi->getParent())) {
+                return value;
             }
-            for (llvm::PHINode& phi : block->phis()) {
-                Value* only = nullptr;
-                bool isOne = evolution_.isSCEVable(phi.getType());
-                for (unsigned i = 0; isOne && i < phi.getNumIncomingValues(); ++i) {
-                    const BasicBlock* const from = phi.getIncomingBlock(i);
-                    if (reached.contains(from) && !isDecided(*from, *block)) {
-                        isOne = only == nullptr || only == phi.getIncomingValue(i);
-                        only = phi.getIncomingValue(i);
+            const auto found = same.find(phi);
+            return found != same.end() ? found->second : nullptr;
+        };
+        const auto valueOf = [&](llvm::PHINode& phi) -> Value* {
+            Value* only = nullptr;
+            for (unsigned i = 0; i < phi.getNumIncomingValues(); ++i) {
+                const BasicBlock* const from = phi.getIncomingBlock(i);
+                if (top_.contains(from) &&
+                    (!reached.contains(from) || !goesOn(*from, *phi.getParent()))) {
+                    continue;
+                }
+                Value* const each = stands(phi.getIncomingValue(i));
+                if (each != nullptr && each != &phi && only != nullptr && each != only) {
+                    return &phi;
+                }
+                only = each != nullptr && each != &phi ? each : only;
+            }
+            return only;
+        };
+        constexpr int mostRounds = 16;
+        bool again = true;
+        for (int round = 0; again && round < mostRounds; ++round) {
+            again = false;
+            for (BasicBlock* const block : top_.blocks()) {
+                for (auto phi = block->phis().begin();
+                     reached.contains(block) && phi != block->phis().end(); ++phi) {
+                    Value* const value = stands(&*phi) != &*phi ? valueOf(*phi) : &*phi;
+                    if (value != nullptr && value != stands(&*phi)) {
+                        same[&*phi] = value;
+                        again = true;
                     }
                 }
-                if (isOne && only != nullptr) {
-                    known_[&phi] = simplified(evolution_.getSCEV(only));
-                }
+            }
+        }
+        for (const auto& [phi, value] : same) {
+            if (!again && value != phi && evolution_.isSCEVable(phi->getType())) {
+                known_[phi] = simplified(evolution_.getSCEV(value));
             }
         }
     }
@@ -258,6 +398,11 @@ private:
         const SCEV* const a = evolution_.getSCEV(compare.getOperand(0));
         const SCEV* const b = evolution_.getSCEV(compare.getOperand(1));
         at_ = at.getParent();
+        if (const auto* const limit = llvm::dyn_cast<llvm::SCEVConstant>(b);
+            limit != nullptr && claimInside(predicate, a, limit->getAPInt())) {
+            return true;
+        }
+        pending_.clear();
         if (predicate == P::ICMP_NE) { // as LLVM writes it for what has not come to a limit yet
             return claimLess(P::ICMP_SLT, a, b) || (pending_.clear(), claimLess(P::ICMP_SLT, b, a));
         }
@@ -265,6 +410,39 @@ private:
             return claimLess(P::getSwappedPredicate(predicate), b, a);
         }
         return (P::isLT(predicate) || P::isLE(predicate)) && claimLess(predicate, a, b);
+    }
+
+    /// A comparison with a constant asks for an interval, also where the ends of 64 bits are used
+    /// to ask for both of its sides at once.
+    bool claimInside(ICmpInst::Predicate predicate, const SCEV* number, const llvm::APInt& limit) {
+        llvm::ConstantRange wanted = llvm::ConstantRange::makeExactICmpRegion(predicate, limit);
+        if (const auto* const sum = llvm::dyn_cast<llvm::SCEVAddExpr>(number)) {
+            if (const auto* const added = llvm::dyn_cast<llvm::SCEVConstant>(sum->getOperand(0))) {
+                number = evolution_.getMinusSCEV(number, added);
+                wanted = wanted.subtract(added->getAPInt());
+            }
+        }
+        if (wanted.isEmptySet() || wanted.isFullSet() || wanted.isSignWrappedSet()) {
+            return false;
+        }
+        const llvm::APInt low = wanted.getSignedMin();
+        const llvm::APInt high = wanted.getSignedMax();
+        if (!low.isMinSignedValue()) {
+            const SCEV* const least = bound(number, false);
+            if (least == nullptr ||
+                !claim(ICmpInst::ICMP_SGE, least, evolution_.getConstant(low))) {
+                return false;
+            }
+        }
+        const SCEV* const most = !high.isMaxSignedValue() ? bound(number, true) : nullptr;
+        return high.isMaxSignedValue() ||
+               (most != nullptr && claim(ICmpInst::ICMP_SLE, most, evolution_.getConstant(high)));
+    }
+
+    bool claimBetweenKnown(std::int64_t low, const SCEV* least, const SCEV* most,
+                           std::int64_t high) {
+        return claim(ICmpInst::ICMP_SGE, least, constant(low)) &&
+               claim(ICmpInst::ICMP_SLE, most, constant(high));
     }
 
     bool claimLess(ICmpInst::Predicate predicate, const SCEV* a, const SCEV* b) {
@@ -304,6 +482,12 @@ private:
                claim(ICmpInst::ICMP_SLE, number, constant(high));
     }
 
+    bool isKnownInFront(const SCEV* number) {
+        llvm::Instruction* const end = top_.getLoopPreheader()->getTerminator();
+        llvm::SCEVExpander expander(evolution_, end->getModule()->getDataLayout(), "bound");
+        return evolution_.isLoopInvariant(number, &top_) && expander.isSafeToExpandAt(number, end);
+    }
+
     /// The largest or smallest value that the number has whenever at_ is reached, as a signed one:
     /// something that is known in front of the nest; null if nothing is found.
     const SCEV* bound(const SCEV* number, bool largest, unsigned depth = 0) {
@@ -312,9 +496,7 @@ private:
             return nullptr;
         }
         if (evolution_.isLoopInvariant(number, &top_)) {
-            llvm::Instruction* const end = top_.getLoopPreheader()->getTerminator();
-            llvm::SCEVExpander expander(evolution_, end->getModule()->getDataLayout(), "bound");
-            return expander.isSafeToExpandAt(number, end) ? number : nullptr;
+            return isKnownInFront(number) ? number : nullptr;
         }
         switch (number->getSCEVType()) {
         case llvm::scAddRecExpr:
@@ -362,9 +544,14 @@ private:
 
     /// Of a number that grows or falls by the same step in each turn of a loop.
     const SCEV* boundOfSteps(const llvm::SCEVAddRecExpr& steps, bool largest, unsigned depth) {
-        const auto* const step =
-            steps.isAffine() ? llvm::dyn_cast<llvm::SCEVConstant>(steps.getOperand(1)) : nullptr;
-        if (step == nullptr || step->getAPInt().abs().ugt(largestStep)) {
+        if (!steps.isAffine()) {
+            return nullptr;
+        }
+        const auto* const step = llvm::dyn_cast<llvm::SCEVConstant>(steps.getOperand(1));
+        if (step == nullptr) {
+            return boundOfUnknownSteps(steps, largest, depth);
+        }
+        if (step->getAPInt().abs().ugt(largestStep)) {
             return nullptr;
         }
         const bool grows = step->getAPInt().isStrictlyPositive();
@@ -395,6 +582,33 @@ private:
         }
         return bound(evolution_.getAddExpr(steps.getStart(), evolution_.getMulExpr(step, turns)),
                      largest, depth + 1);
+    }
+
+    /// The same if only bounds of the step are known, which may be negative or zero.
+    const SCEV* boundOfUnknownSteps(const llvm::SCEVAddRecExpr& steps, bool largest,
+                                    unsigned depth) {
+        const SCEV* const turns = turnsUntil(*steps.getLoop());
+        if (turns == nullptr) {
+            return nullptr;
+        }
+        const auto ends = [&](const SCEV* number) {
+            return std::pair(bound(number, false, depth + 1), bound(number, true, depth + 1));
+        };
+        const auto [lowest, highest] = ends(steps.getStart());
+        const auto [least, greatest] = ends(steps.getOperand(1));
+        const auto [fewest, most] = ends(turns);
+        // A loop inside may be passed by, which looks like one turn less than none.
+        const std::int64_t none = steps.getLoop() == &top_ ? 0 : -1;
+        if (lowest == nullptr || highest == nullptr || least == nullptr || greatest == nullptr ||
+            fewest == nullptr || most == nullptr ||
+            !claimBetweenKnown(-farthest, lowest, highest, farthest) ||
+            !claimBetweenKnown(-largestUnknownStep, least, greatest, largestUnknownStep) ||
+            !claimBetweenKnown(none, fewest, most, mostUnknownTurns)) {
+            return nullptr;
+        }
+        const SCEV* const way = largest ? evolution_.getSMaxExpr(greatest, constant(0))
+                                        : evolution_.getSMinExpr(least, constant(0));
+        return evolution_.getAddExpr(largest ? highest : lowest, evolution_.getMulExpr(way, most));
     }
 
     /// How often the loop has gone back when at_ is reached for the last time; null if unknown.
@@ -487,8 +701,35 @@ private:
     std::vector<Claim> pending_; // of the part that is looked at
     const BasicBlock* at_ = nullptr;
     llvm::ValueToSCEVMapTy known_; // values that decided branches leave only one way to get
-    Value* condition_ = nullptr;
+    const SCEV* turns_ = nullptr;  // how often it goes back, if that has to be asked
+    // What stands in front of the nest:
+    std::vector<std::pair<Value*, Value*>> sides_; // of the claims
+    Value* turnsBack_ = nullptr;                   // null if all numbers of turns will do
 };
+
+/// The outermost loop's version, if there is one, and those of loops inside it, in this order.
+void planNest(const Nest& fresh, Loop& top, std::vector<Nest>& nests) {
+    if (top.isInnermost()) {
+        Nest all = fresh;
+        if (all.planAll()) {
+            nests.push_back(std::move(all));
+            return;
+        }
+    }
+    Nest outer = fresh;
+    const bool isVersion = outer.plan();
+    std::vector<Nest> inside;
+    for (Loop* const loop : top.getLoopsInPreorder()) {
+        Nest inner(isVersion ? outer : fresh, *loop);
+        if (loop != &top && inner.planInside()) {
+            inside.push_back(std::move(inner));
+        }
+    }
+    if (isVersion) {
+        nests.push_back(std::move(outer));
+    }
+    std::move(inside.begin(), inside.end(), std::back_inserter(nests));
+}
 
 } // namespace
 
@@ -502,10 +743,7 @@ llvm::PreservedAnalyses LoopVersionsPass::run(llvm::Function& function,
     const auto& dominators = analyses.getResult<llvm::DominatorTreeAnalysis>(function);
     std::vector<Nest> nests;
     for (Loop* const top : loops) {
-        Nest nest(*top, evolution, dominators, loops);
-        if (nest.plan()) {
-            nests.push_back(std::move(nest));
-        }
+        planNest(Nest(*top, evolution, dominators, loops), *top, nests);
     }
     for (Nest& nest : nests) {
         nest.expandCondition();

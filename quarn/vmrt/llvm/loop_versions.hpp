@@ -16,6 +16,11 @@ namespace QN::VMRT {
 /// with the turns of loops whose numbers of turns are known, directly or because a branch that is
 /// decided skips the code that makes it unknown.
 ///
+/// An innermost loop in which branches stay undecided gets a version of its own if all of them can
+/// be decided in front of it, where it goes back at least fifteen times. There it is taken for
+/// granted that the unlikely side was never taken in the turns before, so that arrays which could
+/// grow keep their sizes. Such a loop that is outermost, too, gets only that version.
+///
 /// Requires: simplified loops in LCSSA form, rotated for the best result. Keeps: what the function
 /// does. Invalidates: everything.
 struct LoopVersionsPass : llvm::PassInfoMixin<LoopVersionsPass> {
