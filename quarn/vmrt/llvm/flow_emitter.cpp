@@ -208,13 +208,26 @@ bool FunctionEmitter::looksInside(const Block& header) const {
 
 llvm::BasicBlock* FunctionEmitter::edge(const Block& from, const Block& to) {
     if (order_.indexOf(to) <= order_.indexOf(from)) {
-        return looksInside(to) ? blocks_[to.id()] : poll(to, blocks_[to.id()]);
+        return looksInside(to) ? wayBack(to) : poll(to, blocks_[to.id()]);
     }
     llvm::BasicBlock* const preheader = preheaders_[to.id()];
     llvm::BasicBlock* const target = preheader != nullptr ? preheader : blocks_[to.id()];
     const bool begins =
         looksInside(from) && loops_.isInside(loops_.innermost(to), loops_.innermost(from));
     return begins ? poll(from, target) : target;
+}
+
+/// Where the turns of the loop of that header meet at their end. A header to which several blocks
+/// lead back is the header of several loops for LLVM, of which only the innermost is counted.
+llvm::BasicBlock* FunctionEmitter::wayBack(const Block& header) {
+    llvm::BasicBlock*& made = waysBack_[header.id()];
+    if (made == nullptr) {
+        const llvm::IRBuilder<>::InsertPointGuard guard(ir_);
+        made = newBlock("back");
+        ir_.SetInsertPoint(made);
+        ir_.CreateBr(blocks_[header.id()]);
+    }
+    return made;
 }
 
 /// The status with which all polls leave. Their block is not the one of other traps, and does

@@ -15,6 +15,7 @@ FunctionEmitter::FunctionEmitter(UnitEmitter& unit, UnitFunction& function)
       loops_(cfg_) {
     blocks_.resize(cfg_.blockIdLimit());
     polls_.resize(cfg_.blockIdLimit());
+    waysBack_.resize(cfg_.blockIdLimit());
     preheaders_.resize(cfg_.blockIdLimit());
     isRare_.resize(cfg_.blockIdLimit());
     values_.resize(cfg_.nodeIdLimit());

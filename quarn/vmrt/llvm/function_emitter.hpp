@@ -76,6 +76,7 @@ private:
     void emitCount(const Node& node);
     llvm::BasicBlock* edge(const Block& from, const Block& to);
     llvm::BasicBlock* poll(const Block& header, llvm::BasicBlock* target);
+    llvm::BasicBlock* wayBack(const Block& header);
     llvm::PHINode& interrupted();
     [[nodiscard]] bool looksInside(const Block& header) const;
     void guardCall(const Node& node, const UnitFunction& callee);
@@ -190,6 +191,7 @@ private:
 
     std::vector<llvm::BasicBlock*> blocks_;             // by block id
     std::vector<llvm::BasicBlock*> polls_;              // by block id
+    std::vector<llvm::BasicBlock*> waysBack_;           // by the header's id
     std::vector<llvm::BasicBlock*> preheaders_;         // by block id
     std::vector<bool> isRare_;                          // by block id
     std::vector<llvm::Value*> values_;                  // by node id
