@@ -3,9 +3,11 @@
 #include <qn/array_value.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace QN {
 namespace {
@@ -15,20 +17,127 @@ struct alignas(16) OwnBuffer : ArrayBuffer {
     [[nodiscard]] void* elements() noexcept { return this + 1; }
 };
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool keepsBuffers = false; // so that it sees what is used after it was freed
+#else
+constexpr bool keepsBuffers = true;
+#endif
+
+/// Small buffers that were freed, for the next ones of their size: a loop that copies a short array
+/// in each turn takes the same one again and again. A list for each 32 bytes, with at most eight
+/// buffers in it: about 40 KB in all, for each thread.
+class KeptBuffers {
+public:
+    static constexpr std::size_t largest = 512;
+
+    /// Whether buffers of this capacity are kept.
+    [[nodiscard]] static constexpr bool isFor(std::size_t capacity) noexcept {
+        return keepsBuffers && capacity <= largest;
+    }
+    /// The bytes that the elements of such a buffer take.
+    [[nodiscard]] static constexpr std::size_t roundedUp(std::size_t capacity) noexcept {
+        return listOf(capacity) * grain;
+    }
+    /// A buffer of at least this capacity that was given back; null if there is none.
+    [[nodiscard]] OwnBuffer* take(std::size_t capacity) noexcept {
+        List& list = lists_[listOf(capacity)];
+        OwnBuffer* const taken = list.first;
+        if (taken != nullptr) {
+            list.first = nextOf(*taken);
+            --list.count;
+        }
+        return taken;
+    }
+    void give(OwnBuffer& buffer) noexcept {
+        if (!isWatched_) {
+            emptyAtEnd();
+        }
+        List& list = lists_[listOf(buffer.capacity)];
+        if (list.count == most) {
+            std::free(&buffer); // NOLINT: taken by makeBuffer
+            return;
+        }
+        nextOf(buffer) = list.first;
+        list.first = &buffer;
+        ++list.count;
+    }
+
+private:
+    static constexpr std::size_t grain = 32;
+    static constexpr std::size_t most = 8;
+
+    struct List {
+        OwnBuffer* first = nullptr;
+        std::size_t count = 0;
+    };
+    [[nodiscard]] static constexpr std::size_t listOf(std::size_t capacity) noexcept {
+        return (capacity + grain - 1) / grain;
+    }
+    /// Where a buffer that is kept says which one comes behind it.
+    [[nodiscard]] static OwnBuffer*& nextOf(OwnBuffer& buffer) noexcept {
+        return *static_cast<OwnBuffer**>(buffer.elements());
+    }
+    /// Has the lists emptied when the thread ends; from then on nothing is kept.
+    void emptyAtEnd() noexcept;
+
+    std::array<List, largest / grain + 1> lists_{};
+    bool isWatched_ = false;
+};
+
+// Without a destructor of its own it is reached without asking whether it is there yet.
+[[gnu::tls_model("initial-exec")]] constinit thread_local KeptBuffers kept;
+
+void KeptBuffers::emptyAtEnd() noexcept {
+    struct AtEnd {
+        ~AtEnd() {
+            for (List& list : kept.lists_) {
+                while (list.first != nullptr) {
+                    std::free(std::exchange(list.first, nextOf(*list.first))); // NOLINT
+                }
+                list.count = most;
+            }
+        }
+    };
+    static thread_local const AtEnd atEnd;
+    isWatched_ = true;
+}
+
 void freeBuffer(ArrayBuffer& buffer) noexcept {
-    std::free(static_cast<OwnBuffer*>(&buffer)); // NOLINT: taken by makeBuffer
+    auto& own = static_cast<OwnBuffer&>(buffer);
+    if (KeptBuffers::isFor(own.capacity)) {
+        kept.give(own);
+    } else {
+        std::free(&own); // NOLINT: taken by makeBuffer
+    }
+}
+
+/// Memory for a buffer and elements of that capacity, all of them zeros where `zeros` says so.
+void* memoryFor(std::size_t capacity, bool zeros) {
+    void* memory = nullptr;
+    if (KeptBuffers::isFor(capacity)) {
+        memory = kept.take(capacity);
+        if (memory == nullptr) {
+            memory = std::malloc(sizeof(OwnBuffer) + KeptBuffers::roundedUp(capacity));
+        }
+        if (zeros && memory != nullptr) {
+            std::memset(static_cast<OwnBuffer*>(memory)->elements(), 0, capacity);
+        }
+    } else {
+        // The system gives zeros for large pieces without touching them.
+        memory = zeros ? std::calloc(1, sizeof(OwnBuffer) + capacity)
+                       : std::malloc(sizeof(OwnBuffer) + capacity);
+    }
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
 }
 
 /// A buffer with one reference whose first `zeros` bytes are zero.
 OwnBuffer& makeBuffer(std::size_t capacity, std::size_t zeros) {
-    // The system gives zeros for large pieces without touching them.
-    void* const memory = zeros == capacity ? std::calloc(1, sizeof(OwnBuffer) + capacity)
-                                           : std::malloc(sizeof(OwnBuffer) + capacity);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    auto* const made = new (memory) OwnBuffer{{1, capacity, freeBuffer}};
-    if (zeros != capacity) {
+    auto* const made =
+        new (memoryFor(capacity, zeros == capacity)) OwnBuffer{{1, capacity, freeBuffer}};
+    if (zeros != capacity && zeros != 0) {
         std::memset(made->elements(), 0, zeros);
     }
     return *made;
@@ -37,7 +146,7 @@ OwnBuffer& makeBuffer(std::size_t capacity, std::size_t zeros) {
 } // namespace
 
 std::size_t ArrayValue::elementBytes(ScalarKind kind) noexcept {
-    constexpr std::size_t bytes[scalarKindCount] = {8, 1, 1, 2, 4, 8, 1, 2, 4, 8};
+    static constexpr std::size_t bytes[scalarKindCount] = {8, 1, 1, 2, 4, 8, 1, 2, 4, 8};
     return bytes[static_cast<std::size_t>(kind)];
 }
 
@@ -70,8 +179,11 @@ void ArrayValue::copyElements() {
     const std::size_t bytes = static_cast<std::size_t>(numel()) * elementBytes(kind_);
     OwnBuffer& buffer = makeBuffer(bytes, 0);
     std::memcpy(buffer.elements(), data_, bytes);
-    ArrayValue copy(kind_, rows_, cols_, buffer.elements(), buffer);
-    swap(copy);
+    data_ = buffer.elements();
+    ArrayBuffer& shared = *std::exchange(buffer_, &buffer);
+    if (--shared.references == 0) {
+        shared.release(shared);
+    }
 }
 
 void ArrayValue::resize(std::int64_t rows, std::int64_t cols) {

@@ -1,0 +1,91 @@
+// The elements of arrays: what is taken again after it was freed is as new.
+#include <qn/array_value.hpp>
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+using namespace QN;
+
+namespace {
+
+constexpr std::uint64_t garbage = 0x0101010101010101;
+
+/// Sizes around those of which freed buffers are kept, and around their steps.
+constexpr std::int64_t sizes[] = {1, 3, 4, 5, 8, 63, 64, 65, 100, 1000};
+
+ArrayValue filled(std::int64_t size) {
+    ArrayValue array(ScalarKind::Double, 1, size);
+    for (std::int64_t i = 1; i <= size; ++i) {
+        array.set(i, garbage);
+    }
+    return array;
+}
+
+/// Frees more buffers of each size than are kept.
+void freeMany() {
+    for (const std::int64_t size : sizes) {
+        std::vector<ArrayValue> arrays;
+        for (int i = 0; i < 20; ++i) {
+            arrays.push_back(filled(size));
+        }
+    }
+}
+
+} // namespace
+
+TEST(ArrayValue, ElementsAreZeroAgainAfterOthersWereFreed) {
+    freeMany();
+    for (const std::int64_t size : sizes) {
+        std::vector<ArrayValue> arrays;
+        for (int i = 0; i < 20; ++i) {
+            arrays.emplace_back(ScalarKind::Double, 1, size);
+            for (std::int64_t at = 1; at <= size; ++at) {
+                ASSERT_EQ(arrays.back().get(at), 0U) << "element " << at << " of " << size;
+            }
+            std::memset(arrays.back().writableData(), 1, static_cast<std::size_t>(size) * 8);
+        }
+    }
+}
+
+TEST(ArrayValue, ElementsThatAnArrayGrowsByAreZero) {
+    freeMany();
+    for (const std::int64_t size : sizes) {
+        ArrayValue array = filled(size);
+        for (const std::int64_t longer : {size + 1, size + 2, size + size / 2 + 1, 3 * size}) {
+            array.resize(1, longer);
+            for (std::int64_t at = 1; at <= longer; ++at) {
+                ASSERT_EQ(array.get(at), at <= size ? garbage : 0) << at << " of " << longer;
+            }
+        }
+    }
+}
+
+TEST(ArrayValue, ACopyThatIsWrittenToLeavesTheOtherOne) {
+    for (const std::int64_t size : sizes) {
+        const ArrayValue array = filled(size);
+        for (int turn = 0; turn < 20; ++turn) {
+            ArrayValue copy = array;
+            copy.set(size, 7);
+            ArrayValue another = copy;
+            copy = ArrayValue();
+            another.set(1, 8);
+            EXPECT_EQ(another.get(1), 8U);
+            EXPECT_EQ(another.get(size), size == 1 ? 8U : 7U);
+            EXPECT_EQ(array.get(1), garbage);
+            EXPECT_EQ(array.get(size), garbage);
+        }
+    }
+}
+
+TEST(ArrayValue, ThreadsKeepBuffersOfTheirOwn) {
+    ArrayValue from;
+    std::thread([&from] {
+        freeMany();
+        from = filled(5);
+    }).join();
+    EXPECT_EQ(from.get(5), garbage);
+    from = ArrayValue(); // freed by another thread than the one that took it
+    std::thread(freeMany).join();
+}
