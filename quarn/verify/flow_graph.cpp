@@ -5,14 +5,118 @@ namespace QN::verification {
 
 void FlowGraph::build(const std::vector<Successors>& successors) {
     rows_.assign(successors.size(), Row());
-    order_.clear();
-    parent_.clear();
+    numReachable_ = 0;
     if (successors.empty()) {
         return;
     }
+    walkInPostorder(successors);
+    if (!takeInOrder(successors)) {
+        takeInAnyOrder(successors);
+    }
+}
+
+// Reverse postorder
+
+void FlowGraph::walkInPostorder(const std::vector<Successors>& successors) {
+    order_.resize(successors.size());
+    stack_.resize(2 * successors.size() + 1); // an entry for each edge at most
+    Row* const rows = rows_.data();
+    std::uint32_t* const order = order_.data();
+    std::uint32_t* const stack = stack_.data();
+    std::size_t left = 0;
+    std::size_t depth = 0;
+    stack[depth++] = 0;
+    while (depth != 0) {
+        const std::uint32_t block = stack[depth - 1];
+        Row& row = rows[block];
+        if (row.state == Row::New) {
+            row.state = Row::Entered;
+            for (const std::uint32_t next : successors[block]) {
+                if (next != none && rows[next].state == Row::New) {
+                    stack[depth++] = next;
+                }
+            }
+            continue;
+        }
+        --depth;
+        if (row.state == Row::Entered) {
+            row.state = Row::Left;
+            order[left++] = block;
+        }
+    }
+    numReachable_ = static_cast<std::uint32_t>(left);
+}
+
+// All ways to a block that do not pass it before are known when its turn comes, if each edge back
+// leads to a dominator of the block that it comes from; a way over such an edge passed that block
+// before. False if there is another edge back.
+bool FlowGraph::takeInOrder(const std::vector<Successors>& successors) {
+    rows_[0].depth = 1;
+    for (std::uint32_t i = numReachable_; i-- > 0;) {
+        const std::uint32_t block = order_[i];
+        if (block != 0) {
+            hang(block, rows_[block].immediate);
+        }
+        for (const std::uint32_t next : successors[block]) {
+            if (next == none) {
+                continue;
+            }
+            Row& row = rows_[next];
+            if (row.depth == 0) { // its turn has not come
+                row.immediate = row.immediate == none ? block : common(row.immediate, block);
+            } else if (!dominates(next, block)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+void FlowGraph::hang(std::uint32_t block, std::uint32_t under) noexcept {
+    const Row& over = rows_[under];
+    const Row& far = rows_[over.jump];
+    const bool goesFarther = over.depth - far.depth == far.depth - rows_[far.jump].depth;
+    const std::uint32_t jump = goesFarther ? far.jump : under;
+    Row& row = rows_[block];
+    row.immediate = under;
+    row.depth = over.depth + 1;
+    row.jump = jump;
+}
+
+/// The ancestor of a block at a depth; the block itself if it does not lie deeper.
+std::uint32_t FlowGraph::ancestorAt(std::uint32_t depth, std::uint32_t block) const noexcept {
+    while (rows_[block].depth > depth) {
+        const Row& row = rows_[block];
+        block = rows_[row.jump].depth >= depth ? row.jump : row.immediate;
+    }
+    return block;
+}
+
+/// The deepest block that dominates both.
+std::uint32_t FlowGraph::common(std::uint32_t a, std::uint32_t b) const noexcept {
+    a = ancestorAt(rows_[b].depth, a);
+    b = ancestorAt(rows_[a].depth, b);
+    while (a != b) { // at the same depth, from which jumps lead to the same depth
+        const bool jumps = rows_[a].jump != rows_[b].jump;
+        a = jumps ? rows_[a].jump : rows_[a].immediate;
+        b = jumps ? rows_[b].jump : rows_[b].immediate;
+    }
+    return a;
+}
+
+// Lengauer and Tarjan
+
+void FlowGraph::takeInAnyOrder(const std::vector<Successors>& successors) {
+    number_.assign(successors.size(), none);
+    order_.clear();
+    parent_.clear();
     walk(successors);
     findDominators(successors);
-    nest();
+    rows_.assign(successors.size(), Row());
+    rows_[0].depth = 1;
+    for (std::uint32_t w = 1; w < numReachable_; ++w) { // a dominator has a smaller number
+        hang(order_[w], order_[dominator_[w]]);
+    }
 }
 
 void FlowGraph::walk(const std::vector<Successors>& successors) {
@@ -24,15 +128,15 @@ void FlowGraph::walk(const std::vector<Successors>& successors) {
         stack_.pop_back();
         const std::uint32_t from = stack_.back();
         stack_.pop_back();
-        if (rows_[block].number != none) {
+        if (number_[block] != none) {
             continue;
         }
         const auto number = static_cast<std::uint32_t>(order_.size());
-        rows_[block].number = number;
+        number_[block] = number;
         order_.push_back(block);
         parent_.push_back(from);
         for (const std::uint32_t next : successors[block]) {
-            if (next != none && rows_[next].number == none) {
+            if (next != none && number_[next] == none) {
                 stack_.push_back(number);
                 stack_.push_back(next);
             }
@@ -69,7 +173,7 @@ void FlowGraph::findDominators(const std::vector<Successors>& successors) {
     for (const std::uint32_t block : order_) {
         for (const std::uint32_t next : successors[block]) {
             if (next != none) {
-                ++firstIn_[rows_[next].number];
+                ++firstIn_[number_[next]];
             }
         }
     }
@@ -82,7 +186,7 @@ void FlowGraph::findDominators(const std::vector<Successors>& successors) {
     for (std::uint32_t number = 0; number < count; ++number) {
         for (const std::uint32_t next : successors[order_[number]]) {
             if (next != none) {
-                in_[--firstIn_[rows_[next].number]] = number;
+                in_[--firstIn_[number_[next]]] = number;
             }
         }
     }
@@ -116,29 +220,6 @@ void FlowGraph::findDominators(const std::vector<Successors>& successors) {
         if (dominator_[w] != semi_[w]) {
             dominator_[w] = dominator_[dominator_[w]];
         }
-        rows_[order_[w]].immediate = order_[dominator_[w]];
-    }
-}
-
-// A dominator has a smaller number than what it dominates, so one pass backwards counts subtrees
-// and one forwards hands out intervals.
-void FlowGraph::nest() {
-    const auto count = static_cast<std::uint32_t>(order_.size());
-    std::vector<std::uint32_t>& size = label_; // not needed any more, as semi_
-    size.assign(count, 1);
-    for (std::uint32_t w = count; w-- > 1;) {
-        size[dominator_[w]] += size[w];
-    }
-    std::vector<std::uint32_t>& nextFree = semi_;
-    nextFree.assign(count, 0);
-    for (std::uint32_t w = 0; w < count; ++w) {
-        Row& row = rows_[order_[w]];
-        if (w > 0) {
-            row.enter = nextFree[dominator_[w]];
-            nextFree[dominator_[w]] += size[w];
-        }
-        row.leave = row.enter + size[w];
-        nextFree[w] = row.enter + 1;
     }
 }
 

@@ -532,15 +532,16 @@ bool QuickLook::flowIsRight(const VerifyOptions& options) {
 
 void QuickLook::buildFlow() {
     const EntityTable::View view = table_.view();
-    successors_.assign(blocks_.size(), {FlowGraph::none, FlowGraph::none});
-    for (std::size_t i = 0; i < blocks_.size(); ++i) {
-        const Node& end = *blocks_[i]->last();
-        std::size_t side = 0;
-        const std::size_t first = end.op() == Op::Br ? 1 : 0;
-        const bool leads = end.op() == Op::Br || end.op() == Op::Jump;
-        for (std::size_t k = first; leads && k < end.numOperands(); ++k) {
-            successors_[i][side++] = placeIn(*view.find(end.operands()[k].valueRef().bits()));
-        }
+    successors_.clear();
+    for (const Block* const block : blocks_) {
+        const Node& end = *block->last();
+        const auto target = [&](std::size_t operand) {
+            return placeIn(*view.find(end.operands()[operand].valueRef().bits()));
+        };
+        const bool branches = end.op() == Op::Br;
+        const bool leads = branches || end.op() == Op::Jump;
+        successors_.push_back({leads ? target(branches ? 1 : 0) : FlowGraph::none,
+                               branches ? target(2) : FlowGraph::none});
     }
     flow_.build(successors_);
 }
