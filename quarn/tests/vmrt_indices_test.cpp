@@ -77,12 +77,21 @@ ArrayValue fourNumbers() {
     return array;
 }
 
-class VmrtIndices : public ::testing::TestWithParam<const char*> {};
+struct Body {
+    const char* name;
+    const char* text;
+};
+
+class VmrtIndices : public ::testing::TestWithParam<Body> {};
+
+void PrintTo(const Body& body, std::ostream* out) {
+    *out << body.name;
+}
 
 } // namespace
 
 TEST_P(VmrtIndices, TrapAsTheEvaluatorDoes) {
-    const auto scope = parsed(loopOver(GetParam()));
+    const auto scope = parsed(loopOver(GetParam().text));
     Function& function = *scope->find("f");
     const ArrayValue array = fourNumbers();
     for (const auto level : allLevels) {
@@ -104,5 +113,9 @@ TEST_P(VmrtIndices, TrapAsTheEvaluatorDoes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Bodies, VmrtIndices,
-                         ::testing::Values(twoWait, crossed, behindAnAccess, besideOneWithout,
-                                           besideOtherBounds, beyond));
+                         ::testing::Values(Body{"twoWait", twoWait}, Body{"crossed", crossed},
+                                           Body{"behindAnAccess", behindAnAccess},
+                                           Body{"besideOneWithout", besideOneWithout},
+                                           Body{"besideOtherBounds", besideOtherBounds},
+                                           Body{"beyond", beyond}),
+                         [](const auto& body) { return std::string(body.param.name); });
