@@ -1,9 +1,7 @@
 // See compiler.hpp.
 #include "vmrt/llvm/compiler.hpp"
 
-#include "vmrt/llvm/loop_pieces.hpp"
-#include "vmrt/llvm/loop_versions.hpp"
-#include "vmrt/llvm/whole_sums.hpp"
+#include "vmrt/llvm/passes.hpp"
 
 #include <algorithm>
 #include <llvm/Analysis/CGSCCPassManager.h>
@@ -18,17 +16,12 @@
 #include <llvm/Support/raw_ostream.h>
 #include <llvm/Target/TargetMachine.h>
 #include <llvm/TargetParser/Host.h>
-#include <llvm/Transforms/InstCombine/InstCombine.h>
+#include <llvm/Transforms/IPO/GlobalDCE.h>
 #include <llvm/Transforms/Scalar/EarlyCSE.h>
-#include <llvm/Transforms/Scalar/LICM.h>
-#include <llvm/Transforms/Scalar/LoopPassManager.h>
-#include <llvm/Transforms/Scalar/LoopRotation.h>
 #include <llvm/Transforms/Scalar/SCCP.h>
 #include <llvm/Transforms/Scalar/SROA.h>
 #include <llvm/Transforms/Scalar/SimplifyCFG.h>
 #include <llvm/Transforms/Utils/Cloning.h>
-#include <llvm/Transforms/Utils/LCSSA.h>
-#include <llvm/Transforms/Utils/LoopSimplify.h>
 #include <stdexcept>
 #include <string>
 
@@ -155,51 +148,47 @@ struct Compiler::Parts {
         const bool makesVersions = tuning.LoopVectorization;
         builder->registerVectorizerStartEPCallback(
             [makesVersions](llvm::FunctionPassManager& passes, llvm::OptimizationLevel) {
-                addLoopVersions(passes, makesVersions);
+                addLoopPasses(passes, makesVersions);
             });
         ofOneFunction = makePipelineOfOneFunction();
-    }
-
-    /// Takes what LLVM's vectorizer does not understand out of loops: checks, by making versions
-    /// without them, and looks for an interruption, but for one now and then.
-    static void addLoopVersions(llvm::FunctionPassManager& passes, bool makesVersions) {
-        passes.addPass(llvm::LoopSimplifyPass());
-        passes.addPass(llvm::LCSSAPass());
-        if (makesVersions) {
-            passes.addPass(WholeSumsPass());
-            passes.addPass(LoopVersionsPass());
-            passes.addPass(llvm::SimplifyCFGPass());
-            passes.addPass(llvm::InstCombinePass());
-            passes.addPass(llvm::LoopSimplifyPass());
-            passes.addPass(llvm::LCSSAPass());
-        }
-        passes.addPass(LoopPiecesPass());
-        passes.addPass(llvm::LoopSimplifyPass());
-        passes.addPass(llvm::LCSSAPass());
-        if (makesVersions) {
-            llvm::LoopPassManager loops;
-            loops.addPass(llvm::LICMPass(llvm::LICMOptions()));
-            loops.addPass(llvm::LoopRotatePass());
-            passes.addPass(
-                llvm::createFunctionToLoopPassAdaptor(std::move(loops), /*UseMemorySSA=*/true));
-        }
     }
 
     /// What the default pipeline does to a module in which there is nothing to inline and nobody to
     /// tell about the function.
     llvm::ModulePassManager makePipelineOfOneFunction() {
         const llvm::OptimizationLevel level = passLevel(config.jitOptimizationLevel());
+        llvm::ModulePassManager passes;
+        if (level == llvm::OptimizationLevel::O2) {
+            llvm::FunctionPassManager all;
+            addDefaultPasses(all);
+            passes.addPass(llvm::createModuleToFunctionPassAdaptor(std::move(all)));
+            return passes;
+        }
         llvm::FunctionPassManager early;
         early.addPass(llvm::SimplifyCFGPass());
         early.addPass(llvm::SROAPass(llvm::SROAOptions::ModifyCFG));
         early.addPass(llvm::EarlyCSEPass());
         early.addPass(llvm::SCCPPass());
-        llvm::ModulePassManager passes;
         passes.addPass(llvm::createModuleToFunctionPassAdaptor(std::move(early)));
         passes.addPass(llvm::createModuleToFunctionPassAdaptor(
             builder->buildFunctionSimplificationPipeline(level, llvm::ThinOrFullLTOPhase::None)));
         passes.addPass(
             builder->buildModuleOptimizationPipeline(level, llvm::ThinOrFullLTOPhase::None));
+        return passes;
+    }
+
+    /// The same for a module of several functions. The inliner in it serves for one run only.
+    llvm::ModulePassManager makePipelineOfSeveral() {
+        const llvm::OptimizationLevel level = passLevel(config.jitOptimizationLevel());
+        if (level != llvm::OptimizationLevel::O2) {
+            return builder->buildPerModuleDefaultPipeline(level);
+        }
+        llvm::ModulePassManager passes =
+            builder->buildModuleSimplificationPipeline(level, llvm::ThinOrFullLTOPhase::None);
+        llvm::FunctionPassManager vectors;
+        addDefaultVectorPasses(vectors);
+        passes.addPass(llvm::createModuleToFunctionPassAdaptor(std::move(vectors)));
+        passes.addPass(llvm::GlobalDCEPass());
         return passes;
     }
 
@@ -235,10 +224,7 @@ void Compiler::optimize(llvm::Module& module) {
     if (defined == 1) {
         parts_->ofOneFunction.run(module, parts_->ofModules);
     } else {
-        // The inliner in it serves for one run only.
-        parts_->builder
-            ->buildPerModuleDefaultPipeline(passLevel(parts_->config.jitOptimizationLevel()))
-            .run(module, parts_->ofModules);
+        parts_->makePipelineOfSeveral().run(module, parts_->ofModules);
     }
     parts_->ofModules.clear();
     parts_->ofCallGraphs.clear();
