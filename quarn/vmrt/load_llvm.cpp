@@ -22,7 +22,7 @@ std::string folderOfThisLibrary() {
 LlvmFactory loadFactory() {
     // It stays loaded: LLVM's own tables refer to each other until the process ends.
     void* const library =
-        dlopen((folderOfThisLibrary() + llvmLibraryFile).c_str(), RTLD_NOW | RTLD_LOCAL);
+        dlopen((folderOfThisLibrary() + llvmLibraryFile).c_str(), RTLD_LAZY | RTLD_LOCAL);
     if (library == nullptr) {
         throw std::runtime_error(dlerror());
     }
