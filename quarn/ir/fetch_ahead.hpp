@@ -7,16 +7,61 @@
 
 #include <qn/scope.hpp>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
 namespace QN::detail {
 
+/// The memory of a graph that will be walked soon, for who fetches it a little at a time while he
+/// walks another. Asked for all at once, the processor stands still until it has taken note of the
+/// last.
+class Upcoming {
+public:
+    Upcoming() noexcept = default;
+    /// Reads nothing but the graph itself. Chunks of most pools lie one behind the other, and a
+    /// graph's first block or variable in the first.
+    explicit Upcoming(const Cfg& graph) noexcept {
+        constexpr std::uintptr_t chunkBytes = 1024;
+        constexpr std::size_t most = std::size_t{8} << 10; // more would push itself out again
+        auto first = reinterpret_cast<std::uintptr_t>(graph.entry());
+        if (graph.firstVar() != nullptr) {
+            first = std::min(first, reinterpret_cast<std::uintptr_t>(graph.firstVar()));
+        }
+        if (first != 0) {
+            const std::size_t bytes = graph.pool().bytesAllocated() + line; // about heads of chunks
+            next_ = first / chunkBytes * chunkBytes;
+            end_ = next_ + std::min(bytes, most);
+        }
+    }
+
+    [[nodiscard]] bool empty() const noexcept { return next_ == end_; }
+    /// Fetches two lines.
+    void fetchSome() noexcept {
+        __builtin_prefetch(reinterpret_cast<const void*>(next_));
+        __builtin_prefetch(reinterpret_cast<const void*>(next_ + line));
+        next_ = end_ - next_ > 2 * line ? next_ + 2 * line : end_;
+    }
+    void fetchRest() noexcept {
+        while (!empty()) {
+            fetchSome();
+        }
+    }
+
+private:
+    static constexpr std::size_t line = 64;
+    std::uintptr_t next_ = 0;
+    std::uintptr_t end_ = 0;
+};
+
 /// Each function comes in steps, as one has to be there to know where the next lies: itself, its
-/// graph, the graph's first memory, then that memory. Function `i` is the one about to be worked
-/// on.
-inline void fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, std::size_t i) {
+/// graph, the graph's first memory, then that memory. All but the last, which is left to the
+/// caller: the graph that it is of is returned, null if there is none. Function `i` is the one
+/// about to be worked on.
+inline const Cfg* fetchHeadsAhead(const std::vector<std::unique_ptr<Function>>& functions,
+                                  std::size_t i) {
     constexpr std::size_t line = 64;
     const auto fetch = [](const auto* object) {
         for (std::size_t at = 0; at < sizeof *object; at += line) {
@@ -38,7 +83,12 @@ inline void fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, 
         __builtin_prefetch(functions[i + 2]->paramTypes().data());
         graph->pool().fetchAheadOfThat();
     }
-    if (const Cfg* const graph = graphOf(i + 1); graph != nullptr) {
+    return graphOf(i + 1);
+}
+
+/// The same, and all of that memory at once.
+inline void fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, std::size_t i) {
+    if (const Cfg* const graph = fetchHeadsAhead(functions, i); graph != nullptr) {
         graph->pool().fetchAhead();
     }
 }

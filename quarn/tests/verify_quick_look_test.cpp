@@ -231,6 +231,64 @@ TEST(QuickLook, SaysTheSameOfDamagedGraphs) {
     EXPECT_LT(doubtedInVain, graphs / 50);
 }
 
+TEST(QuickLook, SaysTheSameOfDamagedFunctionsAndScopes) {
+    std::mt19937 random(3);
+    std::size_t broken = 0;
+    constexpr std::size_t rounds = 3000;
+    for (std::size_t round = 0; round < rounds; ++round) {
+        const auto scope = tools::generate({static_cast<std::uint32_t>(1 + round % 20)});
+        Scope& child = scope->addChild(ScopeFlavor::Unit, "child");
+        child.addFunction("inner", Type::f64())->deleteCfg();
+        const auto& all = scope->functions();
+        Function& function = *all[random() % all.size()];
+        Function& other = *all[random() % all.size()];
+        const Type* const types[] = {Type::f64(), Type::voidType(), nullptr, Type::i64(),
+                                     Type::array(ScalarKind::Double)};
+        const Type* const type = types[random() % std::size(types)];
+        auto& params = cut(&function, FunctionParams());
+        switch (random() % 9) {
+        case 0:
+            function.setLine(random() % 2 == 0 ? 1U << 24 : (1U << 24) - 1);
+            break;
+        case 1:
+            cut(&function, FunctionResult()) = type;
+            break;
+        case 2:
+            params.push_back(type);
+            break;
+        case 3:
+            if (!params.empty()) {
+                params[random() % params.size()] = type;
+            }
+            break;
+        case 4:
+            cut(&function, FunctionScope()) = random() % 2 == 0 ? &child : scope.get();
+            break;
+        case 5:
+            cut(&function, FunctionName()) = random() % 2 == 0 ? other.name() : "nobody";
+            break;
+        case 6:
+            cut(&function, FunctionName()) = "";
+            break;
+        case 7:
+            cut(&child, ScopeParent()) = random() % 2 == 0 ? nullptr : &child;
+            break;
+        default:
+            cut(random() % 2 == 0 ? &child : scope.get(), ScopeFlavorField()) =
+                static_cast<ScopeFlavor>(random() % 4);
+        }
+        const VerifyOptions options = {.unreachableBlocks = true};
+        VerifyOptions thorough = options;
+        thorough.thorough = true;
+        const Verification found = verify(*scope, thorough);
+        ASSERT_EQ(textOf(verify(*scope, options)), textOf(found)) << "round " << round;
+        broken += found.ok() ? 0 : 1;
+        cut(&child, ScopeParent()) = scope.get();
+    }
+    EXPECT_GT(broken, rounds / 3);
+    EXPECT_LT(broken, rounds);
+}
+
 TEST(QuickLook, IsEnoughForSoundGraphs) {
     for (std::uint32_t seed = 1; seed <= 100; ++seed) {
         const auto scope = tools::generate({seed});

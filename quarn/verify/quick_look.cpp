@@ -25,16 +25,22 @@ constexpr std::uint32_t unitsOf() {
 QuickLook::QuickLook() : types_(typeTable()) {}
 
 bool QuickLook::findsNothing(const Function& function, const Scope* scope,
-                             const VerifyOptions& options) {
+                             const VerifyOptions& options, detail::Upcoming& upcoming) {
     function_ = &function;
     graph_ = &function.cfg();
     result_ = types_.codeOf(function.resultType());
-    if (&graph_->function() != function_ || result_ == TypeCode::none || !start() || !listVars() ||
-        !listConstants() || !listCallees(scope) || !listBlocks()) {
+    // Callees come first, so that the functions that they lead to are there when calls are met.
+    if (&graph_->function() != function_ || result_ == TypeCode::none ||
+        function.line() >= lineLimit || !start() || !listCallees(scope) || !listVars()) {
+        return false;
+    }
+    fetchSignatures();
+    if (!listConstants() || !listBlocks()) {
         return false;
     }
     for (const Block* const block : blocks_) {
-        if (!lookAtNodes(*block)) {
+        if (upcoming.empty() ? !lookAtNodes<false>(*block, upcoming)
+                             : !lookAtNodes<true>(*block, upcoming)) {
             return false;
         }
     }
@@ -104,6 +110,23 @@ bool QuickLook::namesDiffer() {
         }
     }
     return true;
+}
+
+// Scopes
+
+bool QuickLook::findsNothing(const Scope& scope) {
+    for (const auto& child : scope.children()) {
+        if (child == nullptr || child->parent() != &scope || child->flavor() < scope.flavor()) {
+            return false;
+        }
+    }
+    for (const auto& function : scope.functions()) {
+        if (function == nullptr || &function->scope() != &scope || function->name().empty() ||
+            scope.find(function->name()) != function.get()) {
+            return false;
+        }
+    }
+    return scope.flavor() <= ScopeFlavor::Unit;
 }
 
 // Variables
@@ -244,9 +267,22 @@ bool QuickLook::listCallees(const Scope* scope) {
         ends_.lists += at->hasUses() ? 1 : 0;
         names_.push_back(name);
         targets_.push_back(scope != nullptr ? scope->lookUp(name) : nullptr);
+        if (targets_.back() != nullptr) {
+            const auto* const target = reinterpret_cast<const std::byte*>(targets_.back());
+            __builtin_prefetch(target);
+            __builtin_prefetch(target + sizeof(Function) - 1);
+        }
         previous = at;
     }
     return graph_->lastCallee() == previous && namesDiffer();
+}
+
+void QuickLook::fetchSignatures() const {
+    for (const Function* const target : targets_) {
+        if (target != nullptr) {
+            __builtin_prefetch(target->paramTypes().data());
+        }
+    }
 }
 
 // Blocks and nodes
@@ -308,8 +344,10 @@ bool QuickLook::findNode(std::uint32_t at, EntityTable::Range& held) {
     return other.previousUseRef().bits() == place && other.valueRef() == operand.valueRef();
 }
 
-bool QuickLook::lookAtNodes(const Block& block) {
+template <bool fetchesOthers>
+bool QuickLook::lookAtNodes(const Block& block, detail::Upcoming& upcoming) {
     constexpr std::ptrdiff_t prefetchBytes = 768; // most nodes lie one behind the other
+    detail::Upcoming others = upcoming;
     const EntityTable::View view = table_.view();
     const std::uint32_t blockRef = referenceTo(&block);
     const std::uint32_t idLimit = graph_->nodeIdLimit();
@@ -324,7 +362,11 @@ bool QuickLook::lookAtNodes(const Block& block) {
             return false;
         }
         const Node& node = *Ref<Node>::fromBits(at);
-        __builtin_prefetch(reinterpret_cast<const char*>(&node) + prefetchBytes);
+        if (fetchesOthers && !others.empty()) {
+            others.fetchSome();
+        } else {
+            __builtin_prefetch(reinterpret_cast<const char*>(&node) + prefetchBytes);
+        }
         const auto count = static_cast<std::uint32_t>(node.numOperands());
         if (node.kind() != EntityKind::Node || node.id() >= idLimit || isSeen(node.id()) ||
             node.previousRef().bits() != previous || node.blockRef().bits() != blockRef ||
@@ -368,6 +410,9 @@ bool QuickLook::lookAtNodes(const Block& block) {
         number += factsOf(1, 0);
     }
     const std::uint32_t found = (number - start) / factsOf(1, 0);
+    if (fetchesOthers) {
+        upcoming = others;
+    }
     held_ = held;
     ends_ = ends;
     numNodes_ += found;

@@ -21,6 +21,7 @@
 // It refers to nothing between them.
 #pragma once
 
+#include "ir/fetch_ahead.hpp"
 #include "verify/entity_table.hpp"
 #include "verify/flow_graph.hpp"
 #include "verify/node_rules.hpp"
@@ -39,10 +40,14 @@ class QuickLook {
 public:
     QuickLook();
 
-    /// Whether no check of graphs and nodes can fail on the graph of the function. Names of callees
-    /// are looked up from `scope` on; null if nothing is to be looked up.
+    /// Whether no check of functions, graphs and nodes can fail on the function, which has a graph.
+    /// Names of callees are looked up from `scope` on; null if nothing is to be looked up. Fetches
+    /// from `upcoming` on the way.
     [[nodiscard]] bool findsNothing(const Function& function, const Scope* scope,
-                                    const VerifyOptions& options);
+                                    const VerifyOptions& options, detail::Upcoming& upcoming);
+
+    /// Whether no check of scopes can fail on this one, whatever is in its functions and scopes.
+    [[nodiscard]] static bool findsNothing(const Scope& scope);
 
     /// Bytes of the largest tables.
     [[nodiscard]] std::size_t tableBytes() const noexcept { return table_.bytes(); }
@@ -98,9 +103,11 @@ private:
     void clearConstants(std::size_t expected);
     bool isNewConstant(const Const& constant, std::uint32_t reference);
     bool listCallees(const Scope* scope);
+    void fetchSignatures() const;
     bool namesDiffer();
     bool listBlocks();
-    bool lookAtNodes(const Block& block);
+    template <bool fetchesOthers>
+    bool lookAtNodes(const Block& block, detail::Upcoming& upcoming);
     bool lookAtLate(const Late& late);
     bool findNode(std::uint32_t at, EntityTable::Range& held);
     bool linksAreRight(const EntityTable::View& view, const Operand& operand, std::uint32_t place,

@@ -108,24 +108,31 @@ public:
         : options_(options), sink_(result_, options_) {}
 
     /// `scope` is where the function really lies, null if names cannot be looked up from there.
-    void function(const Function& function, const Scope* scope) {
+    /// `upcoming` is the graph of the function after it.
+    void function(const Function& function, const Scope* scope, detail::Upcoming upcoming = {}) {
         const std::size_t before = sink_.described();
-        runAll(functionChecks, function, sink_);
-        if (function.hasCfg() &&
-            (options_.thorough || !tools_.quickLook.findsNothing(function, scope, options_))) {
+        if (!function.hasCfg()) {
+            runAll(functionChecks, function, sink_);
+        } else if (options_.thorough ||
+                   !tools_.quickLook.findsNothing(function, scope, options_, upcoming)) {
             ++result_.numDoubted_;
+            runAll(functionChecks, function, sink_);
             graph(function, scope);
         }
+        upcoming.fetchRest();
         sink_.sortFrom(before);
     }
 
     void scope(const Scope& scope, bool parentsAreSound) {
-        runAll(scopeChecks, scope, sink_);
+        if (options_.thorough || !QuickLook::findsNothing(scope)) {
+            runAll(scopeChecks, scope, sink_);
+        }
         const std::vector<std::unique_ptr<Function>>& functions = scope.functions();
         for (std::size_t i = 0; i < functions.size(); ++i) {
-            detail::fetchAhead(functions, i);
+            const Cfg* const next = detail::fetchHeadsAhead(functions, i);
+            const auto upcoming = next == nullptr ? detail::Upcoming() : detail::Upcoming(*next);
             if (functions[i] != nullptr) {
-                function(*functions[i], parentsAreSound ? &scope : nullptr);
+                function(*functions[i], parentsAreSound ? &scope : nullptr, upcoming);
             }
         }
         for (const auto& child : scope.children()) {
