@@ -33,10 +33,6 @@ std::uint64_t headerOf(const void* address) noexcept {
     return header;
 }
 
-std::intptr_t roomBetween(const std::byte* from, const std::byte* to) noexcept {
-    return reinterpret_cast<std::intptr_t>(to) - reinterpret_cast<std::intptr_t>(from);
-}
-
 bool allBytesAre(const void* address, std::size_t bytes, unsigned char value) noexcept {
     const auto* const first = static_cast<const unsigned char*>(address);
     return std::all_of(first, first + bytes, [value](unsigned char byte) { return byte == value; });
@@ -44,12 +40,9 @@ bool allBytesAre(const void* address, std::size_t bytes, unsigned char value) no
 
 } // namespace
 
-// What a pool with records notes of an allocation is one word: its size and, in the three bits that
-// a multiple of 8 leaves free, its kind. Allocations of a chunk follow each other, so the words
-// and the chunks' starts tell all addresses when somebody asks.
+// A pool with records notes one word of each allocation. Allocations of a chunk follow each other,
+// so the words and the chunks' starts tell all addresses when somebody asks.
 struct Pool::Checks {
-    using Word = std::uint64_t;
-    static_assert(entityKindCount <= 8);
     static constexpr std::size_t firstWords = 64;
     static constexpr std::size_t moreWords = 512;
 
@@ -60,34 +53,22 @@ struct Pool::Checks {
 
     explicit Checks(bool withCanaries) : canaries(withCanaries) {}
 
-    [[nodiscard]] static Word wordFor(std::size_t bytes, EntityKind kind) noexcept {
-        return bytes | static_cast<Word>(kind);
-    }
-
-    [[nodiscard]] std::size_t count() const noexcept {
-        return words.empty()
-                   ? 0
-                   : inFullWords + static_cast<std::size_t>(nextWord - words.back().get());
-    }
-
-    void addWords() {
-        const std::size_t before = count();
-        const std::size_t room = words.empty() ? firstWords : moreWords;
-        words.push_back(std::make_unique_for_overwrite<Word[]>(room));
-        inFullWords = before;
-        nextWord = words.back().get();
-        wordsEnd = nextWord + room;
-    }
-
     bool canaries;
-    std::byte* plainEnd = nullptr; // of the chunk, null if allocations have canaries around them
     std::byte* chunkEnd = nullptr;
-    Word* nextWord = nullptr;
-    Word* wordsEnd = nullptr;
+    RecordWord* wordsEnd = nullptr;
     std::size_t inFullWords = 0;
-    std::vector<std::unique_ptr<Word[]>> words;
+    std::vector<std::unique_ptr<RecordWord[]>> words;
     std::vector<ChunkStart> chunks;    // oldest first
     std::vector<const void*> released; // in order of release
+
+    /// The words that there are hold `count` records and are full; returns the first of more.
+    RecordWord* addWords(std::size_t count) {
+        const std::size_t room = words.empty() ? firstWords : moreWords;
+        words.push_back(std::make_unique_for_overwrite<RecordWord[]>(room));
+        inFullWords = count;
+        wordsEnd = words.back().get() + room;
+        return words.back().get();
+    }
 };
 
 Pool::Pool(PoolKind kind) : kind_(kind) {
@@ -131,29 +112,34 @@ void Pool::addChunk(std::size_t atLeast) {
     reservedPeak = std::max(reservedPeak, reservedNow);
     if (checks_ != nullptr) {
         checks_->chunkEnd = limit_;
-        checks_->plainEnd = checks_->canaries ? nullptr : limit_;
         limit_ = nullptr;
-        checks_->chunks.push_back({next_, checks_->count()});
+        checks_->chunks.push_back({next_, recordCount()});
+        limitRecords();
     }
 }
 
-// In a pool with records every allocation comes here, so there is a short way through.
-void* Pool::allocateSlowly(std::size_t bytes, EntityKind kind) {
-    if (checks_ == nullptr) {
-        return allocateInNewChunk(bytes);
+std::size_t Pool::recordCount() const noexcept {
+    return checks_->words.empty()
+               ? 0
+               : checks_->inFullWords +
+                     static_cast<std::size_t>(nextRecord_ - checks_->words.back().get());
+}
+
+// An allocation takes 8 bytes at least, so the words that are left are enough for 8 times as many
+// bytes, and one limit stands for both.
+void Pool::limitRecords() noexcept {
+    if (checks_->canaries) {
+        return;
     }
-    Checks& checks = *checks_;
-    std::byte* const result = next_;
-    if (roomBetween(result, checks.plainEnd) < static_cast<std::intptr_t>(bytes) ||
-        checks.nextWord == checks.wordsEnd) [[unlikely]] {
+    const auto words = static_cast<std::size_t>(checks_->wordsEnd - nextRecord_);
+    const auto bytes = static_cast<std::size_t>(checks_->chunkEnd - next_);
+    recordLimit_ = next_ + std::min(bytes, 8 * words);
+}
+
+void* Pool::allocateSlowly(std::size_t bytes, EntityKind kind) {
+    if (checks_ != nullptr) {
         return allocateChecked(bytes, kind);
     }
-    next_ = result + bytes;
-    *checks.nextWord++ = Checks::wordFor(bytes, kind);
-    return result;
-}
-
-void* Pool::allocateInNewChunk(std::size_t bytes) {
     addChunk(bytes);
     std::byte* const result = next_;
     next_ += bytes;
@@ -162,22 +148,23 @@ void* Pool::allocateInNewChunk(std::size_t bytes) {
 
 void* Pool::allocateChecked(std::size_t bytes, EntityKind kind) {
     Checks& checks = *checks_;
-    if (checks.nextWord == checks.wordsEnd) {
-        checks.addWords();
+    if (nextRecord_ == checks.wordsEnd) {
+        nextRecord_ = checks.addWords(recordCount());
     }
     const std::size_t all = checks.canaries ? bytes + 2 * canaryBytes : bytes;
-    if (roomBetween(next_, checks.chunkEnd) < static_cast<std::intptr_t>(all)) {
+    if (bytesTo(checks.chunkEnd) < static_cast<std::intptr_t>(all)) {
         addChunk(all);
     }
     std::byte* result = next_;
     next_ += all;
     if (checks.canaries) {
-        const std::uint64_t header = headerMagic | checks.count();
+        const std::uint64_t header = headerMagic | recordCount();
         std::memcpy(result, &header, sizeof header);
         result += canaryBytes;
         std::memset(result, canaryByte, bytes + canaryBytes);
     }
-    *checks.nextWord++ = Checks::wordFor(bytes, kind);
+    *nextRecord_++ = recordOf(bytes, kind);
+    limitRecords();
     return result;
 }
 
@@ -252,20 +239,20 @@ std::vector<Pool::Record> Pool::records() const {
     std::sort(released.begin(), released.end());
     const std::size_t before = checks_->canaries ? canaryBytes : 0;
     const std::size_t around = 2 * before;
-    const std::size_t count = checks_->count();
+    const std::size_t count = recordCount();
     records.reserve(count);
     auto chunk = checks_->chunks.begin();
     std::byte* at = nullptr;
     for (const auto& words : checks_->words) {
-        const Checks::Word* word = words.get();
+        const RecordWord* word = words.get();
         const std::size_t room =
             &words == &checks_->words.front() ? Checks::firstWords : Checks::moreWords;
-        for (const Checks::Word* const end = word + std::min(room, count - records.size());
+        for (const RecordWord* const end = word + std::min(room, count - records.size());
              word != end; ++word) {
             while (chunk != checks_->chunks.end() && chunk->record == records.size()) {
                 at = chunk++->address;
             }
-            constexpr Checks::Word kinds = 7;
+            constexpr RecordWord kinds = 7;
             const std::size_t bytes = *word & ~kinds;
             void* const address = at + before;
             records.push_back({address, bytes, static_cast<EntityKind>(*word & kinds),

@@ -129,6 +129,26 @@ TEST(Pool, RecordsAreThoseOfAllAllocationsInOrder) {
     }
 }
 
+// The least that an allocation can take, and nothing: there are more records than the chunks' bytes
+// would let expect.
+TEST(Pool, RecordsOfTheSmallestAllocations) {
+    const HookOn on(TSFEAT_QUARNPoolInternalLeakDetection);
+    Pool pool;
+    std::vector<Pool::Record> made;
+    for (std::size_t i = 0; i < 6000; ++i) {
+        const std::size_t bytes = i < 2000 ? 8 : i < 4000 ? 0 : i % 3 * 8;
+        const auto kind = static_cast<EntityKind>(i % entityKindCount);
+        made.push_back({pool.allocate(bytes, kind), bytes, kind, false});
+    }
+    const std::vector<Pool::Record> records = pool.records();
+    ASSERT_EQ(records.size(), made.size());
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        ASSERT_EQ(records[i].address, made[i].address) << i;
+        ASSERT_EQ(records[i].bytes, made[i].bytes) << i;
+        ASSERT_EQ(records[i].kind, made[i].kind) << i;
+    }
+}
+
 TEST(Pool, CanariesCatchWritesOutside) {
     const HookOn on(TSFEAT_QUARNPoolSanityChecks);
     Pool pool;

@@ -101,9 +101,15 @@ public:
     /// used up.
     [[nodiscard]] void* allocate(std::size_t bytes, EntityKind kind = EntityKind::Other) {
         bytes = (bytes + 7) & ~std::size_t{7};
-        if (room() >= static_cast<std::intptr_t>(bytes)) [[likely]] {
-            std::byte* const result = next_;
+        std::byte* const result = next_;
+        if (bytesTo(limit_) >= static_cast<std::intptr_t>(bytes)) [[likely]] {
             next_ += bytes;
+            return result;
+        }
+        // In line as well: a call would cost three times what there is to do.
+        if (bytes != 0 && bytesTo(recordLimit_) >= static_cast<std::intptr_t>(bytes)) {
+            next_ += bytes;
+            *nextRecord_++ = recordOf(bytes, kind);
             return result;
         }
         return allocateSlowly(bytes, kind);
@@ -172,20 +178,30 @@ private:
         std::size_t bytes; // with this header
     };
     struct Checks;
+    /// What is noted of an allocation: its size and, in the three bits that a multiple of 8 leaves
+    /// free, its kind.
+    using RecordWord = std::uint64_t;
+    static_assert(entityKindCount <= 8);
+    [[nodiscard]] static RecordWord recordOf(std::size_t bytes, EntityKind kind) noexcept {
+        return bytes | static_cast<RecordWord>(kind);
+    }
 
     void* allocateSlowly(std::size_t bytes, EntityKind kind);
-    [[gnu::noinline]] void* allocateInNewChunk(std::size_t bytes);
     void* allocateChecked(std::size_t bytes, EntityKind kind);
-    /// Bytes up to limit_; less than 0 if that is null.
-    [[nodiscard]] std::intptr_t room() const noexcept {
-        return reinterpret_cast<std::intptr_t>(limit_) - reinterpret_cast<std::intptr_t>(next_);
+    /// Less than 0 if `limit` is null.
+    [[nodiscard]] std::intptr_t bytesTo(const std::byte* limit) const noexcept {
+        return reinterpret_cast<std::intptr_t>(limit) - reinterpret_cast<std::intptr_t>(next_);
     }
     void addChunk(std::size_t atLeast);
+    void limitRecords() noexcept;
+    [[nodiscard]] std::size_t recordCount() const noexcept;
 
-    // In a pool with records, limit_ stays null, so that every allocation takes the slow way;
-    // Checks then holds the real end of the chunk.
+    // A pool without records allocates up to limit_, one with records up to recordLimit_, before
+    // which there is also room for the records; the other limit is null.
     std::byte* next_ = nullptr;
     std::byte* limit_ = nullptr;
+    std::byte* recordLimit_ = nullptr;
+    RecordWord* nextRecord_ = nullptr;
     Chunk* chunk_ = nullptr;
     std::size_t reserved_ = 0;
     std::size_t inFullChunks_ = 0;
