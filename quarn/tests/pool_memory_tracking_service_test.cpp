@@ -129,6 +129,28 @@ TEST_F(PoolTracking, StatisticsByLevel) {
     EXPECT_THAT(lines[6], MatchesRegex(" +name +1 alive +3 bytes"));
 }
 
+TEST_F(PoolTracking, StatisticsAreThoseOfThePools) {
+    Scope unit(ScopeFlavor::Unit, "u");
+    Function& f = makeFunction(unit, "f");
+    Function& g = makeFunction(unit, "g");
+    fill(f, 300);
+    fill(g, 50);
+    f.cfg().remove(f.cfg().entry()->first());
+    service.setRequestedAfter(true);
+    service.setCollectPoolStats(true);
+    const auto sumOf = [&](auto number) {
+        return std::to_string(number(unit.pool()) + number(f.cfg().pool()) +
+                              number(g.cfg().pool()));
+    };
+    runOnScope("first", unit, [] { return false; });
+    EXPECT_THAT(linesOf(contentsOf(service.logFile())).at(0),
+                HasSubstr("after  first-scope_u: " +
+                          sumOf([](const Pool& pool) { return pool.bytesAllocated(); }) +
+                          " bytes allocated, 48 of them released, " +
+                          sumOf([](const Pool& pool) { return pool.bytesReserved(); }) +
+                          " reserved; all pools " + std::to_string(Pool::totalReserved())));
+}
+
 TEST_F(PoolTracking, LostNodesAreReportedWhereTheyWereLost) {
     const HookOn records(TSFEAT_QUARNCfgPoolInternalLeakDetection);
     Scope unit(ScopeFlavor::Unit, "u");
@@ -149,6 +171,28 @@ TEST_F(PoolTracking, LostNodesAreReportedWhereTheyWereLost) {
     console.clear();
     run("clean", f, [&] { return fill(f, 1); });
     EXPECT_EQ(console, "");
+}
+
+TEST_F(PoolTracking, OfManyLostNodesAFewAreNamed) {
+    const HookOn records(TSFEAT_QUARNCfgPoolInternalLeakDetection);
+    Scope unit(ScopeFlavor::Unit, "u");
+    Function& f = makeFunction(unit, "f");
+    service.setRequestedBefore(true);
+    const auto lose = [&](int count) {
+        run("leaky", f, [&] {
+            for (int i = 0; i < count; ++i) {
+                f.cfg().makeNode(Op::ToIndex, {}, Type::i64(),
+                                 std::vector<Entity*>{f.cfg().constantDouble(2)});
+            }
+            return true;
+        });
+    };
+    lose(10);
+    EXPECT_EQ(linesOf(console).size(), 11U);
+    console.clear();
+    lose(13);
+    ASSERT_EQ(linesOf(console).size(), 12U);
+    EXPECT_EQ(linesOf(console).back(), "  and 3 more");
 }
 
 TEST_F(PoolTracking, RemovedNodesAreNoLeaks) {
@@ -211,6 +255,20 @@ TEST_F(PoolTracking, OverrunAndUseAfterReleaseAreFoundOnce) {
     console.clear();
     run("clean", f, [] { return false; });
     EXPECT_EQ(console, "");
+}
+
+TEST_F(PoolTracking, DamageBetweenTwoRunsIsFoundBeforeTheSecond) {
+    const HookOn canaries(TSFEAT_QUARNPoolSanityChecks);
+    Scope unit(ScopeFlavor::Unit, "u");
+    Function& f = makeFunction(unit, "f");
+    fill(f, 2);
+    service.setRequestedAfter(true);
+    Node* const node = f.cfg().entry()->first();
+    std::memset(reinterpret_cast<char*>(node) - 4, 0, 4);
+    run("innocent", f, [] { return false; });
+    EXPECT_EQ(console,
+              "Pool damage found before innocent-fcn_f:\n"
+              "  node of 48 bytes in function 'f': the bytes before it have been written to\n");
 }
 
 // Each compilation has a scope of its own, which often lies where an earlier one lay.

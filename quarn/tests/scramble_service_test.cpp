@@ -11,6 +11,7 @@
 #include <qn/verify.hpp>
 
 #include <gmock/gmock.h>
+#include <stdexcept>
 
 using namespace QN;
 using namespace QN::testing_support;
@@ -257,6 +258,60 @@ TEST_F(Scramble, LimitStopsItAndCountIsReset) {
     const std::string untouched = qnelOf(*other);
     scrambleOnce(*other);
     EXPECT_EQ(qnelOf(*other), untouched);
+}
+
+// Whether a counter counts when a node traps depends on their order, and so does which one traps.
+TEST_F(Scramble, CountersAndWhatMayTrapKeepTheirOrder) {
+    constexpr const char* text = R"((function f f64
+  (param $a f64[])
+  (param $x f64)
+  (block b0
+    (count 0i64)
+    (%1 f64 load $x)
+    (%2 i64 toindex %1)
+    (count 1i64)
+    (%3 f64 mul %1 3)
+    (%4 i64 toindex %3)
+    (%5 f64 ldelem $a %2)
+    (%6 f64 add %3 4)
+    (count 2i64)
+    (%10 i64 numel $a)
+    (chkbounds %4 %10)
+    (%7 f64 ldelem:inb $a %4)
+    (%8 f64 add %5 %7)
+    (%9 f64 add %8 %6)
+    (ret %9)))
+)";
+    service.setRequestedBefore(true);
+    service.setScrambleLocalVars(false);
+    const auto orderIn = [](const Scope& scope) {
+        std::string order;
+        for (const Node& node : scope.find("f")->cfg().entry()->nodes()) {
+            if (node.op() == Op::Count || node.mayTrap() || node.has(OpFlag::Indexes)) {
+                order += std::to_string(node.id()) + ' ';
+            }
+        }
+        return order;
+    };
+    const std::string order = orderIn(*parse(text));
+    for (unsigned seed = 1; seed <= 100; ++seed) {
+        const auto scope = parse(text);
+        service.setSeed(seed);
+        scrambleOnce(*scope);
+        ASSERT_EQ(orderIn(*scope), order) << qnelOf(*scope);
+    }
+    EXPECT_GT(service.getCount(), 50U);
+}
+
+TEST_F(Scramble, WhatAFailedTransformHasLeftIsLeftAlone) {
+    const Transform fails{"fails", "throws",
+                          [](Function&) -> bool { throw std::runtime_error("failed"); }, nullptr};
+    service.setRequestedAfter(true);
+    const auto scope = parse(small);
+    const std::string before = qnelOf(*scope);
+    EXPECT_THROW(runTransform(fails, *scope->find("f")), std::runtime_error);
+    EXPECT_EQ(qnelOf(*scope), before);
+    EXPECT_EQ(service.getCount(), 0U);
 }
 
 TEST_F(Scramble, FilterAndSidesSelectRuns) {

@@ -228,6 +228,19 @@ TEST_F(Serializer, ServiceWritesAFilePerRunAndSide) {
     EXPECT_NE(qnelOf(*scope), before);
 }
 
+TEST_F(Serializer, EachFolderHasNumbersOfItsOwn) {
+    SerializerFbtService service(true, false);
+    Function& f = *scope->find("f");
+    const auto nothing = [] { return false; };
+    run("a", f, nothing);
+    run("b", f, nothing);
+    log.setLogDirectory(folder + "/other");
+    run("c", f, nothing);
+    EXPECT_THAT(filesIn(folder + "/serialized-ir"),
+                ElementsAre("0001-before-a-fcn_f.fbt", "0002-before-b-fcn_f.fbt"));
+    EXPECT_THAT(filesIn(folder + "/other/serialized-ir"), ElementsAre("0001-before-c-fcn_f.fbt"));
+}
+
 TEST_F(Serializer, FolderThatCannotBeMadeIsToldOnce) {
     SerializerFbtService service(false, true);
     log.setLogDirectory("/dev/null");

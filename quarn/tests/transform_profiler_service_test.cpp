@@ -1,13 +1,17 @@
 // The transform profiler: what is recorded, where the report goes, and its three forms.
 #include "tests/service_support.hpp"
 
+#include <qn/timer.hpp>
 #include <qn/transform_profiler_service.hpp>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 using namespace QN;
 using namespace QN::testing_support;
@@ -31,6 +35,24 @@ protected:
             return true;
         });
     }
+
+    /// The fields of the events in a report of values, without the headings.
+    std::vector<std::vector<std::string>> events() {
+        service.setDumpDestination(folder + "/events.csv");
+        service.dump();
+        std::vector<std::vector<std::string>> events;
+        for (const std::string& line : linesOf(contentsOf(folder + "/events.csv"))) {
+            std::istringstream stream(line);
+            std::vector<std::string>& fields = events.emplace_back();
+            for (std::string field; std::getline(stream, field, ',');) {
+                fields.push_back(field);
+            }
+        }
+        events.erase(events.begin());
+        return events;
+    }
+    /// Fields of an event.
+    enum { Record, Run, Name, Kind, Target, Start, Time, Before, After, PoolBefore, PoolAfter };
 
     Scope unit{ScopeFlavor::Unit, "u"};
     Function& f = *unit.addFunction("say \"hi\", \\o/\x01\xC3\xA9", Type::f64());
@@ -93,6 +115,103 @@ TEST_F(TransformProfiler, CountsRunsWhileASideIsRequested) {
     EXPECT_EQ(service.eventCount(), 0U);
 }
 
+TEST_F(TransformProfiler, RunsOverTheGlobalScopeAreAskedForSeparately) {
+    Scope global(ScopeFlavor::Global, "all");
+    Function& common = *global.addFunction("common", Type::f64());
+    const auto runBoth = [&] {
+        run("folding", common, [] { return false; });
+        run("folding", g, [] { return false; });
+    };
+    service.setRequestedBefore(true);
+    runBoth();
+    runBoth();
+    EXPECT_EQ(service.eventCount(), 2U);
+    service.setRequestedGlobalScope(true);
+    runBoth();
+    EXPECT_EQ(service.eventCount(), 4U);
+    service.setRequestedBefore(false); // the scope by itself selects no side
+    runBoth();
+    EXPECT_EQ(service.eventCount(), 4U);
+}
+
+// An event lies between the moments at which its run was asked for and had ended, and holds the
+// moments between which the transform acted; so by either clock.
+TEST_F(TransformProfiler, TimesAreThoseOfTheRuns) {
+    service.setRequestedAfter(true);
+    const bool counter = detail::timersUseCounter;
+    for (const bool uses : {counter, false}) {
+        detail::timersUseCounter = uses;
+        service.reset();
+        std::uint64_t outside[2];
+        std::uint64_t inside[2];
+        for (int i = 0; i < 2; ++i) { // the first tells the name and the moment that is zero
+            outside[0] = Timer::readClock();
+            run("slow", g, [&] {
+                inside[0] = Timer::readClock();
+                do {
+                    inside[1] = Timer::readClock();
+                } while (inside[1] - inside[0] < 100'000);
+                return false;
+            });
+            outside[1] = Timer::readClock();
+        }
+        const double microseconds = 1e6 * Timer::secondsPerTick();
+        const auto made = events();
+        ASSERT_EQ(made.size(), 2U);
+        const double rounded = 0.002;
+        const double time = std::stod(made[1][Time]);
+        EXPECT_GE(time, microseconds * static_cast<double>(inside[1] - inside[0]) - rounded);
+        EXPECT_LE(time, microseconds * static_cast<double>(outside[1] - outside[0]) + rounded);
+        EXPECT_EQ(made[0][Start], "0.000");
+        EXPECT_GE(std::stod(made[1][Start]), std::stod(made[0][Time]) - rounded);
+    }
+    detail::timersUseCounter = counter;
+}
+
+TEST_F(TransformProfiler, EventsHoldThePoolsBeforeAndAfter) {
+    Function& h = *unit.addFunction("h", Type::f64());
+    Builder(h.cfg(), h.cfg().addBlock()).ret(h.cfg().constantDouble(0));
+    service.setRequestedBefore(true);
+    const std::size_t before = Pool::totalReserved();
+    run("growing", h, [&] {
+        Builder builder(h.cfg(), *h.cfg().entry()->last());
+        for (int i = 0; i < 20'000; ++i) {
+            builder.toIndex(h.cfg().constantDouble(1));
+        }
+        return true;
+    });
+    const std::size_t after = Pool::totalReserved();
+    EXPECT_GT(after, before);
+    run("waiting", g, [] { return false; });
+    const auto made = events();
+    ASSERT_EQ(made.size(), 2U);
+    EXPECT_EQ(made[0][PoolBefore], std::to_string(before));
+    EXPECT_EQ(made[0][PoolAfter], std::to_string(after));
+    EXPECT_EQ(made[1][PoolBefore], std::to_string(after));
+    EXPECT_EQ(made[1][PoolAfter], std::to_string(after));
+}
+
+// Names are found again by their place, where another scope may have put another one since.
+TEST_F(TransformProfiler, NamesOfLaterScopesAreTheirOwn) {
+    service.setRequestedAfter(true);
+    std::set<const void*> places;
+    std::vector<std::string> expected;
+    for (int i = 0; i < 20; ++i) {
+        Scope scope(ScopeFlavor::Unit, "u");
+        expected.push_back("f" + std::to_string(i));
+        Function& function = *scope.addFunction(expected.back(), Type::f64());
+        places.insert(function.name().data());
+        run("folding", function, [] { return false; });
+        run("folding", function, [] { return false; });
+    }
+    EXPECT_LT(places.size(), 20U) << "no place was used again";
+    const auto made = events();
+    ASSERT_EQ(made.size(), 40U);
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        EXPECT_EQ(made[i][Target], expected[i / 2]);
+    }
+}
+
 TEST_F(TransformProfiler, ConsoleTable) {
     service.setRequestedAfter(true);
     service.setDumpDestination("console");
@@ -112,6 +231,8 @@ TEST_F(TransformProfiler, ConsoleTable) {
                             MatchesRegex(" +3.* unchanged inline scope u"), "",
                             MatchesRegex(" +runs +changed .*transform"), MatchesRegex(" +[12] .*"),
                             MatchesRegex(" +[12] .*")));
+    EXPECT_THAT(console, HasSubstr("        2         1 "));
+    EXPECT_THAT(console, HasSubstr("        1         0 "));
 }
 
 TEST_F(TransformProfiler, DefaultDestinationIsANewFileInTheDebugLogsFolder) {
