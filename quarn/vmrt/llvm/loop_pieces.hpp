@@ -7,8 +7,8 @@ namespace QN::VMRT {
 
 /// Cuts innermost loops into pieces of 65,536 turns, with a look for an interruption between two of
 /// them, where the emitter put one into each turn: a look in each turn keeps LLVM from vectorizing.
-/// A loop that is known to have fewer turns needs none. One in which each turn goes on computing
-/// with a double of the turn before has no vector code and keeps its looks.
+/// A loop that is known to have fewer turns needs none. One within no other in which each turn goes
+/// on computing with a double of the turn before has no vector code and keeps its looks.
 ///
 /// A look is a volatile load and a branch on whether it gave zero. Taken up are loops that look at
 /// the beginning of a turn, whose number of turns is known when they begin, and that leave, but for
