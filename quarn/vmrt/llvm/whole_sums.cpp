@@ -65,10 +65,9 @@ Value* inIntegers(llvm::Instruction& sum, llvm::ScalarEvolution& evolution) {
     using namespace llvm::PatternMatch;
     Value* number = nullptr;
     const llvm::APFloat* constant = nullptr;
-    const bool adds = match(&sum, m_c_FAdd(m_Value(number), m_APFloat(constant)));
+    // LLVM has made additions of differences with constants.
     if (!sum.getType()->isDoubleTy() ||
-        (!adds && !match(&sum, m_FSub(m_Value(number), m_APFloat(constant)))) ||
-        !isSmallWhole(*constant)) {
+        !match(&sum, m_c_FAdd(m_Value(number), m_APFloat(constant))) || !isSmallWhole(*constant)) {
         return nullptr;
     }
     Value* const integer = exactSource(number, evolution);
@@ -77,8 +76,8 @@ Value* inIntegers(llvm::Instruction& sum, llvm::ScalarEvolution& evolution) {
     }
     llvm::IRBuilder<> ir(&sum);
     const auto added = static_cast<std::int64_t>(constant->convertToDouble());
-    Value* const whole = ir.CreateNSWAdd(
-        integer, llvm::ConstantInt::getSigned(ir.getInt64Ty(), adds ? added : -added));
+    Value* const whole =
+        ir.CreateNSWAdd(integer, llvm::ConstantInt::getSigned(ir.getInt64Ty(), added));
     return ir.CreateSIToFP(whole, ir.getDoubleTy());
 }
 
