@@ -100,6 +100,16 @@ const char* const changesArrays =
             (%16 f64 add %14 %15) (store $s %16) (jump b3))
   (block b7 (%29 f64 load $s) (ret %29))))";
 
+// k + 1.0 less what came before, for m integers from n on, which a double may not hold.
+const char* const fromFarAway = R"((function f f64 (param $n TYPE) (param $m i64) (user $k TYPE)
+  (user $t i64) (user $s f64)
+  (block b0 (%3 TYPE load $n) (store $k %3) (%14 i64 load $m) (jump b1))
+  (block b1 (%4 i64 load $t) (%5 logical lt %4 %14) (br %5 b2 b3))
+  (block b2 (%6 TYPE load $k) (%7 f64 convert %6) (%8 f64 add %7 1.0) (%11 f64 load $s)
+            (%12 f64 sub %8 %11) (store $s %12) (%9 TYPE add:wrap %6 1TYPE) (store $k %9)
+            (%10 i64 add:wrap %4 1i64) (store $t %10) (jump b1))
+  (block b3 (%13 f64 load $s) (ret %13))))";
+
 class VmrtLoops : public ::testing::Test {
 protected:
     VmrtLoops()
@@ -255,6 +265,33 @@ TEST_F(VmrtLoops, StepsThatNobodyKnowsGiveWhatTheEvaluatorGives) {
                                   evaluatedOutcome(*scope, function, arguments))
                             << text << " at level " << level << ", size " << size << ", from "
                             << first << " by " << step << ", n " << n;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST_F(VmrtLoops, IntegersThatDoublesDoNotHoldAreAddedAsDoubles) {
+    for (const Type* const type : {Type::i64(), Type::scalar(ScalarKind::Uint64)}) {
+        std::string text = fromFarAway;
+        for (std::size_t at = 0; (at = text.find("TYPE")) != std::string::npos;) {
+            text.replace(at, 4, type->name());
+        }
+        const auto scope = parsed(text);
+        Function& function = *scope->find("f");
+        for (const auto level : allLevels) {
+            const auto engine = VMRT::makeEngine(atLevel(level));
+            const auto code = engine->prepare(*scope, function, "");
+            for (const int power : {0, 20, 51, 52, 53, 54, 55, 60, 62}) {
+                for (std::int64_t near = -5; near <= 5; ++near) {
+                    for (const std::int64_t sign : {1, -1}) {
+                        const std::int64_t n = sign * ((std::int64_t{1} << power) + near);
+                        const std::vector<Value> arguments = {Value::ofInt(type, n),
+                                                              Value::ofInt(Type::i64(), 3)};
+                        EXPECT_EQ(machineOutcome(*code, function, arguments),
+                                  evaluatedOutcome(*scope, function, arguments))
+                            << type->name() << " from " << n << " at level " << level;
                     }
                 }
             }
