@@ -74,17 +74,18 @@ std::vector<std::int64_t> numbersOf(const Type& type) {
     }
     const std::int64_t low =
         type.isSigned() ? std::numeric_limits<std::int64_t>::min() >> (64 - type.bits()) : 0;
-    // As bits: the largest number of 64 bits without sign is -1.
-    const auto high = static_cast<std::int64_t>(std::numeric_limits<std::uint64_t>::max() >>
-                                                (64 - type.bits() + (type.isSigned() ? 1 : 0)));
+    // As bits, since the largest number of 64 bits without sign is too large for the result.
+    const std::uint64_t high =
+        std::numeric_limits<std::uint64_t>::max() >> (64 - type.bits() + (type.isSigned() ? 1 : 0));
     for (const std::int64_t part : {1, 2, 3, 5, 7, 10, 127}) {
-        const auto highPart = static_cast<std::int64_t>(static_cast<std::uint64_t>(high) /
-                                                        static_cast<std::uint64_t>(part));
+        const std::uint64_t highPart = high / static_cast<std::uint64_t>(part);
         for (std::int64_t near = 0; near < 12; ++near) {
-            numbers.insert(numbers.end(), {low / part + near, highPart - near});
+            const auto offset = static_cast<std::uint64_t>(near);
+            numbers.push_back(low / part + near);
+            numbers.push_back(static_cast<std::int64_t>(highPart - offset));
             if (part > 1) {
-                numbers.insert(numbers.end(),
-                               {low / part - near * type.isSigned(), highPart + near});
+                numbers.push_back(low / part - (type.isSigned() ? near : 0));
+                numbers.push_back(static_cast<std::int64_t>(highPart + offset));
             }
         }
     }
