@@ -30,9 +30,9 @@ class KeptBuffers {
 public:
     static constexpr std::size_t largest = 512;
 
-    /// Whether buffers of this capacity are kept.
+    /// Whether buffers of this capacity are kept. One without elements has no room for nextOf().
     [[nodiscard]] static constexpr bool isFor(std::size_t capacity) noexcept {
-        return keepsBuffers && capacity <= largest;
+        return keepsBuffers && capacity != 0 && capacity <= largest;
     }
     /// The bytes that the elements of such a buffer take.
     [[nodiscard]] static constexpr std::size_t roundedUp(std::size_t capacity) noexcept {
