@@ -1,5 +1,8 @@
-// See region.hpp. The reservation costs no memory: pages come into being when they are touched, and
-// large freed chunks give theirs back.
+// See region.hpp. The reservation costs no memory: pages come into being when they are touched.
+//
+// A page's first touch costs much more than filling it, on virtual machines several microseconds.
+// So the region asks for huge pages behind its first megabytes, which are enough for a process that
+// compiles little, and freed chunks keep their pages up to a limit.
 #include "ir/region.hpp"
 
 #include <qn/pool.hpp>
@@ -24,16 +27,23 @@ namespace {
 constexpr std::size_t smallestChunk = 1024;
 constexpr std::size_t largestRegion = std::size_t{32} << 30; // what 32 bits of 8 bytes reach
 constexpr std::size_t smallestRegion = std::size_t{64} << 20;
-constexpr std::size_t returnPagesFrom = std::size_t{128} << 10;
 constexpr std::size_t page = 4096;
+constexpr std::size_t smallPagesUpTo = std::size_t{2} << 20;
+
+// Of chunks from this size on, pages are given back once so many bytes of free ones have theirs.
+constexpr std::size_t largeChunk = std::size_t{128} << 10;
+constexpr std::size_t keptPages = std::size_t{32} << 20;
 
 struct FreeChunk {
     FreeChunk* next;
+    bool hasPages;
 };
 
 FreeChunk* freeChunks[64] = {};
+std::size_t freeLargeBytes = 0; // of large chunks that have their pages
 std::byte* regionNext = nullptr;
 std::byte* regionEnd = nullptr;
+bool hugePagesAsked = false;
 
 // Where the address space of the process is limited, a smaller region will do.
 void reserveRegion() {
@@ -50,6 +60,20 @@ void reserveRegion() {
     throw std::bad_alloc();
 }
 
+// A kernel that has no huge pages gives small ones.
+[[gnu::cold]] void askForHugePages() noexcept {
+    hugePagesAsked = true;
+    std::byte* const first = regionBase + smallPagesUpTo;
+    ::madvise(first, static_cast<std::size_t>(regionEnd - first), MADV_HUGEPAGE);
+}
+
+void givePagesBack(std::byte* chunk, std::size_t bytes) noexcept {
+    const std::size_t offset = static_cast<std::size_t>(chunk - regionBase) % page;
+    std::byte* const firstPage = chunk + (page - offset); // behind the link to the next chunk
+    ::madvise(firstPage, static_cast<std::size_t>(chunk + bytes - firstPage) / page * page,
+              MADV_DONTNEED);
+}
+
 } // namespace
 
 void* takeChunk(std::size_t& bytes) {
@@ -62,6 +86,9 @@ void* takeChunk(std::size_t& bytes) {
         FreeChunk* const chunk = list;
         ASAN_UNPOISON_MEMORY_REGION(chunk, bytes);
         list = chunk->next;
+        if (bytes >= largeChunk && chunk->hasPages) {
+            freeLargeBytes -= bytes;
+        }
         return chunk;
     }
     if (regionBase == nullptr) {
@@ -72,20 +99,26 @@ void* takeChunk(std::size_t& bytes) {
     }
     std::byte* const chunk = regionNext;
     regionNext += bytes;
+    if (!hugePagesAsked && regionNext - regionBase > std::ptrdiff_t{smallPagesUpTo}) {
+        askForHugePages();
+    }
     return chunk;
 }
 
 void giveChunk(void* chunk, std::size_t bytes) noexcept {
-    if (bytes >= returnPagesFrom) {
-        auto* const start = static_cast<std::byte*>(chunk);
-        const std::size_t offset = static_cast<std::size_t>(start - regionBase) % page;
-        std::byte* const firstPage = start + (page - offset);
-        ::madvise(firstPage, static_cast<std::size_t>(start + bytes - firstPage) / page * page,
-                  MADV_DONTNEED);
+    bool hasPages = true;
+    if (bytes >= largeChunk) {
+        hasPages = freeLargeBytes + bytes <= keptPages;
+        if (hasPages) {
+            freeLargeBytes += bytes;
+        } else {
+            givePagesBack(static_cast<std::byte*>(chunk), bytes);
+        }
     }
     auto* const free = static_cast<FreeChunk*>(chunk);
     FreeChunk*& list = freeChunks[std::countr_zero(bytes)];
     free->next = list;
+    free->hasPages = hasPages;
     list = free;
     ASAN_POISON_MEMORY_REGION(chunk, bytes);
 }

@@ -3,6 +3,7 @@
 #include <qn/testing_hooks.hpp>
 
 #include <cstring>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <set>
 #include <vector>
@@ -79,6 +80,28 @@ TEST(Pool, PeakStaysWhenMemoryGoes) {
     EXPECT_GE(Pool::peakReserved(), before + 100'000);
     Pool::resetPeak();
     EXPECT_EQ(Pool::peakReserved(), before);
+}
+
+// Some pages stay, so that the next pools need not touch new ones.
+TEST(Pool, MostPagesGoBackToTheSystem) {
+    const auto residentBytes = [] {
+        std::ifstream file("/proc/self/statm");
+        std::size_t pages = 0;
+        file >> pages >> pages;
+        return pages * 4096;
+    };
+    constexpr std::size_t bytes = std::size_t{120} << 20;
+    constexpr std::size_t kept = std::size_t{32} << 20;
+    constexpr std::size_t each = 1000;
+    const std::size_t before = residentBytes();
+    {
+        Pool pool;
+        for (std::size_t i = 0; i < bytes / each; ++i) {
+            std::memset(pool.allocate(each), 1, each);
+        }
+        EXPECT_GT(residentBytes(), before + bytes / 2);
+    }
+    EXPECT_LT(residentBytes(), before + kept + (std::size_t{16} << 20));
 }
 
 TEST(Pool, RecordsNameWhatIsStillAlive) {
