@@ -1,12 +1,14 @@
 // See profile_events.hpp.
 #include "services/profile_events.hpp"
 
+#include "ir/region.hpp"
 #include "services/report_text.hpp"
 
 #include <qn/timer.hpp>
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <unistd.h>
 
 namespace QN::detail {
@@ -59,6 +61,11 @@ void appendQuotedCsv(std::string& text, std::string_view value) {
     text += '"';
 }
 
+// A chunk of exactly as many bytes, a power of two.
+void* takeWholeChunk(std::size_t bytes) {
+    return takeChunk(bytes);
+}
+
 struct Sum {
     std::size_t runs = 0;
     std::size_t changed = 0;
@@ -67,23 +74,48 @@ struct Sum {
 
 } // namespace
 
+ProfileEvents::ProfileEvents()
+    : known_(static_cast<KnownName*>(takeWholeChunk(knownNames * sizeof(KnownName))), knownNames) {
+    std::uninitialized_fill(known_.begin(), known_.end(), KnownName{});
+}
+
+ProfileEvents::~ProfileEvents() {
+    for (ProfileEvent* const chunk : chunks_) {
+        giveChunk(chunk, chunkEvents * sizeof(ProfileEvent));
+    }
+    giveChunk(known_.data(), knownNames * sizeof(KnownName));
+}
+
 void ProfileEvents::grow() {
-    const std::uint32_t room = std::max<std::uint32_t>(64, 2 * room_);
-    auto larger = std::make_unique_for_overwrite<ProfileEvent[]>(room);
-    std::copy_n(events_.get(), next_, larger.get());
-    events_ = std::move(larger);
-    room_ = room;
+    if (count_ / chunkEvents == chunks_.size()) {
+        chunks_.reserve(chunks_.size() + 1);
+        chunks_.push_back(
+            static_cast<ProfileEvent*>(takeWholeChunk(chunkEvents * sizeof(ProfileEvent))));
+    }
+    goTo(count_);
+}
+
+// The event there is the next one to begin; without room for it, as at the end of a chunk, grow()
+// has to come first.
+void ProfileEvents::goTo(std::uint32_t place) noexcept {
+    count_ = place;
+    if (place / chunkEvents < chunks_.size()) {
+        next_ = &at(place);
+        chunkEnd_ = chunks_[place / chunkEvents] + chunkEvents;
+    } else {
+        next_ = chunkEnd_;
+    }
 }
 
 bool ProfileEvents::prepareToEnd(const TransformRun& run) {
-    std::uint32_t at = innermost_;
-    while (at != none && events_[at].run != run.id()) {
-        at = events_[at].outer;
+    std::uint32_t place = innermost_;
+    while (place != none && at(place).run != run.id()) {
+        place = at(place).outer;
     }
-    if (at == none) {
+    if (place == none) {
         return false;
     }
-    innermost_ = at;
+    setInnermost(place);
     learn(run.targetName(), run.scope().serial());
     return true;
 }
@@ -97,14 +129,14 @@ void ProfileEvents::learn(std::string_view name, std::uint64_t scope) {
 }
 
 std::uint64_t ProfileEvents::origin() const noexcept {
-    return origin_ != 0 || next_ == 0 ? origin_ : events_[0].start;
+    return origin_ != 0 || count_ == 0 ? origin_ : at(0).start;
 }
 
 std::vector<ProfileEvents::Ended> ProfileEvents::inOrder() const {
     std::vector<Ended> ended(ended_);
-    std::vector<std::uint32_t> depths(next_);
-    for (std::uint32_t i = 0; i < next_; ++i) {
-        const ProfileEvent& event = events_[i];
+    std::vector<std::uint32_t> depths(count_);
+    for (std::uint32_t i = 0; i < count_; ++i) {
+        const ProfileEvent& event = at(i);
         depths[i] = event.outer == none ? 0 : depths[event.outer] + 1;
         if (event.ended != 0) {
             ended[event.ended - 1] = {&event, depths[i]};
@@ -118,22 +150,24 @@ void ProfileEvents::drop() {
     dropped_ += ended_;
     ended_ = 0;
     std::vector<std::uint32_t> open;
-    for (std::uint32_t at = innermost_; at != none; at = events_[at].outer) {
-        open.push_back(at);
+    for (std::uint32_t place = innermost_; place != none; place = at(place).outer) {
+        open.push_back(place);
     }
-    next_ = 0;
-    innermost_ = none;
-    for (auto at = open.rbegin(); at != open.rend(); ++at) {
-        ProfileEvent& event = events_[next_] = events_[*at];
+    // Those under way move to the front, outermost first; none moves behind where it was.
+    std::uint32_t kept = 0;
+    setInnermost(none);
+    for (auto place = open.rbegin(); place != open.rend(); ++place) {
+        ProfileEvent& event = at(kept) = at(*place);
         event.outer = innermost_;
-        innermost_ = next_++;
+        setInnermost(kept++);
     }
+    goTo(kept);
     forgetManyNames();
 }
 
 void ProfileEvents::reset() {
-    next_ = 0;
-    innermost_ = none;
+    goTo(0);
+    setInnermost(none);
     ended_ = 0;
     dropped_ = 0;
     origin_ = 0;
@@ -143,7 +177,7 @@ void ProfileEvents::reset() {
 void ProfileEvents::forgetManyNames() {
     if (names_.size() > knownNames) {
         names_.clear();
-        known_.fill({});
+        std::fill(known_.begin(), known_.end(), KnownName{});
     }
 }
 

@@ -3,17 +3,17 @@
 // Recording an event is a part of the cost of every run that is profiled, so it copies nothing and
 // derives nothing: the name of a transform lives as long as the process, each target's name is
 // copied once and then found again by its place, and depth and order are told from links when
-// somebody reads. Owner: the service.
+// somebody reads. Events lie in chunks of the pools' region, so that more of them move none and new
+// ones find pages that are there already. Owner: the service; one thread only.
 #pragma once
 
 #include <qn/pool.hpp>
 #include <qn/scope.hpp>
 #include <qn/transform_run.hpp>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,26 +55,33 @@ class ProfileEvents {
 public:
     static constexpr std::uint32_t none = ~std::uint32_t{0};
 
+    ProfileEvents();
+    ProfileEvents(const ProfileEvents&) = delete;
+    ProfileEvents& operator=(const ProfileEvents&) = delete;
+    ~ProfileEvents();
+
     /// Whether begin() needs no memory.
-    [[nodiscard]] bool hasRoom() const noexcept { return next_ != room_; }
+    [[nodiscard]] bool hasRoom() const noexcept { return next_ != chunkEnd_; }
+    /// Makes hasRoom() true. Throws std::bad_alloc, and then nothing has changed.
     void grow();
 
     /// Begins a run inside those that are under way, if there is room. The caller notes its start.
     ProfileEvent& begin(const TransformRun& run, std::size_t nodes) noexcept {
-        ProfileEvent& event = events_[next_];
+        ProfileEvent& event = *next_++;
         event.run = run.id();
         event.outer = innermost_;
         event.poolBefore = poolUnits();
         event.nodesBefore = static_cast<std::uint32_t>(nodes);
         event.ended = 0;
-        innermost_ = next_++;
+        innermost_ = count_++;
+        innermostEvent_ = &event;
         return event;
     }
 
     /// Whether `run` began last of those under way and its target's name is known.
     [[nodiscard]] bool canEnd(const TransformRun& run) const noexcept {
         const KnownName& known = known_[placeOf(run.targetName())];
-        return innermost_ != none && events_[innermost_].run == run.id() &&
+        return innermostEvent_ != nullptr && innermostEvent_->run == run.id() &&
                known.name == run.targetName().data() && known.scope == run.scope().serial();
     }
     /// Makes canEnd() true: runs inside this one that never ended are given up. False if `run` is
@@ -83,8 +90,8 @@ public:
 
     /// Ends the innermost run.
     ProfileEvent& end(const TransformRun& run, std::uint64_t now, std::size_t nodes) noexcept {
-        ProfileEvent& event = events_[innermost_];
-        innermost_ = event.outer;
+        ProfileEvent& event = *innermostEvent_;
+        setInnermost(event.outer);
         event.ended = ++ended_;
         event.end = now;
         event.transform = run.transformName().data();
@@ -127,6 +134,7 @@ private:
         std::uint32_t number = 0;
     };
     static constexpr std::size_t knownNames = 1024;
+    static constexpr std::uint32_t chunkEvents = 1024;
 
     [[nodiscard]] static std::uint32_t poolUnits() noexcept {
         return static_cast<std::uint32_t>(Pool::totalReserved() / ProfileEvent::poolUnit);
@@ -134,19 +142,28 @@ private:
     [[nodiscard]] static std::size_t placeOf(std::string_view name) noexcept {
         return (reinterpret_cast<std::uintptr_t>(name.data()) >> 3) % knownNames;
     }
+    [[nodiscard]] ProfileEvent& at(std::uint32_t place) const noexcept {
+        return chunks_[place / chunkEvents][place % chunkEvents];
+    }
+    void setInnermost(std::uint32_t place) noexcept {
+        innermost_ = place;
+        innermostEvent_ = place == none ? nullptr : &at(place);
+    }
+    void goTo(std::uint32_t place) noexcept;
     void learn(std::string_view name, std::uint64_t scope);
     void forgetManyNames();
 
-    // Not a vector, which would clear each event before it is filled.
-    std::unique_ptr<ProfileEvent[]> events_;
-    std::uint32_t next_ = 0;
-    std::uint32_t room_ = 0;
-    std::uint32_t innermost_ = none; // place of the run under way that began last
+    std::vector<ProfileEvent*> chunks_;
+    ProfileEvent* next_ = nullptr;
+    ProfileEvent* chunkEnd_ = nullptr; // of the chunk of next_
+    std::uint32_t count_ = 0;          // of events that have begun
+    std::uint32_t innermost_ = none;   // place of the run under way that began last
+    ProfileEvent* innermostEvent_ = nullptr;
     std::uint32_t ended_ = 0;
     std::size_t dropped_ = 0;
     std::uint64_t origin_ = 0; // noted by drop()
     std::vector<std::string> names_;
-    std::array<KnownName, knownNames> known_;
+    std::span<KnownName, knownNames> known_;
 };
 
 struct ProfileReport {

@@ -351,6 +351,56 @@ TEST_F(TransformProfiler, RunsUnderWayOutliveTheEventsThatAreWritten) {
     EXPECT_EQ(service.eventCount(), 5U);
 }
 
+// More than memory is got for at a time, again and again.
+TEST_F(TransformProfiler, ThousandsOfEventsKeepTheirOrder) {
+    service.setRequestedBefore(true);
+    for (const std::size_t count : {3000U, 1024U, 1023U, 2049U}) {
+        service.reset();
+        runOnScope("outer", unit, [this, count] {
+            for (std::size_t i = 1; i < count; ++i) {
+                run("nothing", i % 2 == 0 ? f : g, [] { return false; });
+            }
+            return false;
+        });
+        EXPECT_EQ(service.eventCount(), count);
+        const auto all = events();
+        ASSERT_EQ(all.size(), count);
+        EXPECT_EQ(all.back()[Name], "outer");
+        const std::size_t outer = std::stoul(all.back()[Run]);
+        for (std::size_t i = 1; i < count; ++i) {
+            ASSERT_EQ(all[i - 1][Record], std::to_string(i));
+            ASSERT_EQ(all[i - 1][Run], std::to_string(outer + i));
+            ASSERT_EQ(all[i - 1][Target] == "g", i % 2 != 0);
+        }
+    }
+}
+
+TEST_F(TransformProfiler, ThousandsOfEventsAreWrittenWhileRunsAreUnderWay) {
+    service.setRequestedBefore(true);
+    service.setDumpDestination(folder + "/p.csv");
+    service.setEventEmitThreshold(1500);
+    for (int i = 0; i < 1100; ++i) {
+        fold(f);
+    }
+    runOnScope("outer", unit, [this] {
+        for (int i = 0; i < 1500; ++i) {
+            run("middle", g, [this] {
+                fold(f);
+                return false;
+            });
+        }
+        return false;
+    });
+    EXPECT_EQ(service.eventCount(), 4101U);
+    service.dump();
+    const auto linesIn = [this](const char* file) { return linesOf(contentsOf(folder + file)); };
+    EXPECT_EQ(linesIn("/p-1.csv").size(), 1501U);
+    EXPECT_EQ(linesIn("/p-2.csv").size(), 1501U);
+    ASSERT_EQ(linesIn("/p.csv").size(), 1102U);
+    EXPECT_THAT(linesIn("/p.csv").at(1), MatchesRegex("3001,[0-9]+,(folding|middle),.*"));
+    EXPECT_THAT(linesIn("/p.csv").back(), MatchesRegex("4101,[0-9]+,outer,scope,u,.*"));
+}
+
 TEST_F(TransformProfiler, DestinationThatIsNoFileTakesTheReportIn) {
     service.setRequestedAfter(true);
     fold(f);
