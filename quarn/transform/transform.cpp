@@ -7,6 +7,7 @@
 #include <qn/transform_run.hpp>
 
 #include <algorithm>
+#include <memory>
 
 namespace QN {
 
@@ -49,12 +50,12 @@ public:
         std::size_t opened = 0;
         bool changed = false;
         try {
-            for (; opened < container.slots_.size(); ++opened) {
+            do { // somebody is awake
                 if (Service* const service = container.slots_[opened]; service != nullptr)
                     [[likely]] {
                     service->prepass(run);
                 }
-            }
+            } while (isSlot(container, ++opened));
             stopIfRequested(run);
             changed = act();
             run.setOutcome(changed ? RunOutcome::Changed : RunOutcome::Unchanged);
@@ -68,13 +69,18 @@ public:
     }
 
 private:
+    // Compares places, as a size would have to be computed from them.
+    static bool isSlot(const ServiceContainer& container, std::size_t index) noexcept {
+        return container.slots_.data() + index != std::to_address(container.slots_.end());
+    }
+
     static void close(ServiceContainer& container, TransformRun& run, std::size_t& opened) {
-        while (opened > 0) {
+        do {
             if (Service* const service = container.slots_[--opened]; service != nullptr)
                 [[likely]] {
                 service->postpass(run);
             }
-        }
+        } while (opened > 0);
     }
 
     // Another error is on its way; one of a hook must not take its place.
