@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <sys/mman.h>
 #include <utility>
 
 namespace QN {
@@ -111,6 +113,20 @@ void freeBuffer(ArrayBuffer& buffer) noexcept {
     }
 }
 
+constexpr std::size_t largePage = std::size_t{2} << 20;
+constexpr std::size_t largeCapacity = 4 * largePage;
+
+/// Asks the system for large pages inside this memory: they come as a whole when one of their bytes
+/// is touched, and elements that are far from each other are found faster. It is only a wish, which
+/// systems may be set up to ignore.
+void wishForLargePages(void* memory, std::size_t bytes) noexcept {
+    const auto begin = reinterpret_cast<std::uintptr_t>(memory);
+    const std::uintptr_t first = (begin + largePage - 1) / largePage * largePage;
+    const std::uintptr_t end = (begin + bytes) / largePage * largePage;
+    static_cast<void>(
+        madvise(static_cast<std::byte*>(memory) + (first - begin), end - first, MADV_HUGEPAGE));
+}
+
 /// Memory for a buffer and elements of that capacity, all of them zeros where `zeros` says so.
 void* memoryFor(std::size_t capacity, bool zeros) {
     void* memory = nullptr;
@@ -129,6 +145,9 @@ void* memoryFor(std::size_t capacity, bool zeros) {
     }
     if (memory == nullptr) {
         throw std::bad_alloc();
+    }
+    if (capacity >= largeCapacity) {
+        wishForLargePages(memory, sizeof(OwnBuffer) + capacity);
     }
     return memory;
 }
