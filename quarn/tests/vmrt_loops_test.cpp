@@ -1,5 +1,5 @@
 // What the passes of the LLVM runtime make of loops: which ones get a version without checks, which
-// ones are cut into pieces, and which sums become integers; and that all of them do what the
+// ones are cut into pieces, which sums and counts become integers; and that all of them do what the
 // evaluator does.
 #include "vmrt_support.hpp"
 
@@ -7,9 +7,12 @@
 #include <ts/debug_log.hpp>
 
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
+#include <utility>
 
 using namespace QN;
 using namespace QN::vmrt_test;
@@ -110,6 +113,46 @@ const char* const fromFarAway = R"((function f f64 (param $n TYPE) (param $m i64
             (%10 i64 add:wrap %4 1i64) (store $t %10) (jump b1))
   (block b3 (%13 f64 load $s) (ret %13))))";
 
+// Where elements of a are more than zero: how often ADDED was added to START, and the last integer
+// from n on as a double with MORE added to it, for as many turns as TURNS says. RESULT is what of
+// both comes out.
+const char* const countsElements =
+    R"((function f f64 (param $a f64[]) (param $n TYPE) (user $k TYPE)
+  (user $t i64) (user $count f64) (user $last f64)
+  (block b0 (%3 TYPE load $n) (store $k %3) (store $count START) (store $last START)
+            (%14 i64 TURNS) (jump b1))
+  (block b1 (%4 i64 load $t) (%5 logical lt %4 %14) (br %5 b2 b5))
+  (block b2 (%6 i64 add:wrap %4 1i64) (store $t %6) (%7 f64 ldelem $a %6 @6)
+            (%8 TYPE load $k) (%9 TYPE add:wrap %8 1TYPE) (store $k %9) (%10 f64 load $count)
+            (%11 logical lt LEAST %7) (br %11 b3 b1))
+  (block b3 (%12 f64 add %10 ADDED) (store $count %12) (%13 f64 convert %8) (%15 f64 add %13 MORE)
+            (store $last %15) (jump b1))
+  (block b5 (%16 f64 load RESULT) (ret %16))))";
+
+/// The text with each word of the pairs replaced.
+std::string with(std::string text,
+                 std::initializer_list<std::pair<const char*, const char*>> words) {
+    for (const auto& [word, value] : words) {
+        for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos;) {
+            text.replace(at, std::strlen(word), value);
+        }
+    }
+    return text;
+}
+
+/// A form of countsElements.
+std::string counts(const char* start, const char* added, const char* more, const char* result,
+                   const char* type = "i64", const char* least = "0.0",
+                   const char* turns = "numel $a") {
+    return with(countsElements, {{"START", start},
+                                 {"ADDED", added},
+                                 {"MORE", more},
+                                 {"RESULT", result},
+                                 {"LEAST", least},
+                                 {"TURNS", turns},
+                                 {"TYPE", type}});
+}
+
 class VmrtLoops : public ::testing::Test {
 protected:
     VmrtLoops()
@@ -124,7 +167,7 @@ protected:
     }
 
     /// LLVM's IR as it goes to the code generator.
-    std::string irOf(const char* text, VMEngineConfig::JitOptimizationLevel level) {
+    std::string irOf(std::string_view text, VMEngineConfig::JitOptimizationLevel level) {
         VMEngineConfig config = atLevel(level);
         config.setDumpLlvmIR(true);
         const auto engine = VMRT::makeEngine(config);
@@ -294,6 +337,71 @@ TEST_F(VmrtLoops, IntegersThatDoublesDoNotHoldAreAddedAsDoubles) {
                             << type->name() << " from " << n << " at level " << level;
                     }
                 }
+            }
+        }
+    }
+}
+
+TEST_F(VmrtLoops, LoopsThatCountDoSoInIntegers) {
+    const auto addsDoubles = [&](const std::string& text) {
+        return has(irOf(text, byDefault), "fadd");
+    };
+    EXPECT_FALSE(addsDoubles(counts("0.0", "1.0", "0.0", "$count")));
+    EXPECT_FALSE(addsDoubles(counts("-7.0", "-3.0", "0.0", "$count")));
+    EXPECT_TRUE(addsDoubles(counts("0.0", "0.5", "0.0", "$count")));
+    EXPECT_TRUE(addsDoubles(counts("0.5", "1.0", "0.0", "$count")));
+    EXPECT_TRUE(addsDoubles(counts("-0.0", "1.0", "0.0", "$count")));
+    EXPECT_TRUE(addsDoubles(counts("1e15", "1.0", "0.0", "$count")));
+    EXPECT_TRUE(addsDoubles(counts("0.0", "1e15", "0.0", "$count")));
+    EXPECT_TRUE(addsDoubles(counts("0.0", "257.0", "0.0", "$count"))) << "for very large arrays";
+    EXPECT_TRUE(addsDoubles(counts("0.0", "1.0", "0.0", "$count", "i64", "%10")))
+        << "the loop asks for it";
+    const std::string endless = with(counts("0.0", "1.0", "0.0", "$count", "i64", "0.0", "load $n"),
+                                     {{"ldelem $a %6 @6", "ldelem:inb $a 1i64"}});
+    EXPECT_TRUE(addsDoubles(endless)) << "sums may leave the integers of a double";
+    EXPECT_TRUE(has(irOf(counts("0.0", "1.0", "0.0", "$count"), byDefault), "<2 x i64>"));
+}
+
+TEST_F(VmrtLoops, CountsAndLastNumbersAreWhatTheEvaluatorGives) {
+    std::vector<std::pair<const Type*, std::string>> texts;
+    for (const char* const start : {"0.0", "-0.0", "-7.0", "0.5", "1048577.0", "9007199254740992.0",
+                                    "-9007199254740990.0", "1e300"}) {
+        for (const char* const added : {"1.0", "-1.0", "-0.0", "0.5", "1048576.0", "1e300"}) {
+            texts.emplace_back(Type::i64(), counts(start, added, "0.0", "$count"));
+            texts.emplace_back(Type::i64(), counts(start, added, "0.0", "$count", "i64", "%10"));
+        }
+        for (const char* const more : {"0.0", "-0.0", "1.0", "-1.0", "3.0"}) {
+            texts.emplace_back(Type::i64(), counts(start, "1.0", more, "$last"));
+            texts.emplace_back(Type::scalar(ScalarKind::Uint64),
+                               counts(start, "1.0", more, "$last", "u64"));
+            texts.emplace_back(Type::scalar(ScalarKind::Uint64),
+                               with(counts(start, "1.0", more, "$last", "u64"),
+                                    {{"store $k %3", "store $k 18446744073709551610u64"}}));
+            texts.emplace_back(Type::scalar(ScalarKind::Int32),
+                               counts(start, "1.0", more, "$last", "i32"));
+        }
+    }
+    for (const auto& [type, text] : texts) {
+        const auto scope = parsed(text);
+        Function& function = *scope->find("f");
+        const auto engine = VMRT::makeEngine(atLevel(byDefault));
+        const auto code = engine->prepare(*scope, function, "");
+        for (const std::int64_t size : {0, 1, 2, 21}) {
+            ArrayValue array(ScalarKind::Double, 1, size);
+            for (std::int64_t i = 1; i <= size; ++i) {
+                array.set(i, bitsOf(i % 5 == 1 ? -1 : i % 7 == 6 ? NAN : static_cast<double>(i)));
+            }
+            for (const std::int64_t n :
+                 {std::int64_t{0}, std::int64_t{-3}, (std::int64_t{1} << 53) - 9,
+                  (std::int64_t{1} << 53) + 2, -(std::int64_t{1} << 53) - 5,
+                  std::numeric_limits<std::int64_t>::max() - 4}) {
+                const bool isShort = type == Type::scalar(ScalarKind::Int32);
+                const std::vector<Value> arguments = {
+                    Value::ofArray(array),
+                    Value::ofInt(type, isShort ? static_cast<std::int32_t>(n) : n)};
+                EXPECT_EQ(machineOutcome(*code, function, arguments),
+                          evaluatedOutcome(*scope, function, arguments))
+                    << text << " size " << size << ", n " << n;
             }
         }
     }

@@ -4,6 +4,7 @@
 
 #include "vmrt/llvm/loop_pieces.hpp"
 #include "vmrt/llvm/loop_versions.hpp"
+#include "vmrt/llvm/whole_counts.hpp"
 #include "vmrt/llvm/whole_sums.hpp"
 
 #include <llvm/Transforms/InstCombine/InstCombine.h>
@@ -179,6 +180,7 @@ void addLoopPasses(FunctionPassManager& passes, bool makesVersions) {
         return;
     }
     FunctionPassManager both = versions();
+    both.addPass(WholeCountsPass());
     both.addPass(WithCleanUp(std::move(pieces), loopForm()));
     passes.addPass(WithCleanUp(std::move(both), loopCleanUp()));
 }
