@@ -164,6 +164,26 @@ public:
         return true;
     }
 
+    /// Finds out what stays the same in a loop inside whose number of turns nobody knows. Asking
+    /// for that in front of it costs no more than asking in one turn.
+    bool planUncounted() {
+        at_ = top_.getHeader();
+        if (!top_.isInnermost() || !top_.isLoopSimplifyForm() || isLarge() ||
+            turnsUntil(top_) != nullptr) {
+            return false;
+        }
+        for (Guard& guard : guards_) {
+            std::erase_if(guard.open, [&](const Part& part) {
+                const bool stays = top_.isLoopInvariant(part.value);
+                if (stays) {
+                    unchanging_.push_back(part);
+                }
+                return stays;
+            });
+        }
+        return !unchanging_.empty();
+    }
+
     /// Computes the condition in front of the nest.
     void expandCondition() {
         llvm::Instruction* const end = top_.getLoopPreheader()->getTerminator();
@@ -720,9 +740,16 @@ void planNest(const Nest& fresh, Loop& top, std::vector<Nest>& nests) {
     const bool isVersion = outer.plan();
     std::vector<Nest> inside;
     for (Loop* const loop : top.getLoopsInPreorder()) {
-        Nest inner(isVersion ? outer : fresh, *loop);
-        if (loop != &top && inner.planInside()) {
-            inside.push_back(std::move(inner));
+        if (loop == &top) {
+            continue;
+        }
+        const Nest& around = isVersion ? outer : fresh;
+        Nest decided(around, *loop);
+        Nest unchanging(around, *loop);
+        if (decided.planInside()) {
+            inside.push_back(std::move(decided));
+        } else if (unchanging.planUncounted()) {
+            inside.push_back(std::move(unchanging));
         }
     }
     if (isVersion) {

@@ -21,6 +21,9 @@ namespace QN::VMRT {
 /// granted that the unlikely side was never taken in the turns before, so that arrays which could
 /// grow keep their sizes. Such a loop that is outermost, too, gets only that version.
 ///
+/// An innermost loop inside others whose number of turns nobody knows gets a version without the
+/// parts of branches that stay the same in it: asking for them costs no more than one of its turns.
+///
 /// Requires: simplified loops in LCSSA form, rotated for the best result. Keeps: what the function
 /// does. Invalidates: everything.
 struct LoopVersionsPass : llvm::PassInfoMixin<LoopVersionsPass> {
