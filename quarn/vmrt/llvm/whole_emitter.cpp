@@ -6,9 +6,9 @@
 // one from turn to turn is what all its loop transforms are about. Beside the integer goes whether
 // it is the same number as the double. Where that is not known, the double itself is asked.
 //
-// An integer that stays between -2^52 and 2^52 is exact as long as every step is: sums and products
-// of two unknowns look at their operands, steps by a small constant do not, since it would take
-// them months to get there.
+// An integer that stays between -2^53 and 2^53 is exact as long as every step is. So integers of 64
+// bits, sums and products of two unknowns look whether what they begin with is far enough from
+// there; steps by a small constant do not, since it would take them hours to get there.
 #include "vmrt/llvm/function_emitter.hpp"
 
 #include <cmath>
@@ -62,6 +62,43 @@ const Node* testedTruncation(const Node& node) {
     return whole != nullptr && isTruncation(*whole) && whole->operand(0) == node.operand(1)
                ? whole
                : nullptr;
+}
+
+/// Whether the variable only ever counts up by one from a small number that is not negative.
+bool countsUp(const Var& var) {
+    constexpr std::int64_t highestStart = std::int64_t{1} << 32;
+    if (var.varKind() == VarKind::Param) {
+        return false; // it starts as what the caller gives
+    }
+    for (const Operand& use : var.uses()) {
+        if (use.user()->op() == Op::Load) {
+            continue;
+        }
+        const Entity* const stored = use.user()->op() == Op::Store ? use.user()->operand(1) : &var;
+        const Const* const first = asConst(const_cast<Entity*>(stored));
+        const Node* const sum = asNode(const_cast<Entity*>(stored));
+        const Node* const before =
+            sum != nullptr && sum->op() == Op::Add ? asNode(sum->operand(0)) : nullptr;
+        const Const* const step = before != nullptr ? asConst(sum->operand(1)) : nullptr;
+        const bool counts = before != nullptr && before->op() == Op::Load &&
+                            before->operand(0) == &var && step != nullptr && step->asInt() == 1;
+        if (!counts && (first == nullptr || first->asInt() < 0 || first->asInt() > highestStart)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Whether a double holds the integer, and a few more, for as long as anybody waits: it is of a
+/// narrow type, a size, or counts up by one.
+bool staysSmall(const Entity* operand) {
+    const Node* const node = asNode(const_cast<Entity*>(operand));
+    if (typeOf(operand)->bits() < 64 || node == nullptr) {
+        return typeOf(operand)->bits() < 64;
+    }
+    const Var* const var = node->op() == Op::Load ? asVar(node->operand(0)) : nullptr;
+    return node->op() == Op::Rows || node->op() == Op::Cols || node->op() == Op::Numel ||
+           (var != nullptr && countsUp(*var));
 }
 
 } // namespace
@@ -187,24 +224,7 @@ const Node* FunctionEmitter::turnTest(const Entity* turn, const Block& at) const
         !order_.dominates(*asBlock(end->operand(1)), at)) {
         return nullptr;
     }
-    const Var& var = *asVar(load->operand(0));
-    for (const Operand& use : var.uses()) {
-        if (use.user()->op() == Op::Load) {
-            continue;
-        }
-        const Entity* const stored = use.user()->op() == Op::Store ? use.user()->operand(1) : &var;
-        const Const* const first = asConst(const_cast<Entity*>(stored));
-        const Node* const sum = asNode(const_cast<Entity*>(stored));
-        const Node* const before =
-            sum != nullptr && sum->op() == Op::Add ? asNode(sum->operand(0)) : nullptr;
-        const Const* const step = before != nullptr ? asConst(sum->operand(1)) : nullptr;
-        const bool counts = before != nullptr && before->op() == Op::Load &&
-                            before->operand(0) == &var && step != nullptr && step->asInt() == 1;
-        if (!counts && (first == nullptr || first->asInt() < 0)) {
-            return nullptr;
-        }
-    }
-    return test;
+    return countsUp(*asVar(load->operand(0))) ? test : nullptr;
 }
 
 /// The whole number of first + turn * step, where the turn of a loop is below its limit, is the
@@ -257,7 +277,8 @@ void FunctionEmitter::emitWhole(const Node& node) {
     if (node.op() == Op::Convert && operandType(node, 0).isInteger() &&
         (operandType(node, 0).isSigned() || operandType(node, 0).bits() < 64)) {
         const bool isSigned = operandType(node, 0).isSigned();
-        made = {ir_.CreateIntCast(value(node, 0), ir_.getInt64Ty(), isSigned), ir_.getTrue()};
+        made.number = ir_.CreateIntCast(value(node, 0), ir_.getInt64Ty(), isSigned);
+        made.isSame = staysSmall(node.operand(0)) ? ir_.getTrue() : isExact(made.number);
         return;
     }
     if (!isFollowed(node)) {
@@ -283,10 +304,9 @@ void FunctionEmitter::emitWhole(const Node& node) {
     if (steps) {
         return;
     }
-    const unsigned bits = node.op() == Op::Mul ? 25 : 52;
+    const unsigned bits = node.op() == Op::Mul ? 25 : 51;
     for (std::size_t i = 0; i < 2; ++i) {
-        // What a converted integer adds to an exact number is the same unless the sum is far beyond
-        // all indices.
+        // A converted integer was looked at already: up to 2^52 and up to 2^51 are below 2^53.
         const bool skips =
             isConverted(node.operand(i)) && (i == 1 || !isConverted(node.operand(1)));
         if (node.op() == Op::Mul || !skips) {
