@@ -169,7 +169,7 @@ public:
     bool planUncounted() {
         at_ = top_.getHeader();
         if (!top_.isInnermost() || !top_.isLoopSimplifyForm() || isLarge() ||
-            turnsUntil(top_) != nullptr) {
+            turnsUntil(top_).has_value()) {
             return false;
         }
         for (Guard& guard : guards_) {
@@ -581,17 +581,18 @@ private:
         if (grows != largest && steps.hasNoSignedWrap()) {
             return first;
         }
-        const SCEV* const turns = turnsUntil(*steps.getLoop());
-        if (turns == nullptr) {
+        const std::optional<Turns> turns = turnsUntil(*steps.getLoop());
+        if (!turns.has_value()) {
             return nullptr;
         }
-        if (!steps.hasNoSignedWrap()) {
-            const SCEV* const most = bound(turns, true, depth + 1);
-            const SCEV* const fewest = bound(turns, false, depth + 1);
+        if (steps.hasNoSignedWrap()) {
+            if (!turns->isGuarded && !claimSigned(*turns, depth)) {
+                return nullptr;
+            }
+        } else {
             const SCEV* const last = bound(steps.getStart(), grows, depth + 1);
-            if (most == nullptr || fewest == nullptr || first == nullptr || last == nullptr ||
-                !claim(ICmpInst::ICMP_SLE, most, constant(mostTurns)) ||
-                !claim(ICmpInst::ICMP_SGE, fewest, constant(-1)) ||
+            if (first == nullptr || last == nullptr ||
+                mostOf(*turns, mostTurns, depth) == nullptr ||
                 !claimBetween(-farthest, first, farthest) ||
                 !claimBetween(-farthest, last, farthest)) {
                 return nullptr;
@@ -600,15 +601,16 @@ private:
         if (grows != largest) {
             return first;
         }
-        return bound(evolution_.getAddExpr(steps.getStart(), evolution_.getMulExpr(step, turns)),
-                     largest, depth + 1);
+        return bound(
+            evolution_.getAddExpr(steps.getStart(), evolution_.getMulExpr(step, turns->number)),
+            largest, depth + 1);
     }
 
     /// The same if only bounds of the step are known, which may be negative or zero.
     const SCEV* boundOfUnknownSteps(const llvm::SCEVAddRecExpr& steps, bool largest,
                                     unsigned depth) {
-        const SCEV* const turns = turnsUntil(*steps.getLoop());
-        if (turns == nullptr) {
+        const std::optional<Turns> turns = turnsUntil(*steps.getLoop());
+        if (!turns.has_value()) {
             return nullptr;
         }
         const auto ends = [&](const SCEV* number) {
@@ -616,14 +618,10 @@ private:
         };
         const auto [lowest, highest] = ends(steps.getStart());
         const auto [least, greatest] = ends(steps.getOperand(1));
-        const auto [fewest, most] = ends(turns);
-        // A loop inside may be passed by, which looks like one turn less than none.
-        const std::int64_t none = steps.getLoop() == &top_ ? 0 : -1;
+        const SCEV* const most = mostOf(*turns, mostUnknownTurns, depth);
         if (lowest == nullptr || highest == nullptr || least == nullptr || greatest == nullptr ||
-            fewest == nullptr || most == nullptr ||
-            !claimBetweenKnown(-farthest, lowest, highest, farthest) ||
-            !claimBetweenKnown(-largestUnknownStep, least, greatest, largestUnknownStep) ||
-            !claimBetweenKnown(none, fewest, most, mostUnknownTurns)) {
+            most == nullptr || !claimBetweenKnown(-farthest, lowest, highest, farthest) ||
+            !claimBetweenKnown(-largestUnknownStep, least, greatest, largestUnknownStep)) {
             return nullptr;
         }
         const SCEV* const way = largest ? evolution_.getSMaxExpr(greatest, constant(0))
@@ -631,26 +629,54 @@ private:
         return evolution_.getAddExpr(largest ? highest : lowest, evolution_.getMulExpr(way, most));
     }
 
-    /// How often the loop has gone back when at_ is reached for the last time; null if unknown.
-    const SCEV* turnsUntil(const Loop& loop) {
-        const BasicBlock* const latch = loop.getLoopLatch();
+    /// How often a loop has gone back when at_ is reached for the last time.
+    struct Turns {
+        const SCEV* number;
+        std::int64_t least; // what it may not be less than, as a signed number
+        bool isGuarded;     // it is not negative where the loop is entered
+    };
+
+    /// Numbers of turns have no sign: one that looks negative is so large that a check ends the
+    /// loop, unless the loop is known to be passed by then, which looks like one turn less than
+    /// none. So does it where only at_ is not reached.
+    bool claimSigned(const Turns& turns, unsigned depth) {
+        const SCEV* const fewest = bound(turns.number, false, depth + 1);
+        return fewest != nullptr && claim(ICmpInst::ICMP_SGE, fewest, constant(turns.least));
+    }
+
+    /// That there are at most so many of them; the number that there are at most, null if nothing
+    /// is found.
+    const SCEV* mostOf(const Turns& turns, std::int64_t highest, unsigned depth) {
+        const SCEV* const most = bound(turns.number, true, depth + 1);
+        return most != nullptr && claimSigned(turns, depth) &&
+                       claim(ICmpInst::ICMP_SLE, most, constant(highest))
+                   ? most
+                   : nullptr;
+    }
+
+    std::optional<Turns> turnsUntil(const Loop& loop) {
         llvm::SmallVector<BasicBlock*, 8> exiting;
         loop.getExitingBlocks(exiting);
         for (const BasicBlock* const block : exiting) {
             const auto* const branch = llvm::dyn_cast<BranchInst>(block->getTerminator());
             const auto likely = branch != nullptr ? likelySide(*branch) : std::nullopt;
-            if (branch == nullptr || latch == nullptr || !dominators_.dominates(block, latch) ||
+            if (branch == nullptr ||
                 (likely.has_value() && loop.contains(branch->getSuccessor(*likely)))) {
                 continue;
             }
+            // Not known of an exit that some turns do not come to.
             const SCEV* const count = evolution_.getExitCount(&loop, block);
             if (llvm::isa<llvm::SCEVCouldNotCompute>(count) || !count->getType()->isIntegerTy(64)) {
                 continue;
             }
             const bool leavesBefore = block != at_ && dominators_.dominates(block, at_);
-            return leavesBefore ? evolution_.getAddExpr(count, constant(-1)) : count;
+            const SCEV* const number =
+                leavesBefore ? evolution_.getAddExpr(count, constant(-1)) : count;
+            const bool isGuarded =
+                evolution_.isLoopEntryGuardedByCond(&loop, ICmpInst::ICMP_SGE, count, constant(0));
+            return Turns{number, leavesBefore || isGuarded ? -1 : 0, isGuarded};
         }
-        return nullptr;
+        return std::nullopt;
     }
 
     // Versions ------------------------------------------------------------------------------------
