@@ -1,9 +1,10 @@
 // See region.hpp. The reservation costs no memory: pages come into being when they are touched.
 //
-// A page's first touch costs much more than filling it, on virtual machines several microseconds.
-// So the region asks for huge pages behind its first megabytes, which are enough for a process that
-// compiles little, and freed chunks keep their pages up to a limit.
+// To touch few of them anew, the region asks for large pages behind its first megabytes, which are
+// enough for a process that compiles little, and freed chunks keep their pages up to a limit.
 #include "ir/region.hpp"
+
+#include "ir/large_pages.hpp"
 
 #include <qn/pool.hpp>
 
@@ -43,7 +44,7 @@ FreeChunk* freeChunks[64] = {};
 std::size_t freeLargeBytes = 0; // of large chunks that have their pages
 std::byte* regionNext = nullptr;
 std::byte* regionEnd = nullptr;
-bool hugePagesAsked = false;
+bool largePagesWished = false;
 
 // Where the address space of the process is limited, a smaller region will do.
 void reserveRegion() {
@@ -58,13 +59,6 @@ void reserveRegion() {
         }
     }
     throw std::bad_alloc();
-}
-
-// A kernel that has no huge pages gives small ones.
-[[gnu::cold]] void askForHugePages() noexcept {
-    hugePagesAsked = true;
-    std::byte* const first = regionBase + smallPagesUpTo;
-    ::madvise(first, static_cast<std::size_t>(regionEnd - first), MADV_HUGEPAGE);
 }
 
 void givePagesBack(std::byte* chunk, std::size_t bytes) noexcept {
@@ -99,8 +93,10 @@ void* takeChunk(std::size_t& bytes) {
     }
     std::byte* const chunk = regionNext;
     regionNext += bytes;
-    if (!hugePagesAsked && regionNext - regionBase > std::ptrdiff_t{smallPagesUpTo}) {
-        askForHugePages();
+    if (!largePagesWished && regionNext - regionBase > std::ptrdiff_t{smallPagesUpTo}) {
+        largePagesWished = true;
+        std::byte* const first = regionBase + smallPagesUpTo;
+        wishForLargePages(first, static_cast<std::size_t>(regionEnd - first));
     }
     return chunk;
 }
