@@ -107,16 +107,16 @@ void ProfileEvents::goTo(std::uint32_t place) noexcept {
     }
 }
 
-bool ProfileEvents::prepareToEnd(const TransformRun& run) {
+bool ProfileEvents::prepareToEnd(std::uint64_t run, std::string_view target, std::uint64_t scope) {
     std::uint32_t place = innermost_;
-    while (place != none && at(place).run != run.id()) {
+    while (place != none && at(place).run != run) {
         place = at(place).outer;
     }
     if (place == none) {
         return false;
     }
     setInnermost(place);
-    learn(run.targetName(), run.scope().serial());
+    learn(target, scope);
     return true;
 }
 

@@ -51,6 +51,21 @@ struct alignas(64) ProfileEvent {
 };
 static_assert(sizeof(ProfileEvent) == 64);
 
+/// What an event holds of a run, apart from its measurements.
+struct ProfiledRun {
+    std::uint64_t id;
+    std::string_view transform;
+    std::string_view target;
+    std::uint64_t scope; // the serial number of its scope
+    bool overScope;
+    RunOutcome outcome;
+
+    static ProfiledRun of(const TransformRun& run) noexcept {
+        return {run.id(),         run.transformName(), run.targetName(), run.scope().serial(),
+                run.isScopeRun(), run.outcome()};
+    }
+};
+
 class ProfileEvents {
 public:
     static constexpr std::uint32_t none = ~std::uint32_t{0};
@@ -66,9 +81,9 @@ public:
     void grow();
 
     /// Begins a run inside those that are under way, if there is room. The caller notes its start.
-    ProfileEvent& begin(const TransformRun& run, std::size_t nodes) noexcept {
+    ProfileEvent& begin(std::uint64_t run, std::size_t nodes) noexcept {
         ProfileEvent& event = *next_++;
-        event.run = run.id();
+        event.run = run;
         event.outer = innermost_;
         event.poolBefore = poolUnits();
         event.nodesBefore = static_cast<std::uint32_t>(nodes);
@@ -79,28 +94,28 @@ public:
     }
 
     /// Whether `run` began last of those under way and its target's name is known.
-    [[nodiscard]] bool canEnd(const TransformRun& run) const noexcept {
-        const KnownName& known = known_[placeOf(run.targetName())];
-        return innermostEvent_ != nullptr && innermostEvent_->run == run.id() &&
-               known.name == run.targetName().data() && known.scope == run.scope().serial();
+    [[nodiscard]] bool canEnd(const ProfiledRun& run) const noexcept {
+        const KnownName& known = known_[placeOf(run.target)];
+        return innermostEvent_ != nullptr && innermostEvent_->run == run.id &&
+               known.name == run.target.data() && known.scope == run.scope;
     }
-    /// Makes canEnd() true: runs inside this one that never ended are given up. False if `run` is
-    /// not under way here.
-    bool prepareToEnd(const TransformRun& run);
+    /// Makes canEnd() true for the run of that number: runs inside it that never ended are given
+    /// up, and its target's name becomes known. False if it is not under way here.
+    bool prepareToEnd(std::uint64_t run, std::string_view target, std::uint64_t scope);
 
     /// Ends the innermost run.
-    ProfileEvent& end(const TransformRun& run, std::uint64_t now, std::size_t nodes) noexcept {
+    ProfileEvent& end(const ProfiledRun& run, std::uint64_t now, std::size_t nodes) noexcept {
         ProfileEvent& event = *innermostEvent_;
         setInnermost(event.outer);
         event.ended = ++ended_;
         event.end = now;
-        event.transform = run.transformName().data();
-        event.transformLength = static_cast<std::uint16_t>(run.transformName().size());
+        event.transform = run.transform.data();
+        event.transformLength = static_cast<std::uint16_t>(run.transform.size());
         event.poolAfter = poolUnits();
         event.nodesAfter = static_cast<std::uint32_t>(nodes);
-        event.target = known_[placeOf(run.targetName())].number;
-        event.scopeRun = run.isScopeRun();
-        event.outcome = run.outcome();
+        event.target = known_[placeOf(run.target)].number;
+        event.scopeRun = run.overScope;
+        event.outcome = run.outcome;
         return event;
     }
 

@@ -41,6 +41,13 @@ ServiceContainer::~ServiceContainer() {
     }
 }
 
+bool ServiceContainer::holds(const Service* service) const noexcept {
+    const auto isIn = [service](const std::vector<Service*>& services) {
+        return std::find(services.begin(), services.end(), service) != services.end();
+    };
+    return service != nullptr && (isIn(slots_) || isIn(idle_));
+}
+
 void ServiceContainer::addService(Service* service) {
     if (service == nullptr) {
         client_assertion_failed(__FILE__, __LINE__, "service != 0");

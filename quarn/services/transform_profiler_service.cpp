@@ -4,9 +4,11 @@
 #include "services/profile_events.hpp"
 #include "services/run_facts.hpp"
 
+#include <qn/assertion.hpp>
 #include <qn/console.hpp>
 #include <qn/default_services.hpp>
 #include <qn/timer.hpp>
+#include <qn/transform.hpp>
 #include <qn/transform_profiler_service.hpp>
 #include <ts/debug_log.hpp>
 
@@ -27,8 +29,9 @@ std::string reportIn(const std::string& ending, const detail::ProfileEvents& eve
     return detail::profileTable(events, report);
 }
 
-[[gnu::noinline]] void startByMonotonicClock(detail::ProfileEvent& event) noexcept {
-    event.start = detail::monotonicTicks();
+detail::ProfiledRun described(std::uint64_t id, const Transform& transform,
+                              const Function& function, RunOutcome outcome) noexcept {
+    return {id, transform.name, function.name(), function.scope().serial(), false, outcome};
 }
 
 } // namespace
@@ -77,12 +80,10 @@ void TransformProfilerService::setTagFcnsWithLogId(bool tag) noexcept {
 }
 void TransformProfilerService::setEventEmitThreshold(std::size_t events) noexcept {
     emitThreshold_ = events;
-    noteWhatEndsDo();
     settingChanged();
 }
 void TransformProfilerService::setMemEventInterval(std::size_t events) noexcept {
     memoryInterval_ = events;
-    noteWhatEndsDo();
     settingChanged();
 }
 
@@ -107,26 +108,7 @@ void TransformProfilerService::reset() {
     settingChanged();
 }
 
-// Each hook has a short way for the usual case: it calls nothing, or at its end, and so gets by
-// with the registers that are free anyway. What is rare is done by a function of its own that is
-// right in any case.
 void TransformProfilerService::prepass(TransformRun& run) {
-    detail::ProfileEvents& events = state_->events;
-    const Function* const function = run.function();
-    if (!isRequestedUnfiltered() || !selectsScopeOf(run) || function == nullptr ||
-        !function->hasCfg() || !events.hasRoom()) [[unlikely]] {
-        beginInAnyCase(run);
-        return;
-    }
-    detail::ProfileEvent& event = events.begin(run, function->cfg().numNodes());
-    if (!detail::timersUseCounter) [[unlikely]] {
-        startByMonotonicClock(event);
-        return;
-    }
-    event.start = detail::counterTicks();
-}
-
-void TransformProfilerService::beginInAnyCase(const TransformRun& run) {
     if (!(requestedBefore() || requestedAfter()) || !selects(run)) {
         return;
     }
@@ -134,45 +116,78 @@ void TransformProfilerService::beginInAnyCase(const TransformRun& run) {
     if (!events.hasRoom()) {
         events.grow();
     }
-    detail::ProfileEvent& event = events.begin(run, detail::nodesUnder(run));
+    detail::ProfileEvent& event = events.begin(run.id(), detail::nodesUnder(run));
     event.start = Timer::readClock();
 }
 
 void TransformProfilerService::postpass(TransformRun& run) {
-    if (!detail::timersUseCounter) [[unlikely]] {
-        endByMonotonicClock(run);
-        return;
-    }
-    end(run, detail::counterTicks());
+    const std::uint64_t now = Timer::readClock();
+    end(detail::ProfiledRun::of(run), now, detail::nodesUnder(run));
 }
 
-void TransformProfilerService::endByMonotonicClock(const TransformRun& run) {
-    end(run, detail::monotonicTicks());
-}
-
-inline void TransformProfilerService::end(const TransformRun& run, std::uint64_t now) {
+[[gnu::always_inline]] inline void TransformProfilerService::end(const detail::ProfiledRun& run,
+                                                                 std::uint64_t now,
+                                                                 std::size_t nodes) {
     detail::ProfileEvents& events = state_->events;
-    const Function* const function = run.function();
-    if (!endsAsUsual_ || function == nullptr || !function->hasCfg() || !events.canEnd(run))
-        [[unlikely]] {
-        endInAnyCase(run, now);
-        return;
-    }
-    events.end(run, now, function->cfg().numNodes());
-}
-
-void TransformProfilerService::endInAnyCase(const TransformRun& run, std::uint64_t now) {
-    detail::ProfileEvents& events = state_->events;
-    if (!events.canEnd(run) && !events.prepareToEnd(run)) {
+    if (!events.canEnd(run) && !events.prepareToEnd(run.id, run.target, run.scope)) [[unlikely]] {
         return; // not selected, or switched on in the middle of this run
     }
-    detail::ProfileEvent& event = events.end(run, now, detail::nodesUnder(run));
-    if (memoryInterval_ != 1 && (memoryInterval_ == 0 || events.total() % memoryInterval_ != 0)) {
+    detail::ProfileEvent& event = events.end(run, now, nodes);
+    if (memoryInterval_ != 1 && (memoryInterval_ == 0 || events.total() % memoryInterval_ != 0))
+        [[unlikely]] {
         event.poolBefore = detail::ProfileEvent::noMemory;
         event.poolAfter = detail::ProfileEvent::noMemory;
     }
-    if (emitThreshold_ != 0 && events.size() >= emitThreshold_) {
+    if (emitThreshold_ != 0 && events.size() >= emitThreshold_) [[unlikely]] {
         emit();
+    }
+}
+
+// Records what the hooks would, without the description of the run that they are shown. What they
+// do besides, such as making room, is left to them.
+bool TransformProfilerService::runAlone(const Transform& transform, Function& function) {
+    detail::ProfileEvents& events = state_->events;
+    if (!isRequestedUnfiltered() || !selectsScope(function.scope()) || !function.hasCfg() ||
+        !events.hasRoom()) [[unlikely]] {
+        return DebugService::runAlone(transform, function);
+    }
+    // A service that leaves while the transform acts must not be looked at afterwards.
+    DebugServices& services = DefaultServices::debugServices();
+    const std::uint64_t generation = services.generation();
+    const auto isHere = [&] { return services.generation() == generation || services.holds(this); };
+    const std::uint64_t id = services.nextRunId();
+    detail::ProfileEvent& event = events.begin(id, function.cfg().numNodes());
+    bool changed = false;
+    try {
+        event.start = Timer::readClock();
+        changed = transform.onFunction(function);
+    } catch (...) {
+        const std::uint64_t now = Timer::readClock();
+        if (isHere()) {
+            endFailed(id, transform, function, now);
+        }
+        throw;
+    }
+    const std::uint64_t now = Timer::readClock();
+    if (isHere()) [[likely]] {
+        end(described(id, transform, function,
+                      changed ? RunOutcome::Changed : RunOutcome::Unchanged),
+            now, function.hasCfg() ? function.cfg().numNodes() : 0);
+    }
+    return changed;
+}
+
+// Another error is on its way, and one of recording must not take its place.
+void TransformProfilerService::endFailed(std::uint64_t id, const Transform& transform,
+                                         const Function& function, std::uint64_t now) noexcept {
+    try {
+        end(described(id, transform, function, RunOutcome::Failed), now,
+            function.hasCfg() ? function.cfg().numNodes() : 0);
+    } catch (...) {
+        try {
+            client_assertion_failed(__FILE__, __LINE__, "a failed run was not recorded");
+        } catch (...) { // a handler that throws has nowhere to throw to
+        }
     }
 }
 

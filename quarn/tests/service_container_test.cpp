@@ -57,6 +57,27 @@ TEST(ServiceContainer, KnowsItsMembers) {
     EXPECT_TRUE(container.empty());
 }
 
+TEST(ServiceContainer, KnowsWhetherOneIsAwakeByItself) {
+    ServiceContainer container;
+    EXPECT_EQ(container.onlyAwake(), nullptr);
+    Counting a;
+    Counting b;
+    container.addService(&a);
+    EXPECT_EQ(container.onlyAwake(), &a);
+    container.addService(&b);
+    EXPECT_EQ(container.onlyAwake(), nullptr);
+    b.sleep(true);
+    EXPECT_EQ(container.onlyAwake(), &a);
+    EXPECT_TRUE(container.holds(&b));
+    container.forEach([&](Service& service) {
+        container.removeService(&service);
+        EXPECT_FALSE(container.holds(&service));
+        EXPECT_EQ(container.onlyAwake(), nullptr);
+    });
+    EXPECT_EQ(container.onlyAwake(), nullptr);
+    EXPECT_FALSE(container.holds(nullptr));
+}
+
 TEST(ServiceContainer, AddingTwiceAddsOnce) {
     ServiceContainer container;
     Counting a;

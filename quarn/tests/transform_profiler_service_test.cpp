@@ -2,13 +2,17 @@
 #include "tests/service_support.hpp"
 
 #include <qn/timer.hpp>
+#include <qn/transform.hpp>
 #include <qn/transform_profiler_service.hpp>
 
 #include <fcntl.h>
+#include <functional>
 #include <gmock/gmock.h>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -87,7 +91,167 @@ void expectNested(const nlohmann::json& trace) {
     }
 }
 
+// What the transform "acts" does.
+std::function<bool(Function&)> act;
+constexpr Transform acts{"acts", "what a test says",
+                         [](Function& function) { return act(function); }, nullptr};
+
+/// Runs through the funnel, where the profiler stands closer to the transform if it is the only
+/// service that is awake: what it records must not tell.
+class ProfilerInTheFunnel : public TransformProfiler, public ::testing::WithParamInterface<bool> {
+protected:
+    ProfilerInTheFunnel() {
+        Builder(g.cfg(), g.cfg().addBlock()).ret(g.cfg().constantDouble(0));
+        act = [](Function&) { return false; };
+        if (GetParam()) {
+            DefaultServices::debugServices().addService(&company);
+        }
+    }
+    ~ProfilerInTheFunnel() override { act = nullptr; }
+
+    void runOn(Function& function) { runTransform(acts, function); }
+    /// One field of all events.
+    std::vector<std::string> fields(int which) {
+        std::vector<std::string> found;
+        for (const auto& event : events()) {
+            found.push_back(event.at(static_cast<std::size_t>(which)));
+        }
+        return found;
+    }
+
+    Service company;
+};
+
+INSTANTIATE_TEST_SUITE_P(Company, ProfilerInTheFunnel, ::testing::Bool(),
+                         [](const auto& one) { return one.param ? "InCompany" : "Alone"; });
+
 } // namespace
+
+TEST_P(ProfilerInTheFunnel, RecordsWhatRunsDo) {
+    service.setRequestedBefore(true);
+    act = [](Function& function) {
+        Builder(function.cfg(), *function.cfg().entry()->last())
+            .toIndex(function.cfg().constantDouble(1));
+        return true;
+    };
+    EXPECT_TRUE(runTransform(acts, g));
+    EXPECT_TRUE(runTransform(acts, g));
+    act = [](Function&) { return false; };
+    EXPECT_FALSE(runTransform(acts, f));
+    const auto all = events();
+    ASSERT_EQ(all.size(), 3U);
+    for (const auto& event : all) {
+        EXPECT_EQ(event[Name], "acts");
+        EXPECT_EQ(event[Kind], "function");
+        EXPECT_GE(std::stod(event[Time]), 0.0);
+        EXPECT_EQ(std::stoul(event[Run]), std::stoul(all[0][Run]) + std::stoul(event[Record]) - 1);
+    }
+    EXPECT_EQ(all[0][Target], "g");
+    EXPECT_EQ(std::stoi(all[0][After]), std::stoi(all[0][Before]) + 1);
+    EXPECT_EQ(all[1][Before], all[0][After]);
+    EXPECT_EQ(all[1].back(), "changed");
+    EXPECT_NE(all[2][Target], "g");
+    EXPECT_EQ(all[2].back(), "unchanged");
+    EXPECT_LE(std::stod(all[0][Start]) + std::stod(all[0][Time]), std::stod(all[1][Start]) + 0.002);
+}
+
+TEST_P(ProfilerInTheFunnel, RecordsRunsThatFail) {
+    service.setRequestedAfter(true);
+    act = [](Function&) -> bool { throw std::runtime_error("refused"); };
+    EXPECT_THROW(runOn(g), std::runtime_error);
+    act = [](Function&) { return true; };
+    runOn(g);
+    EXPECT_EQ(fields(PoolAfter + 1), (std::vector<std::string>{"failed", "changed"}));
+}
+
+TEST_P(ProfilerInTheFunnel, RecordsRunsInsideOthers) {
+    service.setRequestedAfter(true);
+    act = [this](Function& function) {
+        if (&function == &f) {
+            runOn(g);
+            runOn(g);
+        }
+        return &function == &f;
+    };
+    runOn(f);
+    const auto all = events();
+    ASSERT_EQ(all.size(), 3U);
+    EXPECT_EQ(all[0][Target], "g");
+    EXPECT_EQ(all[1][Target], "g");
+    EXPECT_EQ(all[2].back(), "changed");
+    EXPECT_EQ(std::stoul(all[2][Run]) + 2, std::stoul(all[1][Run]));
+}
+
+TEST_P(ProfilerInTheFunnel, FollowsItsSettings) {
+    service.setRequestedAfter(true);
+    service.setMemEventInterval(2);
+    runOn(g);
+    runOn(g);
+    EXPECT_EQ(fields(PoolBefore).at(0), "");
+    EXPECT_NE(fields(PoolBefore).at(1), "");
+    service.setFilter("fcn_g");
+    runOn(f); // its name has commas, which events() does not look through
+    EXPECT_EQ(service.eventCount(), 2U);
+    runOn(g);
+    EXPECT_EQ(service.eventCount(), 3U);
+    service.setFilter("");
+    service.setDumpDestination(folder + "/p.csv");
+    service.setEventEmitThreshold(4);
+    runOn(f);
+    EXPECT_EQ(linesOf(contentsOf(folder + "/p-1.csv")).size(), 5U);
+    Scope global(ScopeFlavor::Global, "all");
+    Function& common = *global.addFunction("common", Type::f64());
+    Builder(common.cfg(), common.cfg().addBlock()).ret(common.cfg().constantDouble(0));
+    runOn(common);
+    EXPECT_EQ(service.eventCount(), 4U);
+    service.setRequestedGlobalScope(true);
+    runOn(common);
+    EXPECT_EQ(service.eventCount(), 5U);
+    service.setRequestedAfter(false);
+    runOn(f);
+    EXPECT_EQ(service.eventCount(), 5U);
+}
+
+// Each in the middle of a run.
+TEST_P(ProfilerInTheFunnel, IsResetSwitchedOffAndLeftAlone) {
+    service.setRequestedAfter(true);
+    act = [this](Function&) {
+        service.reset();
+        return false;
+    };
+    runOn(f);
+    EXPECT_EQ(service.eventCount(), 0U);
+    act = [this](Function&) {
+        service.setRequestedAfter(false);
+        return false;
+    };
+    runOn(f);
+    EXPECT_EQ(service.eventCount(), 0U);
+    service.setRequestedAfter(true);
+    act = [](Function& function) {
+        function.deleteCfg();
+        return true;
+    };
+    runOn(g);
+    ASSERT_EQ(service.eventCount(), 1U);
+    EXPECT_EQ(fields(After), std::vector<std::string>{"0"});
+}
+
+TEST_P(ProfilerInTheFunnel, MayGoInTheMiddleOfARun) {
+    auto other = std::make_unique<TransformProfilerService>(true, false);
+    act = [&](Function&) {
+        other.reset();
+        return true;
+    };
+    EXPECT_TRUE(runTransform(acts, f));
+    EXPECT_EQ(other, nullptr);
+    other = std::make_unique<TransformProfilerService>(true, false);
+    act = [&](Function&) -> bool {
+        other.reset();
+        throw std::runtime_error("refused");
+    };
+    EXPECT_THROW(runOn(f), std::runtime_error);
+}
 
 TEST_F(TransformProfiler, Defaults) {
     EXPECT_EQ(service.dumpDestination(), "");

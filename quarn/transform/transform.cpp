@@ -22,9 +22,6 @@ constexpr Transform registry[] = {
 #undef QN_SCOPE_TRANSFORM
 };
 
-// Numbers the watched runs of the process.
-std::uint64_t runCount = 0;
-
 [[noreturn, gnu::cold, gnu::noinline]] void stop(const TransformRun& run) {
     throw CompilationStopped(std::string(run.stopReason()));
 }
@@ -102,18 +99,30 @@ private:
     }
 };
 
+bool Service::runAlone(const Transform& transform, Function& function) {
+    return detail::runBetweenHooks(transform, function);
+}
+
 namespace detail {
 
 bool runWatched(const Transform& transform, Function& function) {
-    TransformRun run(++runCount, transform.name, function.scope(), function, function.name());
-    return ServiceBracket::around(DefaultServices::debugServices(), run,
-                                  [&] { return transform.onFunction(function); });
+    if (Service* const service = DefaultServices::debugServices().onlyAwake(); service != nullptr) {
+        return service->runAlone(transform, function);
+    }
+    return runBetweenHooks(transform, function);
+}
+
+bool runBetweenHooks(const Transform& transform, Function& function) {
+    DebugServices& services = DefaultServices::debugServices();
+    TransformRun run(services.nextRunId(), transform.name, function.scope(), function,
+                     function.name());
+    return ServiceBracket::around(services, run, [&] { return transform.onFunction(function); });
 }
 
 bool runWatched(const Transform& transform, Scope& scope) {
-    TransformRun run(++runCount, transform.name, scope, scope.name());
-    return ServiceBracket::around(DefaultServices::debugServices(), run,
-                                  [&] { return transform.onScope(scope); });
+    DebugServices& services = DefaultServices::debugServices();
+    TransformRun run(services.nextRunId(), transform.name, scope, scope.name());
+    return ServiceBracket::around(services, run, [&] { return transform.onScope(scope); });
 }
 
 } // namespace detail

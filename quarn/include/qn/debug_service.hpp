@@ -68,8 +68,11 @@ protected:
     /// selects() in two parts, for who has no time: whether a side is requested and there is no
     /// filter, and whether the scope is selected.
     [[nodiscard]] bool isRequestedUnfiltered() const noexcept { return requestedUnfiltered_; }
+    [[nodiscard]] bool selectsScope(const Scope& scope) const noexcept {
+        return globalScope_ || scope.flavor() != ScopeFlavor::Global;
+    }
     [[nodiscard]] bool selectsScopeOf(const TransformRun& run) const noexcept {
-        return globalScope_ || run.scope().flavor() != ScopeFlavor::Global;
+        return selectsScope(run.scope());
     }
 
     /// Tells the container that what this service does has changed, so that code compiled under

@@ -5,6 +5,8 @@
 
 #include <qn/service_container.hpp>
 
+#include <cstdint>
+
 namespace tssv::debug {
 class DebugLog;
 }
@@ -18,6 +20,12 @@ public:
 
     /// The process's debug log; lives as long as the process.
     [[nodiscard]] tssv::debug::DebugLog& debugLog();
+
+    /// Numbers the watched runs of the process, from 1 on.
+    [[nodiscard]] std::uint64_t nextRunId() noexcept { return ++runs_; }
+
+private:
+    std::uint64_t runs_ = 0;
 };
 
 namespace detail {

@@ -8,7 +8,9 @@
 
 namespace QN {
 
+class Function;
 class ServiceContainer;
+struct Transform;
 class TransformRun;
 
 class Service {
@@ -24,6 +26,12 @@ public:
     /// Called after the transform has acted, also when it failed (see TransformRun::failed()), once
     /// for each prepass() call that returned. Services are called in reverse order of prepass().
     virtual void postpass(TransformRun& run);
+
+    /// Runs `transform` on `function` as the only service that is awake, and returns whether that
+    /// changed anything. What stands here does as for any number of services: it describes the run
+    /// and calls the hooks around it. A service that measures may override it to stand closer to
+    /// the transform; it must then record what its hooks would have.
+    virtual bool runAlone(const Transform& transform, Function& function);
 
     /// Called at the end of ServiceContainer::addService().
     virtual void added();

@@ -25,6 +25,15 @@ public:
         return service != nullptr && service->container_ == this;
     }
 
+    /// The same of a service that may be gone: nothing is read from it.
+    [[nodiscard]] bool holds(const Service* service) const noexcept;
+
+    /// The service that is awake if it is the only one and no other one left during a run that is
+    /// under way, otherwise null.
+    [[nodiscard]] Service* onlyAwake() const noexcept {
+        return slots_.size() == 1 ? slots_.front() : nullptr;
+    }
+
     /// Registers `service` after the ones that are there. Does nothing if it is registered here
     /// already; a service registered elsewhere leaves its old container first. Null is reported as
     /// a failed assertion.

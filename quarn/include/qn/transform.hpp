@@ -42,6 +42,8 @@ public:
 namespace detail {
 bool runWatched(const Transform& transform, Function& function);
 bool runWatched(const Transform& transform, Scope& scope);
+/// A run with a description of it and all hooks around, for services that are awake.
+bool runBetweenHooks(const Transform& transform, Function& function);
 } // namespace detail
 
 /// Runs a function transform on `function`, which has a graph: the only way in which a transform is

@@ -14,6 +14,10 @@
 
 namespace QN {
 
+namespace detail {
+struct ProfiledRun;
+}
+
 class TransformProfilerService : public DebugService {
 public:
     /// With the sides that are requested from the start.
@@ -58,14 +62,13 @@ public:
 
     void prepass(TransformRun& run) override;
     void postpass(TransformRun& run) override;
+    bool runAlone(const Transform& transform, Function& function) override;
 
 private:
     struct State;
-    [[gnu::noinline]] void beginInAnyCase(const TransformRun& run);
-    [[gnu::noinline]] void endByMonotonicClock(const TransformRun& run);
-    [[gnu::noinline]] void endInAnyCase(const TransformRun& run, std::uint64_t now);
-    void end(const TransformRun& run, std::uint64_t now);
-    void noteWhatEndsDo() noexcept { endsAsUsual_ = memoryInterval_ == 1 && emitThreshold_ == 0; }
+    void end(const detail::ProfiledRun& run, std::uint64_t now, std::size_t nodes);
+    [[gnu::cold]] void endFailed(std::uint64_t id, const Transform& transform,
+                                 const Function& function, std::uint64_t now) noexcept;
     void emit();
 
     std::string destination_;
@@ -73,7 +76,6 @@ private:
     std::size_t memoryInterval_ = 1;
     bool recordNumbering_ = true;
     bool tagFcnsWithLogId_ = false;
-    bool endsAsUsual_ = true; // each event has its memory, and none causes a report
     std::unique_ptr<State> state_;
 };
 
