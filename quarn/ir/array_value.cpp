@@ -1,4 +1,6 @@
 // The elements of arrays: making, copying, growing.
+#include "ir/large_pages.hpp"
+
 #include <qn/arithmetic.hpp>
 #include <qn/array_value.hpp>
 
@@ -8,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <sys/mman.h>
 #include <utility>
 
 namespace QN {
@@ -113,19 +114,7 @@ void freeBuffer(ArrayBuffer& buffer) noexcept {
     }
 }
 
-constexpr std::size_t largePage = std::size_t{2} << 20;
-constexpr std::size_t largeCapacity = 4 * largePage;
-
-/// Asks the system for large pages inside this memory: they come as a whole when one of their bytes
-/// is touched, and elements that are far from each other are found faster. It is only a wish, which
-/// systems may be set up to ignore.
-void wishForLargePages(void* memory, std::size_t bytes) noexcept {
-    const auto begin = reinterpret_cast<std::uintptr_t>(memory);
-    const std::uintptr_t first = (begin + largePage - 1) / largePage * largePage;
-    const std::uintptr_t end = (begin + bytes) / largePage * largePage;
-    static_cast<void>(
-        madvise(static_cast<std::byte*>(memory) + (first - begin), end - first, MADV_HUGEPAGE));
-}
+constexpr std::size_t largeCapacity = 4 * detail::largePage;
 
 /// Memory for a buffer and elements of that capacity, all of them zeros where `zeros` says so.
 void* memoryFor(std::size_t capacity, bool zeros) {
@@ -147,7 +136,7 @@ void* memoryFor(std::size_t capacity, bool zeros) {
         throw std::bad_alloc();
     }
     if (capacity >= largeCapacity) {
-        wishForLargePages(memory, sizeof(OwnBuffer) + capacity);
+        detail::wishForLargePages(memory, sizeof(OwnBuffer) + capacity);
     }
     return memory;
 }
