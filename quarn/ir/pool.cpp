@@ -61,6 +61,12 @@ struct Pool::Checks {
     std::vector<ChunkStart> chunks;    // oldest first
     std::vector<const void*> released; // in order of release
 
+    void makeRoomForChunk() {
+        if (chunks.size() == chunks.capacity()) {
+            chunks.reserve(2 * chunks.size() + 1);
+        }
+    }
+
     /// The words that there are hold `count` records and are full; returns the first of more.
     RecordWord* addWords(std::size_t count) {
         const std::size_t room = words.empty() ? firstWords : moreWords;
@@ -100,6 +106,9 @@ void Pool::addChunk(std::size_t atLeast) {
     // quarter of all their memory was what their last chunks had left.
     const std::size_t half = std::clamp(std::bit_floor(reserved_ / 2), firstChunk, largestChunk);
     std::size_t bytes = std::max(half, atLeast + sizeof(Chunk));
+    if (checks_ != nullptr) {
+        checks_->makeRoomForChunk(); // what follows must not stop in the middle
+    }
     void* const memory = detail::takeChunk(bytes);
     if (chunk_ != nullptr) {
         inFullChunks_ += static_cast<std::size_t>(next_ - reinterpret_cast<std::byte*>(chunk_ + 1));

@@ -26,6 +26,7 @@ void Service::setIdle(bool idle) {
         idle_ = idle;
         return;
     }
+    container_->makeRoom(idle);
     container_->leave(*this);
     idle_ = idle;
     container_->enter(*this);
@@ -85,6 +86,11 @@ void ServiceContainer::enter(Service& service) {
         slots_.push_back(&service);
         ++awake_;
     }
+}
+
+void ServiceContainer::makeRoom(bool idle) {
+    std::vector<Service*>& services = idle ? idle_ : slots_;
+    services.reserve(services.size() + 1);
 }
 
 void ServiceContainer::leave(Service& service) noexcept {

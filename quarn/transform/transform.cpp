@@ -36,9 +36,9 @@ inline void stopIfRequested(const TransformRun& run) {
 
 // Calls prepass() before a run and postpass() after it, once for each prepass() that returned, also
 // if an error passes through. The services' slots keep their places meanwhile, so a service that
-// leaves is left out and one that comes waits for the next run. How far the hooks have come is a
-// local variable, which stays in a register; an object whose destructor closes them would be kept
-// in memory for the case of an error.
+// leaves is left out, one that comes before the transform acts is called too, and a later one
+// waits. How far the hooks have come is a local variable, which stays in a register; an object
+// whose destructor closes them would be kept in memory for the case of an error.
 class ServiceBracket {
 public:
     template <typename Act>

@@ -48,8 +48,9 @@ public:
     [[nodiscard]] bool isIdle() const noexcept { return idle_; }
 
 protected:
-    /// Falls asleep or wakes up. A service that wakes up during a run waits for the next one, and
-    /// is from then on called behind those that were awake before it.
+    /// Falls asleep or wakes up. A service that wakes up while a transform acts waits for the next
+    /// run, and is from then on called behind those that were awake before it. Throws
+    /// std::bad_alloc, and then nothing has changed.
     void setIdle(bool idle);
 
 private:

@@ -104,6 +104,8 @@ private:
 
     void detach(Service& service) noexcept;
     void enter(Service& service);
+    /// Lets the next enter() of an idle service, or of one that is awake, need no memory.
+    void makeRoom(bool idle);
     void leave(Service& service) noexcept;
     void closeGaps() noexcept;
 
