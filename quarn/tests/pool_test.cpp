@@ -82,7 +82,8 @@ TEST(Pool, PeakStaysWhenMemoryGoes) {
     EXPECT_EQ(Pool::peakReserved(), before);
 }
 
-// Some pages stay, so that the next pools need not touch new ones.
+// Some pages stay, so that the next pools need not touch new ones. A quarter is left for what the
+// sanitizers note of each byte, and for whatever else the process does.
 TEST(Pool, MostPagesGoBackToTheSystem) {
     const auto residentBytes = [] {
         std::ifstream file("/proc/self/statm");
@@ -101,7 +102,7 @@ TEST(Pool, MostPagesGoBackToTheSystem) {
         }
         EXPECT_GT(residentBytes(), before + bytes / 2);
     }
-    EXPECT_LT(residentBytes(), before + kept + (std::size_t{16} << 20));
+    EXPECT_LT(residentBytes(), before + kept + bytes / 4);
 }
 
 TEST(Pool, RecordsNameWhatIsStillAlive) {
