@@ -1,4 +1,6 @@
 // The elements of arrays: what is taken again after it was freed is as new.
+#include "tests/mapping_support.hpp"
+
 #include <qn/array_value.hpp>
 
 #include <cstring>
@@ -88,4 +90,13 @@ TEST(ArrayValue, ThreadsKeepBuffersOfTheirOwn) {
     EXPECT_EQ(from.get(5), garbage);
     from = ArrayValue(); // freed by another thread than the one that took it
     std::thread(freeMany).join();
+}
+
+TEST(ArrayValue, LargePagesAreWishedForManyElements) {
+    if (!testing_support::hasLargePages()) {
+        GTEST_SKIP() << "this kernel has no large pages";
+    }
+    const ArrayValue many(ScalarKind::Double, 1, std::int64_t{4} << 20);
+    const auto* const elements = static_cast<const std::byte*>(many.data());
+    EXPECT_EQ(testing_support::wishesLargePages(elements + (std::size_t{16} << 20)), true);
 }

@@ -1,4 +1,6 @@
 // Pools: accounting, the peak, records, canaries and poison.
+#include "tests/mapping_support.hpp"
+
 #include <qn/pool.hpp>
 #include <qn/testing_hooks.hpp>
 
@@ -80,6 +82,18 @@ TEST(Pool, PeakStaysWhenMemoryGoes) {
     EXPECT_GE(Pool::peakReserved(), before + 100'000);
     Pool::resetPeak();
     EXPECT_EQ(Pool::peakReserved(), before);
+}
+
+TEST(Pool, LargePagesAreWishedForBehindTheFirstMegabytes) {
+    if (!testing_support::hasLargePages()) {
+        GTEST_SKIP() << "this kernel has no large pages";
+    }
+    Pool pool;
+    void* last = nullptr;
+    for (int i = 0; i < 8; ++i) {
+        last = pool.allocate(std::size_t{1} << 20);
+    }
+    EXPECT_EQ(testing_support::wishesLargePages(last), true);
 }
 
 // Some pages stay, so that the next pools need not touch new ones. A quarter is left for what the

@@ -30,6 +30,21 @@ const char* const bySteps = R"((function f f64 (param $a f64[]) (param $n i64)
             (%12 f64 add %11 %10) (store $s %12) (jump b1))
   (block b3 (%13 f64 load $s) (ret %13))))";
 
+// Products of elements from both ends inwards, where the index of the last one is an element:
+// nobody knows how many there are.
+const char* const inwards = R"((function f f64 (param $a f64[]) (param $times i64)
+  (user $r i64) (user $i f64) (user $j f64) (user $s f64)
+  (block b0 (%1 i64 load $times) (jump b1))
+  (block b1 (%2 i64 load $r) (%3 logical lt %2 %1) (br %3 b2 b5))
+  (block b2 (%4 i64 add:wrap %2 1i64) (store $r %4) (store $i 1.0) (%5 f64 ldelem $a 1i64 @4)
+            (store $j %5) (jump b3))
+  (block b3 (%6 f64 load $i) (%7 f64 load $j) (%8 logical lt %6 %7) (br %8 b4 b1))
+  (block b4 (%9 i64 toindex %6 @6) (%10 f64 ldelem $a %9 @6) (%11 i64 toindex %7 @7)
+            (%12 f64 ldelem $a %11 @7) (%13 f64 mul %10 %12) (%14 f64 load $s)
+            (%15 f64 add %14 %13) (store $s %15) (%16 f64 add %6 1.0) (store $i %16)
+            (%17 f64 sub %7 1.0) (store $j %17) (jump b3))
+  (block b5 (%18 f64 load $s) (ret %18))))";
+
 // What 3 s + i becomes for the same i, with a[i] checked and not used.
 const char* const ofWholes = R"((function f f64 (param $a f64[]) (param $n i64)
   (user $k i64) (user $i f64) (user $s i64)
@@ -198,6 +213,7 @@ TEST_F(VmrtLoops, WhatIsDecidedInFrontOfANestGivesItAVersion) {
     EXPECT_TRUE(has(irOf(bySteps, byDefault), ".checked"));
     EXPECT_FALSE(has(irOf(byElements, byDefault), ".checked")) << "an index may be anything";
     EXPECT_FALSE(has(irOf(onlyCounts, byDefault), ".checked")) << "there is nothing to check";
+    EXPECT_TRUE(has(irOf(inwards, byDefault), ".checked")) << "indices stay whole";
     EXPECT_FALSE(has(irOf(bySteps, VMEngineConfig::OptLess), ".checked"));
 }
 
