@@ -2,6 +2,7 @@
 #include "vmrt/llvm/whole_counts.hpp"
 
 #include "vmrt/llvm/loop_versions.hpp"
+#include "vmrt/llvm/whole_numbers.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -24,7 +25,6 @@ using llvm::PHINode;
 using llvm::SCEV;
 using llvm::Value;
 
-constexpr double largestConstant = 0x1p20;
 constexpr std::int64_t mostTurns = std::int64_t{1} << 44;
 /// Numbers that come in are below the first, the sums of what is added to them below the second:
 /// all are exact.
@@ -35,21 +35,17 @@ constexpr std::int64_t largestStart = std::int64_t{1} << 51;
 constexpr std::int64_t largestStep = 64;
 constexpr int mostGuards = 8;
 
-/// A whole constant that is small and not the negative zero.
-bool isSmallWhole(const Value* value) {
+/// A constant that is small and whole.
+bool isSmallWholeConstant(const Value* value) {
     const auto* const constant = llvm::dyn_cast<llvm::ConstantFP>(value);
-    if (constant == nullptr || !constant->getType()->isDoubleTy()) {
-        return false;
-    }
-    const llvm::APFloat& number = constant->getValueAPF();
-    return number.isFinite() && number.isInteger() && !number.isNegZero() &&
-           std::abs(number.convertToDouble()) <= largestConstant;
+    return constant != nullptr && constant->getType()->isDoubleTy() &&
+           isSmallWhole(constant->getValueAPF());
 }
 
 /// What is known of a loop's turns from the branches that lead to it.
 class Turns {
 public:
-    Turns(const Loop& loop, llvm::ScalarEvolution& evolution) : loop_(loop), evolution_(evolution) {
+    Turns(const Loop& loop, llvm::ScalarEvolution& evolution) : evolution_(evolution) {
         const SCEV* const turns = evolution.getExitCount(&loop, loop.getLoopLatch());
         if (llvm::isa<llvm::SCEVCouldNotCompute>(turns) || !turns->getType()->isIntegerTy(64)) {
             return;
@@ -113,7 +109,6 @@ private:
                                       llvm::ConstantRange::Signed);
     }
 
-    const Loop& loop_;
     llvm::ScalarEvolution& evolution_;
     const SCEV* turns_ = nullptr;
     llvm::ConstantRange range_ = llvm::ConstantRange::getFull(64);
@@ -219,7 +214,7 @@ private:
 
     /// A whole number that comes in, or one more member.
     bool addSource(Value* value) {
-        if (isSmallWhole(value) || sourceOf(value) != nullptr) {
+        if (isSmallWholeConstant(value) || sourceOf(value) != nullptr) {
             return true;
         }
         auto* const instruction = llvm::dyn_cast<Instruction>(value);
@@ -338,7 +333,7 @@ bool mayBegin(const PHINode& phi, const Loop& loop) {
         return false;
     }
     const Value* const start = phi.getIncomingValueForBlock(loop.getLoopPreheader());
-    return isSmallWhole(start) || llvm::isa<llvm::SIToFPInst, llvm::UIToFPInst>(start);
+    return isSmallWholeConstant(start) || llvm::isa<llvm::SIToFPInst, llvm::UIToFPInst>(start);
 }
 
 bool countInIntegers(const Loop& loop, llvm::ScalarEvolution& evolution) {
@@ -388,12 +383,7 @@ llvm::PreservedAnalyses WholeCountsPass::run(llvm::Function& function,
             changed = true;
         }
     }
-    if (!changed) {
-        return llvm::PreservedAnalyses::all();
-    }
-    llvm::PreservedAnalyses kept;
-    kept.preserveSet<llvm::CFGAnalyses>();
-    return kept;
+    return keptWithBlocks(changed);
 }
 
 } // namespace QN::VMRT

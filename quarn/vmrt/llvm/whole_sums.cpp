@@ -1,6 +1,8 @@
 // See whole_sums.hpp.
 #include "vmrt/llvm/whole_sums.hpp"
 
+#include "vmrt/llvm/whole_numbers.hpp"
+
 #include <llvm/Analysis/LoopInfo.h>
 #include <llvm/Analysis/ScalarEvolution.h>
 #include <llvm/Analysis/ScalarEvolutionExpressions.h>
@@ -12,14 +14,7 @@ namespace {
 
 using llvm::Value;
 
-constexpr std::int64_t largestConstant = std::int64_t{1} << 20;
 constexpr std::int64_t largestExact = std::int64_t{1} << 52;
-
-/// A whole number that is small and not the negative zero.
-bool isSmallWhole(const llvm::APFloat& number) {
-    return number.isFinite() && number.isInteger() && !number.isNegZero() &&
-           llvm::abs(number) <= llvm::APFloat(static_cast<double>(largestConstant));
-}
 
 /// Whether a number stays between `lowest` and largestExact.
 bool staysExact(const llvm::SCEV* number, std::int64_t lowest, llvm::ScalarEvolution& evolution) {
@@ -103,12 +98,7 @@ llvm::PreservedAnalyses WholeSumsPass::run(llvm::Function& function,
             }
         }
     }
-    if (!changed) {
-        return llvm::PreservedAnalyses::all();
-    }
-    llvm::PreservedAnalyses kept;
-    kept.preserveSet<llvm::CFGAnalyses>();
-    return kept;
+    return keptWithBlocks(changed);
 }
 
 } // namespace QN::VMRT

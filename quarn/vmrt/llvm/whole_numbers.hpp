@@ -1,0 +1,25 @@
+// What the passes that compute whole doubles in integers share.
+#pragma once
+
+#include <llvm/ADT/APFloat.h>
+#include <llvm/IR/PassManager.h>
+
+namespace QN::VMRT {
+
+/// Whether it is a whole number up to 2^20 in size and not the negative zero, which no integer is.
+inline bool isSmallWhole(const llvm::APFloat& number) {
+    return number.isFinite() && number.isInteger() && !number.isNegZero() &&
+           llvm::abs(number) <= llvm::APFloat(0x1p20);
+}
+
+/// What stays known of a function whose blocks and edges are as they were.
+inline llvm::PreservedAnalyses keptWithBlocks(bool changed) {
+    if (!changed) {
+        return llvm::PreservedAnalyses::all();
+    }
+    llvm::PreservedAnalyses kept;
+    kept.preserveSet<llvm::CFGAnalyses>();
+    return kept;
+}
+
+} // namespace QN::VMRT
