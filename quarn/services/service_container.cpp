@@ -7,6 +7,12 @@
 
 namespace QN {
 
+namespace {
+
+std::uint64_t lastWalkWithGaps = 0; // of any container
+
+}
+
 Service::~Service() {
     if (container_ != nullptr) {
         container_->detach(*this);
@@ -33,7 +39,7 @@ void Service::setIdle(bool idle) {
 }
 
 ServiceContainer::~ServiceContainer() {
-    for (const auto& services : {slots_, idle_}) {
+    for (const auto& services : {slots_, aside_}) {
         for (Service* const service : services) {
             if (service != nullptr) {
                 service->container_ = nullptr;
@@ -46,7 +52,7 @@ bool ServiceContainer::holds(const Service* service) const noexcept {
     const auto isIn = [service](const std::vector<Service*>& services) {
         return std::find(services.begin(), services.end(), service) != services.end();
     };
-    return service != nullptr && (isIn(slots_) || isIn(idle_));
+    return service != nullptr && (isIn(slots_) || isIn(aside_));
 }
 
 void ServiceContainer::addService(Service* service) {
@@ -80,8 +86,9 @@ void ServiceContainer::detach(Service& service) noexcept {
 }
 
 void ServiceContainer::enter(Service& service) {
-    if (service.idle_) {
-        idle_.push_back(&service);
+    const bool waits = walkWithGaps_ != 0 && service.leftDuring_ == walkWithGaps_;
+    if (service.idle_ || waits) {
+        aside_.push_back(&service);
     } else {
         slots_.push_back(&service);
         ++awake_;
@@ -89,20 +96,22 @@ void ServiceContainer::enter(Service& service) {
 }
 
 void ServiceContainer::makeRoom(bool idle) {
-    std::vector<Service*>& services = idle ? idle_ : slots_;
+    std::vector<Service*>& services = idle ? aside_ : slots_;
     services.reserve(services.size() + 1);
 }
 
 void ServiceContainer::leave(Service& service) noexcept {
-    if (service.idle_) {
-        std::erase(idle_, &service);
+    if (std::erase(aside_, &service) > 0) {
         return;
     }
     const auto slot = std::find(slots_.begin(), slots_.end(), &service);
     --awake_;
     if (walks_ > 0) {
         *slot = nullptr;
-        hasGaps_ = true;
+        if (walkWithGaps_ == 0) {
+            walkWithGaps_ = ++lastWalkWithGaps;
+        }
+        service.leftDuring_ = walkWithGaps_;
     } else {
         slots_.erase(slot);
     }
@@ -110,7 +119,14 @@ void ServiceContainer::leave(Service& service) noexcept {
 
 void ServiceContainer::closeGaps() noexcept {
     std::erase(slots_, nullptr);
-    hasGaps_ = false;
+    walkWithGaps_ = 0;
+    for (Service* const service : aside_) {
+        if (!service->idle_) { // waited, so that one of the gaps was its own
+            slots_.push_back(service);
+            ++awake_;
+        }
+    }
+    std::erase_if(aside_, [](const Service* service) { return !service->idle_; });
 }
 
 namespace detail {

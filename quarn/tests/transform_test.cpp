@@ -6,6 +6,7 @@
 #include <qn/transform.hpp>
 #include <qn/transform_run.hpp>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -38,6 +39,7 @@ public:
             actAfter(run);
         }
     }
+    void sleep(bool idle) { setIdle(idle); }
     std::function<void(TransformRun&)> act;
     std::function<void(TransformRun&)> actAfter;
 
@@ -135,6 +137,102 @@ TEST_F(Funnel, ServicesMayLeaveAndComeDuringARun) {
     EXPECT_EQ(events, (Events{"a before change-fcn_f", "b before change-fcn_f",
                               "late before change-fcn_f", "transform",
                               "late after change-fcn_f changed", "b after change-fcn_f changed"}));
+}
+
+TEST_F(Funnel, AServiceThatComesBackWaitsForTheNextRun) {
+    Watching a("a");
+    Watching b("b");
+    Watching* which = nullptr;
+    const auto leaveAndComeBack = [&](TransformRun&) {
+        DebugServices& services = DefaultServices::debugServices();
+        services.removeService(which);
+        services.addService(which);
+        services.removeService(which);
+        services.addService(which);
+        EXPECT_TRUE(services.isRegistered(which));
+        EXPECT_TRUE(services.holds(which));
+        EXPECT_EQ(services.size(), 2U);
+    };
+    const auto sleepAndWake = [&](TransformRun&) {
+        which->sleep(true);
+        which->sleep(false);
+        which->sleep(true);
+        which->sleep(false);
+        EXPECT_FALSE(which->isIdle());
+        EXPECT_TRUE(DefaultServices::debugServices().holds(which));
+    };
+    for (const std::function<void(TransformRun&)>& act :
+         {std::function<void(TransformRun&)>(leaveAndComeBack),
+          std::function<void(TransformRun&)>(sleepAndWake)}) {
+        // Of its own accord it moves behind the other one, and is told by the next run again.
+        events.clear();
+        which = &a;
+        a.act = act;
+        runTransform(changing, f);
+        EXPECT_EQ(events, (Events{"a before change-fcn_f", "b before change-fcn_f", "transform",
+                                  "b after change-fcn_f changed"}));
+        a.act = nullptr;
+        events.clear();
+        runTransform(changing, f);
+        EXPECT_EQ(events, (Events{"b before change-fcn_f", "a before change-fcn_f", "transform",
+                                  "a after change-fcn_f changed", "b after change-fcn_f changed"}));
+        // The other one is told of a run before this one moves it, so it is not told of the end.
+        events.clear();
+        which = &b;
+        a.act = act;
+        runTransform(changing, f);
+        EXPECT_EQ(events, (Events{"b before change-fcn_f", "a before change-fcn_f", "transform",
+                                  "a after change-fcn_f changed"}));
+        // And if it is its turn after this one, it is told of neither.
+        events.clear();
+        runTransform(changing, f);
+        EXPECT_EQ(events,
+                  (Events{"a before change-fcn_f", "transform", "a after change-fcn_f changed"}));
+        a.act = nullptr;
+        events.clear();
+        runTransform(changing, f);
+        EXPECT_EQ(events, (Events{"a before change-fcn_f", "b before change-fcn_f", "transform",
+                                  "b after change-fcn_f changed", "a after change-fcn_f changed"}));
+    }
+}
+
+TEST_F(Funnel, AServiceThatComesBackAloneWaitsForTheNextRun) {
+    Watching a("a");
+    a.act = [&](TransformRun&) {
+        a.sleep(true);
+        a.sleep(false);
+        runTransform(changing, f); // nobody is told of a run inside
+    };
+    runTransform(changing, f);
+    EXPECT_EQ(events, (Events{"a before change-fcn_f", "transform", "transform"}));
+    a.act = nullptr;
+    events.clear();
+    a.actAfter = [&](TransformRun&) {
+        a.sleep(true);
+        a.sleep(false);
+    };
+    runTransform(changing, f);
+    runTransform(changing, f);
+    EXPECT_EQ(events,
+              (Events{"a before change-fcn_f", "transform", "a after change-fcn_f changed",
+                      "a before change-fcn_f", "transform", "a after change-fcn_f changed"}));
+}
+
+TEST_F(Funnel, AServiceThatWaitsMayLeaveForGood) {
+    auto a = std::make_unique<Watching>("a");
+    Watching b("b");
+    a->act = [&](TransformRun&) {
+        a->sleep(true);
+        a->sleep(false);
+    };
+    b.act = [&](TransformRun&) { a.reset(); };
+    runTransform(changing, f);
+    b.act = nullptr;
+    runTransform(changing, f);
+    EXPECT_EQ(events, (Events{"a before change-fcn_f", "b before change-fcn_f", "transform",
+                              "b after change-fcn_f changed", "b before change-fcn_f", "transform",
+                              "b after change-fcn_f changed"}));
+    EXPECT_EQ(DefaultServices::debugServices().size(), 1U);
 }
 
 TEST_F(Funnel, AServiceAddedAfterTheHooksWaits) {

@@ -6,6 +6,8 @@
 // class (or from DebugService, which adds filters and sides).
 #pragma once
 
+#include <cstdint>
+
 namespace QN {
 
 class Function;
@@ -24,7 +26,9 @@ public:
     virtual void prepass(TransformRun& run);
 
     /// Called after the transform has acted, also when it failed (see TransformRun::failed()), once
-    /// for each prepass() call that returned. Services are called in reverse order of prepass().
+    /// for each prepass() call that returned. Services are called in reverse order of prepass(). A
+    /// service that leaves its container or falls asleep meanwhile is not called for that run any
+    /// more, also if it comes back.
     virtual void postpass(TransformRun& run);
 
     /// Runs `transform` on `function` as the only service that is awake, and returns whether that
@@ -56,6 +60,7 @@ protected:
 private:
     friend class ServiceContainer;
     ServiceContainer* container_ = nullptr;
+    std::uint64_t leftDuring_ = 0; // the last walk of a container that it left
     bool idle_ = false;
 };
 

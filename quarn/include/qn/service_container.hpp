@@ -43,14 +43,14 @@ public:
     /// a hook of this or another service.
     void removeService(Service* service);
 
-    [[nodiscard]] std::size_t size() const noexcept { return awake_ + idle_.size(); }
+    [[nodiscard]] std::size_t size() const noexcept { return awake_ + aside_.size(); }
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
     /// Whether nobody has to be called around a run: none is registered, or all are idle.
     [[nodiscard]] bool isQuiet() const noexcept { return awake_ == 0; }
 
     /// Calls `visit(Service&)` for each registered service that is not idle, in the order in which
     /// they were registered or woke up. Services that `visit` adds are visited too; services that
-    /// it removes are not visited any more.
+    /// it removes are not visited any more, also if they come back.
     template <typename Visitor>
     void forEach(Visitor&& visit) {
         const Walk walk(*this);
@@ -84,7 +84,8 @@ private:
     friend class ServiceBracket; // the hooks around one run of a transform
 
     /// While a walk is under way, services that leave or fall asleep leave a null slot behind, so
-    /// that indices stay valid; the slots are closed when the last walk ends.
+    /// that indices stay valid; the slots are closed when the last walk ends. Who comes back before
+    /// that waits for it, as nobody knows any more which walks have called it already.
     class Walk {
     public:
         explicit Walk(ServiceContainer& container) noexcept : container_(container) {
@@ -93,7 +94,7 @@ private:
         Walk(const Walk&) = delete;
         Walk& operator=(const Walk&) = delete;
         ~Walk() {
-            if (--container_.walks_ == 0 && container_.hasGaps_) [[unlikely]] {
+            if (--container_.walks_ == 0 && container_.walkWithGaps_ != 0) [[unlikely]] {
                 container_.closeGaps();
             }
         }
@@ -111,10 +112,10 @@ private:
 
     std::vector<Service*> slots_; // those that are awake, and gaps
     std::size_t awake_ = 0;
-    std::vector<Service*> idle_;
+    std::vector<Service*> aside_; // those that are idle, and those that wait for the end of a walk
     std::uint64_t generation_ = 0;
+    std::uint64_t walkWithGaps_ = 0; // a number of its own, 0 while there are none
     std::uint32_t walks_ = 0;
-    bool hasGaps_ = false;
 };
 
 } // namespace QN
