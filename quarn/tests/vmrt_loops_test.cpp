@@ -1,23 +1,16 @@
 // What the passes of the LLVM runtime make of loops: which ones get a version without checks, which
 // ones are cut into pieces, which sums and counts become integers; and that all of them do what the
 // evaluator does.
-#include "vmrt_support.hpp"
-
-#include <qn/default_services.hpp>
-#include <ts/debug_log.hpp>
+#include "vmrt_ir_support.hpp"
 
 #include <cmath>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <initializer_list>
-#include <iterator>
 #include <regex>
 #include <utility>
 
 using namespace QN;
 using namespace QN::vmrt_test;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -169,44 +162,7 @@ std::string counts(const char* start, const char* added, const char* more, const
                                  {"TYPE", type}});
 }
 
-class VmrtLoops : public ::testing::Test {
-protected:
-    VmrtLoops()
-        : folder_(fs::temp_directory_path() / ("vmrt-loops-" + std::to_string(::getpid()))) {
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-        DefaultServices::debugServices().debugLog().setLogDirectory(folder_.string());
-    }
-    ~VmrtLoops() override {
-        DefaultServices::debugServices().debugLog().setLogDirectory("");
-        fs::remove_all(folder_);
-    }
-
-    /// LLVM's IR as it goes to the code generator.
-    std::string irOf(std::string_view text, VMEngineConfig::JitOptimizationLevel level) {
-        VMEngineConfig config = atLevel(level);
-        config.setDumpLlvmIR(true);
-        const auto engine = VMRT::makeEngine(config);
-        const auto scope = parsed(text);
-        static_cast<void>(engine->prepare(*scope, *scope->find("f"), ""));
-        std::string ir;
-        for (const auto& entry : fs::directory_iterator(folder_)) {
-            std::ifstream file(entry.path());
-            ir.append(std::istreambuf_iterator<char>(file), {});
-            fs::remove(entry.path());
-        }
-        EXPECT_FALSE(ir.empty());
-        return ir;
-    }
-
-    fs::path folder_;
-};
-
-bool has(const std::string& text, std::string_view part) {
-    return text.find(part) != std::string::npos;
-}
-
-constexpr auto byDefault = VMEngineConfig::OptDefault;
+class VmrtLoops : public LlvmIr {};
 
 } // namespace
 
