@@ -120,6 +120,38 @@ TEST_F(InstanceMemoryTest, IsFreeWhenAScriptDeletesTheObject) {
     EXPECT_TRUE(liesBehind(thing));
 }
 
+#if defined(__SANITIZE_ADDRESS__) // nobody else watches what is read
+
+using InstanceMemoryDeathTest = InstanceMemoryTest;
+
+void read(const Store& store) {
+    static_cast<void>(*static_cast<const volatile int*>(&store.assignments));
+}
+
+TEST_F(InstanceMemoryDeathTest, IsNotReadAfterItsInstance) {
+    addInPlace("Thing");
+    Value thing = make("Thing");
+    const Store* const store = storeOf(instanceOf(thing));
+    read(*store);
+    thing = {};
+    EXPECT_DEATH(read(*store), "use-after-poison");
+    thing = make("Thing");
+    ASSERT_EQ(storeOf(instanceOf(thing)), store);
+    read(*store);
+}
+
+TEST_F(InstanceMemoryDeathTest, IsNotReadAfterAnObjectThatDiesFirst) {
+    addInPlace("Thing");
+    Value thing = make("Thing");
+    const Store* const store = storeOf(instanceOf(thing));
+    objsys::deleteInstance(instanceOf(thing));
+    EXPECT_DEATH(read(*store), "use-after-poison");
+    thing = {};
+    EXPECT_DEATH(read(*store), "use-after-poison");
+}
+
+#endif
+
 // A class may only unbind its objects. The memory of the instance then waits for the object.
 TEST_F(InstanceMemoryTest, BelongsToAnObjectThatOutlivesItsHandle) {
     SampleInfo& info = addInPlace("Thing");
