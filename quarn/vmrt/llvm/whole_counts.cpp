@@ -208,8 +208,7 @@ private:
     /// A constant that may also be less than zero, since no sum is the negative zero.
     static bool isAddend(const Value* value) {
         const auto* const constant = llvm::dyn_cast<llvm::ConstantFP>(value);
-        return constant != nullptr && constant->getValueAPF().isFinite() &&
-               constant->getValueAPF().isInteger();
+        return constant != nullptr && constant->getValueAPF().isInteger();
     }
 
     /// A whole number that comes in, or one more member.

@@ -8,8 +8,7 @@ namespace QN::VMRT {
 
 /// Whether it is a whole number up to 2^20 in size and not the negative zero, which no integer is.
 inline bool isSmallWhole(const llvm::APFloat& number) {
-    return number.isFinite() && number.isInteger() && !number.isNegZero() &&
-           llvm::abs(number) <= llvm::APFloat(0x1p20);
+    return number.isInteger() && !number.isNegZero() && llvm::abs(number) <= llvm::APFloat(0x1p20);
 }
 
 /// What stays known of a function whose blocks and edges are as they were.
