@@ -54,6 +54,18 @@ const char* const beyond = R"(
     (%6 i64 toindex %1 @10) (%7 i64 numel $a) (%8 logical gt %6 %7)
     (%20 f64 select %8 50.0 7.0))";
 
+// The same of what is no size, and of what is no index.
+const char* const beyondAnything = R"(
+    (%6 i64 toindex %1 @10) (%8 logical gt %6 %3)
+    (%20 f64 select %8 50.0 7.0))";
+const char* const anythingBeyond = R"(
+    (%6 i64 toindex %1 @10) (%7 i64 numel $a) (%8 logical gt %3 %7)
+    (%20 f64 select %8 50.0 7.0))";
+
+// The bounds are no size, so they may be less than nothing.
+const char* const insideAnything = R"(
+    (%6 i64 toindex %1 @10) (%7 i64 sub %3 2i64) (chkbounds %6 %7 @12) (%20 f64 convert %6))";
+
 const double manyNumbers[] = {1,
                               4,
                               5,
@@ -63,6 +75,7 @@ const double manyNumbers[] = {1,
                               1.5,
                               4.5,
                               0x1p53,
+                              0x1p53 + 2,
                               0x1p63,
                               -0x1p63,
                               1e300,
@@ -117,5 +130,8 @@ INSTANTIATE_TEST_SUITE_P(Bodies, VmrtIndices,
                                            Body{"behindAnAccess", behindAnAccess},
                                            Body{"besideOneWithout", besideOneWithout},
                                            Body{"besideOtherBounds", besideOtherBounds},
-                                           Body{"beyond", beyond}),
+                                           Body{"beyond", beyond},
+                                           Body{"beyondAnything", beyondAnything},
+                                           Body{"anythingBeyond", anythingBeyond},
+                                           Body{"insideAnything", insideAnything}),
                          [](const auto& body) { return std::string(body.param.name); });

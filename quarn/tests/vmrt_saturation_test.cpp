@@ -36,6 +36,8 @@ const std::vector<std::vector<Step>> chains = {
     {{"sub", 5, false}, {"mul", 7}},
     {{"mul", 3}, {"add", 1}, {"sub", 2}},
     {{"add", 100}, {"sub", 100}, {"mul", 2}},
+    {{"add", 100}, {"add", 100}, {"add", 100}}, // which saturates always in 8 bits
+    {{"sub", 127}, {"sub", 127}, {"sub", 127}},
     {{"mul", 5}, {"sub", 9}, {"mul", -2}, {"add", 3}},
 };
 
