@@ -223,10 +223,10 @@ void ArrayValue::resize(std::int64_t rows, std::int64_t cols) {
         // Nothing to keep.
     } else if (inPlace) {
         std::memcpy(to, from, std::min(before, after));
-    } else if (const auto kept = static_cast<std::size_t>(std::min(rows, rows_)) * element;
-               kept > 0) {
+    } else if (const auto keptOfEach = static_cast<std::size_t>(std::min(rows, rows_)) * element;
+               keptOfEach > 0) {
         for (std::int64_t col = 0; col < std::min(cols, cols_); ++col) {
-            std::memcpy(to, from, kept);
+            std::memcpy(to, from, keptOfEach);
             to += static_cast<std::size_t>(rows) * element;
             from += static_cast<std::size_t>(rows_) * element;
         }

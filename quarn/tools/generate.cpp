@@ -342,7 +342,8 @@ private:
         }
         const auto power = [&] {
             const int bits = type.bits() - (type.isSigned() ? 1 : 0);
-            return cfg_.constantInt(&type, std::int64_t{1} << random_.below(std::min(bits, 8)));
+            const auto most = static_cast<std::size_t>(std::min(bits, 8));
+            return cfg_.constantInt(&type, std::int64_t{1} << random_.below(most));
         };
         Const* const divisor = power();
         Entity* const x = value(type, 1);

@@ -161,7 +161,7 @@ inline void Batch::lookAtOperands(NumberOf numberOf) {
         const bool isTyped = (kindBit & typedKinds) != 0;
         const bool isNode = kind == EntityKind::Node;
         const TypedHead head = typedHeadOf(value);
-        const Type* const type = isTyped & types.contains(head.type) ? &*head.type : nullptr;
+        const Type* const type = (isTyped & types.contains(head.type)) ? &*head.type : nullptr;
         const bool isMalformed = ((kindBit & takenKinds_[i]) == 0) |
                                  (isTyped & ((type == nullptr) | (type == voidType)));
         const std::uint32_t found = numberOf(head.id, isNode, value);

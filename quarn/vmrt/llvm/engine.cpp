@@ -9,6 +9,7 @@
 
 #include <qn/console.hpp>
 
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <llvm/IR/DiagnosticInfo.h>
@@ -46,7 +47,7 @@ class MachineCode final : public Executable {
 public:
     MachineCode(LinkedCode code, UnitFacts facts, std::string entryName, Slabs& slabs,
                 const VMEngineConfig& config)
-        : entry_(reinterpret_cast<EntryFunction>(code.entry)), stackLimit_(lowestStackAddress()),
+        : entry_(std::bit_cast<EntryFunction>(code.entry)), stackLimit_(lowestStackAddress()),
           counters_(facts.counterCount), facts_(std::move(facts)), entryName_(std::move(entryName)),
           piece_(code.piece), slabs_(slabs), reports_(config.useDebugReporter()),
           aborts_(config.abortOnError()) {

@@ -67,8 +67,7 @@ public:
 
     /// Whether it goes back at most that often.
     [[nodiscard]] bool areAtMost(std::int64_t most) const {
-        return turns_ != nullptr && range_.getSignedMin().sge(-1) &&
-               range_.getSignedMax().sle(most);
+        return turns_ != nullptr && VMRT::isBetween(range_, -1, most);
     }
 
 private:
@@ -250,8 +249,7 @@ private:
     }
 
     bool isBetween(const SCEV* number, std::int64_t least, std::int64_t most) {
-        const llvm::ConstantRange range = evolution_.getSignedRange(number);
-        return range.getSignedMin().sge(least) && range.getSignedMax().sle(most);
+        return VMRT::isBetween(evolution_.getSignedRange(number), least, most);
     }
 
     /// Whether only members use it inside the loop, and behind it only phis of nothing else.

@@ -18,8 +18,7 @@ constexpr std::int64_t largestExact = std::int64_t{1} << 52;
 
 /// Whether a number stays between `lowest` and largestExact.
 bool staysExact(const llvm::SCEV* number, std::int64_t lowest, llvm::ScalarEvolution& evolution) {
-    const llvm::ConstantRange range = evolution.getSignedRange(number);
-    if (range.getSignedMin().sge(lowest) && range.getSignedMax().sle(largestExact)) {
+    if (isBetween(evolution.getSignedRange(number), lowest, largestExact)) {
         return true;
     }
     // As many turns as an array has elements, say.
@@ -36,9 +35,8 @@ bool staysExact(const llvm::SCEV* number, std::int64_t lowest, llvm::ScalarEvolu
     }
     // None would mean all of 64 bits, for which nobody can wait.
     const llvm::SCEV* const turns = evolution.getAddExpr(back, evolution.getOne(back->getType()));
-    const llvm::ConstantRange start = evolution.getSignedRange(steps->getStart());
     return evolution.getUnsignedRangeMax(turns).ule(largestExact / 2) &&
-           start.getSignedMin().sge(lowest) && start.getSignedMax().sle(largestExact / 2);
+           isBetween(evolution.getSignedRange(steps->getStart()), lowest, largestExact / 2);
 }
 
 /// The integer of 64 bits from which a double was made, if it is exact; null otherwise.
