@@ -203,6 +203,15 @@ const char* const byEighths = R"((function f f64 (param $a f64[]) (param $first 
             (store $k %11) (jump b1))
   (block b3 (%12 f64 load $s) (ret %12))))";
 
+// Until an element is negative, which none is: only the check of the index ends it.
+const char* const untilNegative = R"((function f f64 (param $a f64[]) (param $first i64)
+  (param $step i64) (param $n i64) (user $k i64) (user $s f64)
+  (block b0 (%1 i64 load $first) (jump b2))
+  (block b2 (%4 i64 load $k) (%7 i64 add:wrap %1 %4) (%8 f64 ldelem $a %7 @6) (%9 f64 load $s)
+            (%10 f64 add %9 %8) (store $s %10) (%11 i64 add:wrap %4 1i64) (store $k %11)
+            (%5 logical lt 0.0 %8) (br %5 b2 b3))
+  (block b3 (%12 f64 load $s) (ret %12))))";
+
 // first + k * step is to be anything but zero.
 const char* const notZero = R"((function f f64 (param $a f64[]) (param $first i64)
   (param $step i64) (param $n i64) (user $k i64) (user $s f64)
@@ -293,5 +302,6 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"byMinimum", byMinimum}, Case{"maximumInsideConstants", maximumInsideConstants},
         Case{"byMultiples", byMultiples}, Case{"bySquares", bySquares, false},
         Case{"byProductOfThree", byProductOfThree, false}, Case{"byEighths", byEighths, false},
-        Case{"notZero", notZero}, Case{"sameInEachTurn", sameInEachTurn}),
+        Case{"untilNegative", untilNegative, false}, Case{"notZero", notZero},
+        Case{"sameInEachTurn", sameInEachTurn}),
     [](const auto& each) { return std::string(each.param.name); });
