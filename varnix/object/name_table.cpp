@@ -57,8 +57,18 @@ Table& table() {
 
 } // namespace
 
-constinit NameEntry emptyName{{}, hashOf({}), ValueKind::Object, &emptyName, nullptr};
-constinit NameEntry voidName{"void", hashOf("void"), ValueKind::Void, &voidName, nullptr};
+// They are there before any code runs. Clang does not make constants of the texts of GCC's library,
+// so it makes these before everything else of the library.
+#if defined(__clang__)
+#define OBJSYS_FROM_THE_BEGINNING __attribute__((init_priority(101)))
+#else
+#define OBJSYS_FROM_THE_BEGINNING constinit
+#endif
+
+OBJSYS_FROM_THE_BEGINNING NameEntry emptyName{
+    {}, hashOf({}), ValueKind::Object, &emptyName, nullptr};
+OBJSYS_FROM_THE_BEGINNING NameEntry voidName{"void", hashOf("void"), ValueKind::Void, &voidName,
+                                             nullptr};
 
 NameEntry* intern(std::string_view text) {
     Table& names = table();
