@@ -47,22 +47,19 @@ public:
         OwnBuffer* const taken = list.first;
         if (taken != nullptr) {
             list.first = nextOf(*taken);
-            --list.count;
+            ++list.room;
         }
         return taken;
     }
     void give(OwnBuffer& buffer) noexcept {
-        if (!isWatched_) {
-            emptyAtEnd();
-        }
         List& list = lists_[listOf(buffer.capacity)];
-        if (list.count == most) {
+        if (list.room == 0 && !makeRoom(list)) [[unlikely]] {
             std::free(&buffer); // NOLINT: taken by makeBuffer
             return;
         }
         nextOf(buffer) = list.first;
         list.first = &buffer;
-        ++list.count;
+        --list.room;
     }
 
 private:
@@ -71,7 +68,7 @@ private:
 
     struct List {
         OwnBuffer* first = nullptr;
-        std::size_t count = 0;
+        std::size_t room = 0; // for so many more, once somebody empties them in the end
     };
     [[nodiscard]] static constexpr std::size_t listOf(std::size_t capacity) noexcept {
         return (capacity + grain - 1) / grain;
@@ -80,8 +77,9 @@ private:
     [[nodiscard]] static OwnBuffer*& nextOf(OwnBuffer& buffer) noexcept {
         return *static_cast<OwnBuffer**>(buffer.elements());
     }
-    /// Has the lists emptied when the thread ends; from then on nothing is kept.
-    void emptyAtEnd() noexcept;
+    /// False: the list is full. The first time, gives all of them room, and has them emptied when
+    /// the thread ends; from then on nothing is kept.
+    bool makeRoom(const List& list) noexcept;
 
     std::array<List, largest / grain + 1> lists_{};
     bool isWatched_ = false;
@@ -90,19 +88,25 @@ private:
 // Without a destructor of its own it is reached without asking whether it is there yet.
 [[gnu::tls_model("initial-exec")]] constinit thread_local KeptBuffers kept;
 
-void KeptBuffers::emptyAtEnd() noexcept {
+bool KeptBuffers::makeRoom(const List& list) noexcept {
     struct AtEnd {
         ~AtEnd() {
-            for (List& list : kept.lists_) {
-                while (list.first != nullptr) {
-                    std::free(std::exchange(list.first, nextOf(*list.first))); // NOLINT
+            for (List& each : kept.lists_) {
+                while (each.first != nullptr) {
+                    std::free(std::exchange(each.first, nextOf(*each.first))); // NOLINT
                 }
-                list.count = most;
+                each.room = 0;
             }
         }
     };
-    static thread_local const AtEnd atEnd;
-    isWatched_ = true;
+    if (!isWatched_) {
+        static thread_local const AtEnd atEnd;
+        isWatched_ = true;
+        for (List& each : lists_) {
+            each.room = most;
+        }
+    }
+    return list.room != 0;
 }
 
 void freeBuffer(ArrayBuffer& buffer) noexcept {
@@ -117,21 +121,12 @@ void freeBuffer(ArrayBuffer& buffer) noexcept {
 constexpr std::size_t largeCapacity = 4 * detail::largePage;
 
 /// Memory for a buffer and elements of that capacity, all of them zeros where `zeros` says so.
-void* memoryFor(std::size_t capacity, bool zeros) {
-    void* memory = nullptr;
-    if (KeptBuffers::isFor(capacity)) {
-        memory = kept.take(capacity);
-        if (memory == nullptr) {
-            memory = std::malloc(sizeof(OwnBuffer) + KeptBuffers::roundedUp(capacity));
-        }
-        if (zeros && memory != nullptr) {
-            std::memset(static_cast<OwnBuffer*>(memory)->elements(), 0, capacity);
-        }
-    } else {
-        // The system gives zeros for large pieces without touching them.
-        memory = zeros ? std::calloc(1, sizeof(OwnBuffer) + capacity)
-                       : std::malloc(sizeof(OwnBuffer) + capacity);
-    }
+void* newMemoryFor(std::size_t capacity, bool zeros) {
+    // The system gives zeros for large pieces without touching them.
+    const std::size_t elements =
+        KeptBuffers::isFor(capacity) ? KeptBuffers::roundedUp(capacity) : capacity;
+    void* const memory = zeros ? std::calloc(1, sizeof(OwnBuffer) + elements)
+                               : std::malloc(sizeof(OwnBuffer) + elements);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -141,8 +136,20 @@ void* memoryFor(std::size_t capacity, bool zeros) {
     return memory;
 }
 
+/// The same, from those that are kept if there is one.
+[[gnu::always_inline]] inline void* memoryFor(std::size_t capacity, bool zeros) {
+    OwnBuffer* const taken = KeptBuffers::isFor(capacity) ? kept.take(capacity) : nullptr;
+    if (taken == nullptr) [[unlikely]] {
+        return newMemoryFor(capacity, zeros);
+    }
+    if (zeros) {
+        std::memset(taken->elements(), 0, capacity);
+    }
+    return taken;
+}
+
 /// A buffer with one reference whose first `zeros` bytes are zero.
-OwnBuffer& makeBuffer(std::size_t capacity, std::size_t zeros) {
+[[gnu::always_inline]] inline OwnBuffer& makeBuffer(std::size_t capacity, std::size_t zeros) {
     auto* const made =
         new (memoryFor(capacity, zeros == capacity)) OwnBuffer{{1, capacity, freeBuffer}};
     if (zeros != capacity && zeros != 0) {
