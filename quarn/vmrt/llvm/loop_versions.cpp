@@ -215,6 +215,9 @@ public:
         for (const Guard& guard : guards_) {
             takeOut(guard);
         }
+        for (const Part& part : unchanging_) {
+            settle(*part.value, part.wanted);
+        }
     }
 
 private:
@@ -723,8 +726,17 @@ private:
         }
     }
 
+    /// What else is chosen inside by a value that stays the same.
+    void settle(Value& value, bool is) const {
+        value.replaceUsesWithIf(
+            llvm::ConstantInt::getBool(value.getType(), is), [&](const llvm::Use& use) {
+                const auto* const user = llvm::dyn_cast<llvm::Instruction>(use.getUser());
+                return user != nullptr && top_.contains(user);
+            });
+    }
+
     /// Leaves of the condition what is not decided.
-    static void takeOut(const Guard& guard) {
+    void takeOut(const Guard& guard) const {
         llvm::IRBuilder<> ir(guard.branch);
         const bool likely = guard.likely == 0; // the value of the condition
         Value* left = nullptr;
@@ -734,7 +746,11 @@ private:
                    : likely        ? ir.CreateLogicalAnd(left, each)
                                    : ir.CreateLogicalOr(left, each);
         }
+        Value* const before = guard.branch->getCondition();
         guard.branch->setCondition(left != nullptr ? left : ir.getInt1(likely));
+        if (left == nullptr && !llvm::isa<llvm::Constant>(before) && top_.isLoopInvariant(before)) {
+            settle(*before, likely);
+        }
     }
 
     Loop& top_;
