@@ -39,6 +39,17 @@ const char* const inwards = R"((function f f64 (param $a f64[]) (param $times i6
             (%17 f64 sub %7 1.0) (store $j %17) (jump b3))
   (block b5 (%18 f64 load $s) (ret %18))))";
 
+// The sum of 1 / a[i] for all i, many times.
+const char* const ofQuotients = R"((function f f64 (param $a f64[]) (param $times i64)
+  (user $r i64) (user $k i64) (user $s f64)
+  (block b0 (%1 i64 load $times) (%2 i64 numel $a) (jump b1))
+  (block b1 (%3 i64 load $r) (%4 logical lt %3 %1) (br %4 b2 b5))
+  (block b2 (%5 i64 add:wrap %3 1i64) (store $r %5) (store $k 0i64) (jump b3))
+  (block b3 (%6 i64 load $k) (%7 logical lt %6 %2) (br %7 b4 b1))
+  (block b4 (%8 i64 add:wrap %6 1i64) (store $k %8) (%9 f64 ldelem:inb $a %8) (%10 f64 div 1.0 %9)
+            (%11 f64 load $s) (%12 f64 add %11 %10) (store $s %12) (jump b3))
+  (block b5 (%13 f64 load $s) (ret %13))))";
+
 // What 3 s + i becomes for the same i, with a[i] checked and not used.
 const char* const ofWholes = R"((function f f64 (param $a f64[]) (param $n i64)
   (user $k i64) (user $i f64) (user $s i64)
@@ -219,6 +230,34 @@ TEST_F(VmrtLoops, AllVersionsGiveWhatTheEvaluatorGives) {
             }
         }
     }
+}
+
+TEST_F(VmrtLoops, QuotientsAreComputedInVectorsAndAddedInTheirOrder) {
+    const std::string ir = irOf(ofQuotients, byDefault);
+    EXPECT_TRUE(has(ir, "fdiv <"));
+    EXPECT_FALSE(has(ir, "fadd <")) << "partial sums round otherwise";
+    const auto scope = parsed(ofQuotients);
+    Function& function = *scope->find("f");
+    for (const auto level : allLevels) {
+        const auto engine = VMRT::makeEngine(atLevel(level));
+        const auto code = engine->prepare(*scope, function, "");
+        for (std::int64_t size = 0; size < 40; ++size) {
+            ArrayValue array(ScalarKind::Double, 1, size);
+            for (std::int64_t i = 1; i <= size; ++i) {
+                array.set(i, bitsOf(static_cast<double>(i * i) * (i % 3 == 0 ? -1e-7 : 0.1)));
+            }
+            const std::vector<Value> arguments = {Value::ofArray(array),
+                                                  Value::ofInt(Type::i64(), 3)};
+            EXPECT_EQ(machineOutcome(*code, function, arguments),
+                      evaluatedOutcome(*scope, function, arguments))
+                << "level " << level << ", size " << size;
+        }
+    }
+}
+
+TEST_F(VmrtLoops, LoopsOfAFewTurnsBecomeStraightLines) {
+    EXPECT_FALSE(has(irOf(byElements, byDefault), " = phi i64"));
+    EXPECT_TRUE(has(irOf(with(byElements, {{"4i64", "4000i64"}}), byDefault), " = phi i64"));
 }
 
 TEST_F(VmrtLoops, LoopsInsideOthersGetVersionsForManyTurns) {

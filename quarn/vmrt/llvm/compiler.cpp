@@ -22,6 +22,7 @@
 #include <llvm/Transforms/Scalar/SROA.h>
 #include <llvm/Transforms/Scalar/SimplifyCFG.h>
 #include <llvm/Transforms/Utils/Cloning.h>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -93,21 +94,21 @@ std::unique_ptr<llvm::TargetMachine> makeTargetMachine(const VMEngineConfig& con
     return machine;
 }
 
-/// Switches the fast instruction selector of the code generators that are set up in this scope. At
-/// level None LLVM takes it unless this option of the whole process says otherwise; the options of
-/// the target machine are not asked.
-class FastISelScope {
+/// Gives an option of the whole process a value for as long as this is there, unless somebody else
+/// has given it one. Without effect where LLVM has no such option.
+class OptionScope {
 public:
-    explicit FastISelScope(bool on) {
-        const auto found = llvm::cl::getRegisteredOptions().find("fast-isel");
-        if (!on && found != llvm::cl::getRegisteredOptions().end()) {
+    OptionScope(llvm::StringRef name, llvm::StringRef value) {
+        const auto found = llvm::cl::getRegisteredOptions().find(name);
+        if (found != llvm::cl::getRegisteredOptions().end() &&
+            found->second->getNumOccurrences() == 0) {
             option_ = found->second;
-            option_->addOccurrence(0, "fast-isel", "false");
+            option_->addOccurrence(0, name, value);
         }
     }
-    FastISelScope(const FastISelScope&) = delete;
-    FastISelScope& operator=(const FastISelScope&) = delete;
-    ~FastISelScope() {
+    OptionScope(const OptionScope&) = delete;
+    OptionScope& operator=(const OptionScope&) = delete;
+    ~OptionScope() {
         if (option_ != nullptr) {
             option_->reset();
         }
@@ -115,6 +116,21 @@ public:
 
 private:
     llvm::cl::Option* option_ = nullptr;
+};
+
+/// Switches the fast instruction selector of the code generators that are set up in this scope off,
+/// or leaves it: at level None LLVM takes it unless this option says otherwise; the options of the
+/// target machine are not asked.
+class FastISelScope {
+public:
+    explicit FastISelScope(bool on) {
+        if (!on) {
+            off_.emplace("fast-isel", "false");
+        }
+    }
+
+private:
+    std::optional<OptionScope> off_;
 };
 
 } // namespace
@@ -218,6 +234,9 @@ void Compiler::optimize(llvm::Module& module) {
     if (parts_->builder == nullptr) {
         return;
     }
+    // Sums of doubles stay in their order, but what is summed may be computed in vectors: divisions
+    // above all. LLVM has this switched off for processors without instructions for such sums.
+    const OptionScope ordered("force-ordered-reductions", "true");
     const auto defined = std::count_if(module.begin(), module.end(), [](const auto& function) {
         return !function.isDeclaration();
     });

@@ -26,6 +26,7 @@
 #include <llvm/Transforms/Scalar/LoopLoadElimination.h>
 #include <llvm/Transforms/Scalar/LoopPassManager.h>
 #include <llvm/Transforms/Scalar/LoopRotation.h>
+#include <llvm/Transforms/Scalar/LoopUnrollPass.h>
 #include <llvm/Transforms/Scalar/MemCpyOptimizer.h>
 #include <llvm/Transforms/Scalar/Reassociate.h>
 #include <llvm/Transforms/Scalar/SCCP.h>
@@ -194,6 +195,7 @@ void addDefaultPasses(FunctionPassManager& passes) {
 
 void addDefaultVectorPasses(FunctionPassManager& passes) {
     addLoopPasses(passes, /*makesVersions=*/true);
+    passes.addPass(llvm::createFunctionToLoopPassAdaptor(llvm::LoopFullUnrollPass(2)));
     passes.addPass(WithCleanUp(vectorizer(), vectorCleanUp()));
     passes.addPass(llvm::InstCombinePass());
     passes.addPass(llvm::SimplifyCFGPass(plainBranches()
