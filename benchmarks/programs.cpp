@@ -1,9 +1,8 @@
 // The group `programs`: the numeric programs of examples/ beside the same ones in C and in Lua.
 //
-// Whole processes are timed, since that is what a person waits for. Each program is given a size
-// and a number of rounds: with one round, starting and compiling count; the difference to four
-// rounds is what three rounds of compiled code take. Before anything is measured, the three results
-// are compared.
+// Each program is given a size and a number of rounds. What a run of one round takes holds starting
+// and compiling; what more rounds take beyond it is that of compiled code. Before anything is
+// measured, the three results are compared.
 #include "groups.hpp"
 #include "process.hpp"
 
@@ -18,18 +17,19 @@
 namespace bench {
 namespace {
 
-/// Sizes that take about a quarter of a second in C.
+/// How often each is run beyond the first time takes about half a second in C.
 struct Program {
     const char* name;
     const char* size;
+    int more; // rounds beyond the first one
 };
 constexpr Program programs[] = {
-    {"nbody", "4000000"},  {"spectral_norm", "2000"}, {"mandelbrot", "1600"},
-    {"sieve", "40000000"}, {"matrix_product", "700"}, {"runge_kutta", "20000000"},
-    {"lu_solve", "800"},   {"coins", "2500"},         {"collatz", "18"},
-    {"pancakes", "10"},
+    {"nbody", "400000", 12},  {"spectral_norm", "500", 24}, {"mandelbrot", "600", 12},
+    {"sieve", "40000000", 2}, {"matrix_product", "500", 4}, {"runge_kutta", "4000000", 10},
+    {"lu_solve", "500", 8},   {"coins", "2500", 6},         {"collatz", "15", 2},
+    {"pancakes", "9", 12},
 };
-constexpr const char* calls = "10000000";
+constexpr double calls = 1e7;
 
 using Command = std::vector<std::string>;
 
@@ -51,15 +51,23 @@ std::string resultOf(const Command& command) {
     return last;
 }
 
-/// Runs a program with its console text going nowhere.
-LoopMaker runs(const Command& command) {
-    return [command] {
-        Command quiet = {"/bin/sh", "-c", "exec \"$@\" >/dev/null", "sh"};
-        quiet.insert(quiet.end(), command.begin(), command.end());
-        return repeat([quiet] {
-            if (runProgram(quiet) != 0) {
-                throw std::runtime_error("this fails: " + quiet.back());
-            }
+/// The command with one more argument.
+Command with(Command command, const std::string& argument) {
+    command.push_back(argument);
+    return command;
+}
+
+/// What a run takes.
+LoopMaker wholeRun(const Command& command) {
+    return [command] { return repeat([command] { reportTime(processorTimeOfProgram(command)); }); };
+}
+
+/// What `often` takes beyond `once`, if it does the same so many times more.
+LoopMaker beyond(const Command& once, const Command& often, int more) {
+    return [once, often, more] {
+        return repeat([once, often, more] {
+            const double first = processorTimeOfProgram(once);
+            reportTime((processorTimeOfProgram(often) - first) / more);
         });
     };
 }
@@ -72,7 +80,7 @@ Group buildPrograms() {
     const std::string host = binaries / "varnix";
     const std::filesystem::path sources = BENCH_SOURCES;
     Group group;
-    group.clock = Clock::wall;
+    group.clock = Clock::reported;
     group.subjects = {"varnix", "C, clang-19 -O2", "LuaJIT"};
     for (const Program& each : programs) {
         const std::string name = each.name;
@@ -80,31 +88,40 @@ Group buildPrograms() {
             {host, "--no-modules", sources / "examples" / (name + ".vx"), each.size},
             {binaries / "programs" / name, each.size},
             {"luajit", sources / "benchmarks/programs" / (name + ".lua"), each.size}};
-        for (const char* const rounds : {"1", "4"}) {
-            Row row;
-            row.operation = name + (rounds[0] == '1' ? ", one round" : ", four rounds");
-            std::string expected;
-            for (Command command : subjects) {
-                command.emplace_back(rounds);
-                if (rounds[0] == '1') {
-                    const std::string result = resultOf(command);
-                    if (!expected.empty() && result != expected) {
-                        throw std::runtime_error(name + " gives " + result + "and not " + expected);
-                    }
-                    expected = result;
-                }
-                row.makers.push_back(runs(command));
+        Row round{.operation = name + ", a round", .makers = {}};
+        Row first{.operation = name + ", start and first round", .makers = {}};
+        std::string expected;
+        for (const Command& command : subjects) {
+            const Command once = with(command, "1");
+            const std::string result = resultOf(once);
+            if (!expected.empty() && result != expected) {
+                throw std::runtime_error(name + " gives " + result + "and not " + expected);
             }
-            group.rows.push_back(std::move(row));
+            expected = result;
+            round.makers.push_back(
+                beyond(once, with(command, std::to_string(1 + each.more)), each.more));
+            first.makers.push_back(wholeRun(once));
         }
+        group.rows.push_back(std::move(round));
+        group.rows.push_back(std::move(first));
     }
-    const std::string script = sources / "benchmarks/programs/calls.vx";
+    const Command script = {host, "--no-modules", sources / "benchmarks/programs/calls.vx"};
+    const auto turns = [&](const char* kind) {
+        Command once = with(script, std::to_string(static_cast<long>(calls)));
+        Command often = with(script, std::to_string(static_cast<long>(3 * calls)));
+        if (*kind != '\0') {
+            once.emplace_back(kind);
+            often.emplace_back(kind);
+        }
+        return beyond(once, often, 2);
+    };
     group.rows.push_back(
-        {.operation = "ten million calls of a compiled function from a script loop",
-         .makers = {runs({host, "--no-modules", script, calls}), LoopMaker(), LoopMaker()}});
-    group.rows.push_back({.operation = "the same loop, interpreted, without the call",
-                          .makers = {runs({host, "--no-modules", script, calls, "empty"}),
-                                     LoopMaker(), LoopMaker()}});
+        {.operation = "a turn of a script's loop with a call of a compiled function",
+         .makers = {turns(""), LoopMaker(), LoopMaker()},
+         .units = calls});
+    group.rows.push_back({.operation = "the same turn without the call",
+                          .makers = {turns("empty"), LoopMaker(), LoopMaker()},
+                          .units = calls});
     return group;
 }
 
