@@ -50,6 +50,17 @@ const char* const ofQuotients = R"((function f f64 (param $a f64[]) (param $time
             (%11 f64 load $s) (%12 f64 add %11 %10) (store $s %12) (jump b3))
   (block b5 (%13 f64 load $s) (ret %13))))";
 
+// The sum of a[i + MORE] * a[j + LESS] for i and j that come closer by UP and DOWN.
+const char* const untilTheyMeet = R"((function f f64 (param $a f64[]) (param $from i64)
+  (param $to i64) (user $i i64) (user $j i64) (user $s f64)
+  (block b0 (%1 i64 load $from) (store $i %1) (%2 i64 load $to) (store $j %2) (jump b1))
+  (block b1 (%3 i64 load $i) (%4 i64 load $j) (%5 logical COMPARE) (br %5 b2 b3))
+  (block b2 (%6 i64 add:wrap %3 MOREi64) (%7 f64 ldelem $a %6 @6) (%8 i64 add:wrap %4 LESSi64)
+            (%9 f64 ldelem $a %8 @7) (%10 f64 mul %7 %9) (%11 f64 load $s) (%12 f64 add %11 %10)
+            (store $s %12) (%13 i64 add:wrap %3 UPi64) (store $i %13)
+            (%14 i64 add:wrap %4 DOWNi64) (store $j %14) (jump b1))
+  (block b3 (%15 f64 load $s) (ret %15))))";
+
 // What 3 s + i becomes for the same i, with a[i] checked and not used.
 const char* const ofWholes = R"((function f f64 (param $a f64[]) (param $n i64)
   (user $k i64) (user $i f64) (user $s i64)
@@ -229,6 +240,78 @@ TEST_F(VmrtLoops, AllVersionsGiveWhatTheEvaluatorGives) {
                 }
             }
         }
+    }
+}
+
+TEST_F(VmrtLoops, NumbersThatMeetGiveWhatTheEvaluatorGives) {
+    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t far = std::int64_t{1} << 56;
+    const auto elements = [](std::int64_t size) {
+        ArrayValue array(ScalarKind::Double, 1, size);
+        for (std::int64_t i = 1; i <= size; ++i) {
+            array.set(i, bitsOf(static_cast<double>(i % 1000) + 0.5));
+        }
+        return array;
+    };
+    const ArrayValue few = elements(6);
+    for (const char* const compare : {"lt %3 %4", "le %3 %4", "gt %4 %3", "ge %4 %3"}) {
+        for (const auto& [up, down] :
+             {std::pair("1", "-1"), std::pair("3", "-2"), std::pair("1", "-1000")}) {
+            for (const auto& [more, less] :
+                 {std::pair("0", "0"), std::pair("1", "-1"), std::pair("-2", "1")}) {
+                const std::string text = with(untilTheyMeet, {{"COMPARE", compare},
+                                                              {"MORE", more},
+                                                              {"LESS", less},
+                                                              {"UP", up},
+                                                              {"DOWN", down}});
+                const auto scope = parsed(text);
+                Function& function = *scope->find("f");
+                const auto engine = VMRT::makeEngine(atLevel(byDefault));
+                const auto code = engine->prepare(*scope, function, "");
+                const auto compared = [&](const ArrayValue& array, std::int64_t from,
+                                          std::int64_t to) {
+                    const std::vector<Value> arguments = {Value::ofArray(array),
+                                                          Value::ofInt(Type::i64(), from),
+                                                          Value::ofInt(Type::i64(), to)};
+                    EXPECT_EQ(machineOutcome(*code, function, arguments),
+                              evaluatedOutcome(*scope, function, arguments))
+                        << text << " from " << from << " to " << to;
+                };
+                for (const std::int64_t from :
+                     {lowest, -far - 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1},
+                      std::int64_t{2}, std::int64_t{3}, std::int64_t{7}, far + 1, highest}) {
+                    for (const std::int64_t to :
+                         {lowest, lowest + 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1},
+                          std::int64_t{3}, std::int64_t{5}, std::int64_t{6}, std::int64_t{7},
+                          std::int64_t{8}, far, highest - 1, highest}) {
+                        compared(few, from, to);
+                    }
+                }
+            }
+        }
+    }
+}
+
+// With and without looks for an interruption, and one element too far.
+TEST_F(VmrtLoops, ManyTurnsUntilNumbersMeetGiveWhatTheEvaluatorGives) {
+    ArrayValue array(ScalarKind::Double, 1, 140'000);
+    for (std::int64_t i = 1; i <= array.numel(); ++i) {
+        array.set(i, bitsOf(static_cast<double>(i % 1000) + 0.5));
+    }
+    const std::string text =
+        with(untilTheyMeet,
+             {{"COMPARE", "lt %3 %4"}, {"MORE", "0"}, {"LESS", "0"}, {"UP", "1"}, {"DOWN", "-1"}});
+    const auto scope = parsed(text);
+    Function& function = *scope->find("f");
+    const auto engine = VMRT::makeEngine(atLevel(byDefault));
+    const auto code = engine->prepare(*scope, function, "");
+    for (const std::int64_t to : {65'535, 65'536, 65'537, 140'000, 140'001}) {
+        const std::vector<Value> arguments = {Value::ofArray(array), Value::ofInt(Type::i64(), 1),
+                                              Value::ofInt(Type::i64(), to)};
+        EXPECT_EQ(machineOutcome(*code, function, arguments),
+                  evaluatedOutcome(*scope, function, arguments))
+            << to;
     }
 }
 
