@@ -267,25 +267,27 @@ TEST_F(VmrtLoops, NumbersThatMeetGiveWhatTheEvaluatorGives) {
                                                               {"DOWN", down}});
                 const auto scope = parsed(text);
                 Function& function = *scope->find("f");
-                const auto engine = VMRT::makeEngine(atLevel(byDefault));
-                const auto code = engine->prepare(*scope, function, "");
-                const auto compared = [&](const ArrayValue& array, std::int64_t from,
-                                          std::int64_t to) {
-                    const std::vector<Value> arguments = {Value::ofArray(array),
-                                                          Value::ofInt(Type::i64(), from),
-                                                          Value::ofInt(Type::i64(), to)};
-                    EXPECT_EQ(machineOutcome(*code, function, arguments),
-                              evaluatedOutcome(*scope, function, arguments))
-                        << text << " from " << from << " to " << to;
-                };
-                for (const std::int64_t from :
-                     {lowest, -far - 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1},
-                      std::int64_t{2}, std::int64_t{3}, std::int64_t{7}, far + 1, highest}) {
-                    for (const std::int64_t to :
-                         {lowest, lowest + 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1},
-                          std::int64_t{3}, std::int64_t{5}, std::int64_t{6}, std::int64_t{7},
-                          std::int64_t{8}, far, highest - 1, highest}) {
-                        compared(few, from, to);
+                for (const auto level : allLevels) {
+                    const auto engine = VMRT::makeEngine(atLevel(level));
+                    const auto code = engine->prepare(*scope, function, "");
+                    const auto compared = [&](const ArrayValue& array, std::int64_t from,
+                                              std::int64_t to) {
+                        const std::vector<Value> arguments = {Value::ofArray(array),
+                                                              Value::ofInt(Type::i64(), from),
+                                                              Value::ofInt(Type::i64(), to)};
+                        EXPECT_EQ(machineOutcome(*code, function, arguments),
+                                  evaluatedOutcome(*scope, function, arguments))
+                            << text << " from " << from << " to " << to;
+                    };
+                    for (const std::int64_t from :
+                         {lowest, -far - 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1},
+                          std::int64_t{2}, std::int64_t{3}, std::int64_t{7}, far + 1, highest}) {
+                        for (const std::int64_t to :
+                             {lowest, lowest + 1, std::int64_t{-1}, std::int64_t{0},
+                              std::int64_t{1}, std::int64_t{3}, std::int64_t{5}, std::int64_t{6},
+                              std::int64_t{7}, std::int64_t{8}, far, highest - 1, highest}) {
+                            compared(few, from, to);
+                        }
                     }
                 }
             }
