@@ -96,8 +96,12 @@ void ServiceContainer::enter(Service& service) {
 }
 
 void ServiceContainer::makeRoom(bool idle) {
-    std::vector<Service*>& services = idle ? aside_ : slots_;
-    services.reserve(services.size() + 1);
+    if (idle || walkWithGaps_ != 0) { // or it may have to wait
+        aside_.reserve(aside_.size() + 1);
+    }
+    if (!idle) {
+        slots_.reserve(slots_.size() + 1);
+    }
 }
 
 void ServiceContainer::leave(Service& service) noexcept {
