@@ -11,7 +11,7 @@ namespace {
 
 std::uint64_t lastWalkWithGaps = 0; // of any container
 
-}
+} // namespace
 
 Service::~Service() {
     if (container_ != nullptr) {

@@ -132,18 +132,7 @@ const char* const insideConstants = R"((function f f64 (param $a f64[]) (param $
             (store $k %11) (jump b1))
   (block b3 (%12 f64 load $s) (ret %12))))";
 
-// What is compared is no even step: a[first + min(k, step)].
-const char* const byMinimum = R"((function f f64 (param $a f64[]) (param $first i64)
-  (param $step i64) (param $n i64) (user $k i64) (user $s f64)
-  (block b0 (%1 i64 load $first) (%2 i64 load $step) (%20 i64 load $n)
-            (%3 i64 min %20 100i64) (jump b1))
-  (block b1 (%4 i64 load $k) (%5 logical lt %4 %3) (br %5 b2 b3))
-  (block b2 (%6 i64 min %4 %2) (%7 i64 add:wrap %1 %6) (%8 f64 ldelem $a %7 @6)
-            (%9 f64 load $s) (%10 f64 add %9 %8) (store $s %10) (%11 i64 add:wrap %4 1i64)
-            (store $k %11) (jump b1))
-  (block b3 (%12 f64 load $s) (ret %12))))";
-
-// And first + max(-k, step) + 5 between constants.
+// first + max(-k, step) + 5 between constants.
 const char* const maximumInsideConstants = R"((function f f64 (param $a f64[]) (param $first i64)
   (param $step i64) (param $n i64) (user $k i64) (user $s f64)
   (block b0 (%1 i64 load $first) (%2 i64 load $step) (%20 i64 load $n)
@@ -155,41 +144,33 @@ const char* const maximumInsideConstants = R"((function f f64 (param $a f64[]) (
             (store $k %11) (jump b1))
   (block b3 (%12 f64 load $s) (ret %12))))";
 
+/// Sums of a[INDEX] for k from 0 to n - 1, where INDEX is computed as %7 from k in %4, `first` in
+/// %1 and `step` in %2.
+#define INDEXED_BY(index)                                                                          \
+    "(function f f64 (param $a f64[]) (param $first i64) (param $step i64) (param $n i64)"         \
+    "  (user $k i64) (user $s f64)"                                                                \
+    "  (block b0 (%1 i64 load $first) (%2 i64 load $step) (%20 i64 load $n)"                       \
+    "            (%3 i64 min %20 100i64) (jump b1))"                                               \
+    "  (block b1 (%4 i64 load $k) (%5 logical lt %4 %3) (br %5 b2 b3))"                            \
+    "  (block b2 " index " (%8 f64 ldelem $a %7 @6) (%9 f64 load $s) (%10 f64 add %9 %8)"          \
+    "            (store $s %10) (%11 i64 add:wrap %4 1i64) (store $k %11) (jump b1))"              \
+    "  (block b3 (%12 f64 load $s) (ret %12)))"
+
+// What is compared is no even step: a[first + min(k, step)].
+const char* const byMinimum = INDEXED_BY("(%6 i64 min %4 %2) (%7 i64 add:wrap %1 %6)");
+
 // a[first - 2 * min(k, step)].
-const char* const byMultiples = R"((function f f64 (param $a f64[]) (param $first i64)
-  (param $step i64) (param $n i64) (user $k i64) (user $i i64) (user $s f64)
-  (block b0 (%1 i64 load $first) (store $i %1) (%2 i64 load $step) (%20 i64 load $n)
-            (%3 i64 min %20 100i64) (jump b1))
-  (block b1 (%4 i64 load $k) (%5 logical lt %4 %3) (br %5 b2 b3))
-  (block b2 (%6 i64 min %4 %2) (%15 i64 mul:wrap %6 -2i64) (%7 i64 add:wrap %1 %15)
-            (%8 f64 ldelem $a %7 @6)
-            (%9 f64 load $s) (%10 f64 add %9 %8) (store $s %10) (%11 i64 add:wrap %4 1i64)
-            (store $k %11) (jump b1))
-  (block b3 (%12 f64 load $s) (ret %12))))";
+const char* const byMultiples =
+    INDEXED_BY("(%6 i64 min %4 %2) (%15 i64 mul:wrap %6 -2i64) (%7 i64 add:wrap %1 %15)");
 
 // a[first + k * k], which is no step.
-const char* const bySquares = R"((function f f64 (param $a f64[]) (param $first i64)
-  (param $step i64) (param $n i64) (user $k i64) (user $i i64) (user $s f64)
-  (block b0 (%1 i64 load $first) (store $i %1) (%2 i64 load $step) (%20 i64 load $n)
-            (%3 i64 min %20 100i64) (jump b1))
-  (block b1 (%4 i64 load $k) (%5 logical lt %4 %3) (br %5 b2 b3))
-  (block b2 (%6 i64 mul:wrap %4 %4) (%7 i64 add:wrap %1 %6)
-            (%8 f64 ldelem $a %7 @6)
-            (%9 f64 load $s) (%10 f64 add %9 %8) (store $s %10) (%11 i64 add:wrap %4 1i64)
-            (store $k %11) (jump b1))
-  (block b3 (%12 f64 load $s) (ret %12))))";
+const char* const bySquares = INDEXED_BY("(%6 i64 mul:wrap %4 %4) (%7 i64 add:wrap %1 %6)");
 
 // a[3 * min(k, step) * first].
-const char* const byProductOfThree = R"((function f f64 (param $a f64[]) (param $first i64)
-  (param $step i64) (param $n i64) (user $k i64) (user $i i64) (user $s f64)
-  (block b0 (%1 i64 load $first) (store $i %1) (%2 i64 load $step) (%20 i64 load $n)
-            (%3 i64 min %20 100i64) (jump b1))
-  (block b1 (%4 i64 load $k) (%5 logical lt %4 %3) (br %5 b2 b3))
-  (block b2 (%6 i64 min %4 %2) (%15 i64 mul:wrap %6 3i64) (%7 i64 mul:wrap %15 %1)
-            (%8 f64 ldelem $a %7 @6)
-            (%9 f64 load $s) (%10 f64 add %9 %8) (store $s %10) (%11 i64 add:wrap %4 1i64)
-            (store $k %11) (jump b1))
-  (block b3 (%12 f64 load $s) (ret %12))))";
+const char* const byProductOfThree =
+    INDEXED_BY("(%6 i64 min %4 %2) (%15 i64 mul:wrap %6 3i64) (%7 i64 mul:wrap %15 %1)");
+
+#undef INDEXED_BY
 
 // By 2^61, which is nothing after eight turns.
 const char* const byEighths = R"((function f f64 (param $a f64[]) (param $first i64)

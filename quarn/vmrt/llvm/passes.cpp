@@ -195,7 +195,7 @@ void addDefaultPasses(FunctionPassManager& passes) {
 
 void addDefaultVectorPasses(FunctionPassManager& passes) {
     addLoopPasses(passes, /*makesVersions=*/true);
-    passes.addPass(llvm::createFunctionToLoopPassAdaptor(llvm::LoopFullUnrollPass(2)));
+    passes.addPass(llvm::createFunctionToLoopPassAdaptor(llvm::LoopFullUnrollPass(/*OptLevel=*/2)));
     passes.addPass(WithCleanUp(vectorizer(), vectorCleanUp()));
     passes.addPass(llvm::InstCombinePass());
     passes.addPass(llvm::SimplifyCFGPass(plainBranches()
