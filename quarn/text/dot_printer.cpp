@@ -11,6 +11,7 @@ namespace QN {
 namespace {
 
 using text::Labels;
+using text::Pen;
 using text::Writer;
 
 // Bytes that a text may take when it is escaped.
@@ -45,12 +46,12 @@ public:
     }
 
     // Pieces of a node or a signature, inside a quoted label; room has been asked for.
-    void plain(std::string_view piece) { writer_.put(piece); }
+    void plain(std::string_view piece) { pen_.put(piece); }
     void definition(const Node& node) { use(node); }
-    void type(const Type& type) { writer_.put(type.name()); }
-    void operation(std::string_view name) { writer_.put(name); }
+    void type(const Type& type) { pen_.put(type.name()); }
+    void operation(std::string_view name) { pen_.put(name); }
     void use(const Node& node) { numbered('%', node.id()); }
-    void use(const Const& constant) { writer_.put(labels_->of(constant)); }
+    void use(const Const& constant) { pen_.put(labels_->of(constant)); }
     void use(const Var& var) { escaped(labels_->of(var)); }
     void use(const Block& block) { numbered('b', block.id()); }
     void use(const Callee& callee) { escaped(callee.name()); }
@@ -59,15 +60,15 @@ public:
 
 private:
     void print(const Scope& scope) {
-        writer_.need(128 + roomFor(scope.name()));
-        writer_.put("  subgraph cluster_s");
-        writer_.putNumber(nextScope_++);
-        writer_.put(" {\n  label=\"scope ");
+        pen_ = writer_.need(128 + roomFor(scope.name()));
+        pen_.put("  subgraph cluster_s");
+        pen_.putNumber(nextScope_++);
+        pen_.put(" {\n  label=\"scope ");
         escaped(scope.name());
-        writer_.put(" (");
-        writer_.put(toString(scope.flavor()));
-        writer_.put(")\"; fontcolor=black;\n");
-        writer_.commit();
+        pen_.put(" (");
+        pen_.put(toString(scope.flavor()));
+        pen_.put(")\"; fontcolor=black;\n");
+        writer_.commit(pen_);
         for (const auto& function : scope.functions()) {
             print(*function);
         }
@@ -91,14 +92,14 @@ private:
         printHead(function, labels.longest());
         writer_.write(" [shape=note label=\"");
         for (const Var& var : cfg.vars()) {
-            writer_.need(64 + 2 * labels.longest());
-            writer_.put(text::nameOf(var.varKind()));
-            writer_.put(' ');
+            pen_ = writer_.need(64 + 2 * labels.longest());
+            pen_.put(text::nameOf(var.varKind()));
+            pen_.put(' ');
             use(var);
-            writer_.put(": ");
-            writer_.put(var.type()->name());
-            writer_.put("\\l");
-            writer_.commit();
+            pen_.put(": ");
+            pen_.put(var.type()->name());
+            pen_.put("\\l");
+            writer_.commit(pen_);
         }
         writer_.write("\"];\n");
         operandRoom_ = 2 * labels.longest() + 32;
@@ -110,24 +111,24 @@ private:
     }
 
     void printHead(const Function& function, std::size_t longestLabel) {
-        writer_.need(256 + roomFor(function.name()) +
-                     function.paramTypes().size() * (64 + 2 * longestLabel));
-        writer_.put("  subgraph cluster_f");
-        writer_.putNumber(function_);
-        writer_.put(" {\n  label=\"function ");
+        pen_ = writer_.need(256 + roomFor(function.name()) +
+                            function.paramTypes().size() * (64 + 2 * longestLabel));
+        pen_.put("  subgraph cluster_f");
+        pen_.putNumber(function_);
+        pen_.put(" {\n  label=\"function ");
         text::giveSignature(function, *this);
-        writer_.put("\"; fontcolor=black;\n  f");
-        writer_.putNumber(function_);
-        writer_.commit();
+        pen_.put("\"; fontcolor=black;\n  f");
+        pen_.putNumber(function_);
+        writer_.commit(pen_);
     }
 
     void print(const Block& block) {
-        writer_.need(128);
+        pen_ = writer_.need(128);
         name(block);
-        writer_.put(" [label=\"b");
-        writer_.putNumber(block.id());
-        writer_.put(":\\l");
-        writer_.commit();
+        pen_.put(" [label=\"b");
+        pen_.putNumber(block.id());
+        pen_.put(":\\l");
+        writer_.commit(pen_);
         for (const Node& node : block.nodes()) {
             std::size_t room = 160 + node.numOperands() * operandRoom_;
             if (node.has(OpFlag::Calls)) {
@@ -136,41 +137,41 @@ private:
                     room += callee != nullptr ? roomFor(callee->name()) : 0;
                 }
             }
-            writer_.need(room);
-            writer_.put("  ");
+            pen_ = writer_.need(room);
+            pen_.put("  ");
             text::givePieces(node, options_.text, *this);
             if (node.line() != 0) {
-                writer_.put("  # ");
-                writer_.putNumber(node.line());
+                pen_.put("  # ");
+                pen_.putNumber(node.line());
             }
-            writer_.put("\\l");
-            writer_.commit();
+            pen_.put("\\l");
+            writer_.commit(pen_);
         }
         writer_.write("\"];\n");
         const std::size_t successors = block.numSuccessors();
         for (std::size_t i = 0; i < successors; ++i) {
             if (const Block* const target = block.successor(i); target != nullptr) {
-                writer_.need(160);
+                pen_ = writer_.need(160);
                 name(block);
-                writer_.put(" ->");
+                pen_.put(" ->");
                 name(*target);
-                writer_.put(successors == 1 ? ";\n"
-                            : i == 0        ? " [label=\"true\"];\n"
-                                            : " [label=\"false\"];\n");
-                writer_.commit();
+                pen_.put(successors == 1 ? ";\n"
+                         : i == 0        ? " [label=\"true\"];\n"
+                                         : " [label=\"false\"];\n");
+                writer_.commit(pen_);
             }
         }
     }
 
     void name(const Block& block) {
-        writer_.put(" f");
-        writer_.putNumber(function_);
+        pen_.put(" f");
+        pen_.putNumber(function_);
         numbered('b', block.id());
     }
 
     void numbered(char sign, std::uint64_t value) {
-        writer_.put(sign);
-        writer_.putNumber(value);
+        pen_.put(sign);
+        pen_.putNumber(value);
     }
 
     // Names may hold anything; in a quoted label a backslash begins an escape, and control
@@ -178,21 +179,22 @@ private:
     void escaped(std::string_view text) {
         for (const char c : text) {
             if (c == '"' || c == '\\') {
-                writer_.put('\\');
-                writer_.put(c);
+                pen_.put('\\');
+                pen_.put(c);
             } else {
-                writer_.put(static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
+                pen_.put(static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
             }
         }
     }
 
     void writeEscaped(std::string_view text) {
-        writer_.need(roomFor(text));
+        pen_ = writer_.need(roomFor(text));
         escaped(text);
-        writer_.commit();
+        writer_.commit(pen_);
     }
 
     Writer writer_;
+    Pen pen_{nullptr};
     const PageOptions& options_;
     const Labels* labels_ = nullptr;
     std::size_t operandRoom_ = 0;

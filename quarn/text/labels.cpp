@@ -133,7 +133,7 @@ std::string madeUpName(const Var& var, const NameCounts& counts) {
 }
 
 constexpr auto opTexts = [] {
-    std::array<std::array<char, Writer::chunk>, opCount> texts = {};
+    std::array<std::array<char, Pen::chunk>, opCount> texts = {};
     for (std::size_t i = 0; i < opCount; ++i) {
         std::copy(detail::opTable[i].text.begin(), detail::opTable[i].text.end(), texts[i].begin());
     }
@@ -173,7 +173,7 @@ NameCounts::Slot& NameCounts::find(std::string_view name) noexcept {
 // The text may move while it grows, so what is written is noted by its end, and the views come
 // last.
 void Labels::take(const Cfg& cfg, Style style) {
-    static constexpr char nothing[Writer::chunk] = {};
+    static constexpr char nothing[Pen::chunk] = {};
     vars_.assign(cfg.varIdLimit(), {nothing, 0});
     consts_.assign(cfg.numConstants(), {nothing, 0});
     text_.clear();
@@ -184,7 +184,7 @@ void Labels::take(const Cfg& cfg, Style style) {
         appendConstant(text_, constant);
         ends_.push_back(text_.size());
     }
-    text_.append(Writer::chunk, '\0');
+    text_.append(Pen::chunk, '\0');
     std::size_t start = 0;
     std::size_t place = 0;
     const auto take = [&](std::string_view& label) {

@@ -24,7 +24,7 @@ void appendConstant(std::string& out, const Const& constant);
 [[nodiscard]] std::size_t expectedLength(const Function& function) noexcept;
 [[nodiscard]] std::size_t expectedLength(const Scope& scope) noexcept;
 
-/// The text of an operation, followed by enough for Writer::putQuickly().
+/// The text of an operation, followed by enough for Pen::putQuickly().
 [[nodiscard]] std::string_view textOf(Op op) noexcept;
 
 /// How often each name of a function's variables occurs. A function has a handful of variables and
@@ -48,7 +48,7 @@ private:
 };
 
 /// Labels of one function at a time; used again for the next one, it keeps its memory. The text of
-/// a label is followed by enough for Writer::putQuickly().
+/// a label is followed by enough for Pen::putQuickly().
 class Labels {
 public:
     enum class Style : std::uint8_t {

@@ -12,6 +12,7 @@ namespace QN {
 namespace {
 
 using text::Labels;
+using text::Pen;
 using text::Writer;
 
 class QnelPrinter {
@@ -55,9 +56,7 @@ public:
             head += " local";
         }
         writer_.write(head);
-        writer_.need(24);
-        putLine(function.line());
-        writer_.commit();
+        writer_.commit(putLine(writer_.need(24), function.line()));
         const Cfg& cfg = function.cfg();
         Labels& labels = labels_;
         labels.take(cfg, Labels::Style::Qnel);
@@ -65,12 +64,12 @@ public:
             print(var, labels, indent + 2);
         }
         for (const Block& block : cfg.blocks()) {
-            writer_.need(indent + 64);
-            writer_.put('\n');
-            writer_.spaces(indent + 2);
-            writer_.put("(block b");
-            writer_.putNumber(block.id());
-            writer_.commit();
+            Pen pen = writer_.need(indent + 64);
+            pen.put('\n');
+            pen.spaces(indent + 2);
+            pen.put("(block b");
+            pen.putNumber(block.id());
+            writer_.commit(pen);
             for (const Node& node : block.nodes()) {
                 print(node, labels, indent + 4);
             }
@@ -83,16 +82,17 @@ public:
 
 private:
     void startLine(std::size_t indent) {
-        writer_.need(indent);
-        writer_.spaces(indent);
-        writer_.commit();
+        Pen pen = writer_.need(indent);
+        pen.spaces(indent);
+        writer_.commit(pen);
     }
 
-    void putLine(std::uint32_t line) {
+    [[nodiscard]] static Pen putLine(Pen pen, std::uint32_t line) {
         if (line != 0) {
-            writer_.put(" @");
-            writer_.putNumber(line);
+            pen.put(" @");
+            pen.putNumber(line);
         }
+        return pen;
     }
 
     /// The name of a variable that has one that is no identifier.
@@ -107,94 +107,96 @@ private:
     void print(const Var& var, const Labels& labels, std::size_t indent) {
         constexpr std::string_view kinds[] = {"(param ", "(user ", "(temp "};
         const std::string_view label = labels.of(var);
-        writer_.need(indent + label.size() + 64);
-        writer_.put('\n');
-        writer_.spaces(indent);
-        writer_.put(kinds[static_cast<std::size_t>(var.varKind())]);
-        writer_.putQuickly(label);
+        Pen pen = writer_.need(indent + label.size() + 64);
+        pen.put('\n');
+        pen.spaces(indent);
+        pen.put(kinds[static_cast<std::size_t>(var.varKind())]);
+        pen.putQuickly(label);
         // Only a label of a name that is an identifier begins with it.
         if (label.size() < 2 || label[1] == '.') {
-            writer_.commit();
+            writer_.commit(pen);
             writeQuoted(var.name());
-            writer_.need(64);
+            pen = writer_.need(64);
         }
-        writer_.put(' ');
-        writer_.putQuickly(var.type()->name());
-        putLine(var.line());
-        writer_.put(')');
-        writer_.commit();
+        pen.put(' ');
+        pen.putQuickly(var.type()->name());
+        pen = putLine(pen, var.line());
+        pen.put(')');
+        writer_.commit(pen);
     }
 
     void print(const Node& node, const Labels& labels, std::size_t indent) {
-        writer_.need(indent + 128 + node.numOperands() * (labels.longest() + 24));
-        writer_.put('\n');
-        writer_.spaces(indent);
-        writer_.put('(');
+        Pen pen = writer_.need(indent + 128 + node.numOperands() * (labels.longest() + 24));
+        pen.put('\n');
+        pen.spaces(indent);
+        pen.put('(');
         if (node.hasValue()) {
-            writer_.put('%');
-            writer_.putNumber(node.id());
-            writer_.put(' ');
-            writer_.putQuickly(node.type()->name());
-            writer_.put(' ');
+            pen.put('%');
+            pen.putNumber(node.id());
+            pen.put(' ');
+            pen.putQuickly(node.type()->name());
+            pen.put(' ');
         }
-        writer_.putQuickly(text::textOf(node.op()));
+        pen.putQuickly(text::textOf(node.op()));
         if (node.mode() != Mode()) {
-            putMode(node.mode());
+            pen = putMode(pen, node.mode());
         }
         for (const Operand& operand : node.operands()) {
-            writer_.put(' ');
-            putOperand(operand.value(), labels);
+            pen.put(' ');
+            pen = putOperand(pen, operand.value(), labels);
         }
-        putLine(node.line());
-        writer_.put(')');
-        writer_.commit();
+        pen = putLine(pen, node.line());
+        pen.put(')');
+        writer_.commit(pen);
     }
 
-    void putMode(Mode mode) {
+    [[nodiscard]] static Pen putMode(Pen pen, Mode mode) {
         if (mode.rounding() != Rounding::NearestAway) {
-            writer_.put(':');
-            writer_.put(toString(mode.rounding()));
+            pen.put(':');
+            pen.put(toString(mode.rounding()));
         }
         if (mode.overflow() == Overflow::Wrap) {
-            writer_.put(":wrap");
+            pen.put(":wrap");
         }
         if (mode.inBounds()) {
-            writer_.put(":inb");
+            pen.put(":inb");
         }
+        return pen;
     }
 
-    void putOperand(const Entity* value, const Labels& labels) {
+    [[nodiscard]] Pen putOperand(Pen pen, const Entity* value, const Labels& labels) {
         if (value == nullptr) { // broken IR is printed too: that is when one wants to see it
-            writer_.put("null");
-            return;
+            pen.put("null");
+            return pen;
         }
         switch (value->kind()) {
         case EntityKind::Node:
-            writer_.put('%');
-            writer_.putNumber(static_cast<const Node*>(value)->id());
+            pen.put('%');
+            pen.putNumber(static_cast<const Node*>(value)->id());
             break;
         case EntityKind::Const:
-            writer_.putQuickly(labels.of(*static_cast<const Const*>(value)));
+            pen.putQuickly(labels.of(*static_cast<const Const*>(value)));
             break;
         case EntityKind::Var:
-            writer_.putQuickly(labels.of(*static_cast<const Var*>(value)));
+            pen.putQuickly(labels.of(*static_cast<const Var*>(value)));
             break;
         case EntityKind::Block:
-            writer_.put('b');
-            writer_.putNumber(static_cast<const Block*>(value)->id());
+            pen.put('b');
+            pen.putNumber(static_cast<const Block*>(value)->id());
             break;
         case EntityKind::Callee: {
             // Names have any length; the rest of the line needs its room again behind one.
             std::string name = "&";
             text::appendName(name, static_cast<const Callee*>(value)->name());
-            writer_.commit();
+            writer_.commit(pen);
             writer_.write(name);
-            writer_.need(128 + Node::maxOperands * (labels.longest() + 24));
+            pen = writer_.need(128 + Node::maxOperands * (labels.longest() + 24));
             break;
         }
         default:
-            writer_.put("null");
+            pen.put("null");
         }
+        return pen;
     }
 
     Writer writer_;

@@ -13,6 +13,7 @@ namespace QN {
 namespace {
 
 using text::Labels;
+using text::Pen;
 using text::Writer;
 
 class TextPrinter {
@@ -56,21 +57,21 @@ public:
         for (const Var& var : cfg.vars()) {
             if (var.varKind() != VarKind::Param) {
                 const std::string_view label = labels.of(var);
-                writer_.need(label.size() + 64);
-                writer_.put(var.varKind() == VarKind::User ? "    user " : "    temp ");
-                writer_.putQuickly(label);
-                writer_.put(": ");
-                writer_.putQuickly(var.type()->name());
-                writer_.put('\n');
-                writer_.commit();
+                Pen pen = writer_.need(label.size() + 64);
+                pen.put(var.varKind() == VarKind::User ? "    user " : "    temp ");
+                pen.putQuickly(label);
+                pen.put(": ");
+                pen.putQuickly(var.type()->name());
+                pen.put('\n');
+                writer_.commit(pen);
             }
         }
         for (const Block& block : cfg.blocks()) {
-            writer_.need(32);
-            writer_.put("  b");
-            writer_.putNumber(block.id());
-            writer_.put(":\n");
-            writer_.commit();
+            Pen pen = writer_.need(32);
+            pen.put("  b");
+            pen.putNumber(block.id());
+            pen.put(":\n");
+            writer_.commit(pen);
             for (const Node& node : block.nodes()) {
                 printLine(node, labels);
             }
@@ -80,9 +81,7 @@ public:
     /// A node alone: the labels of its own operands only, so that its cost does not depend on the
     /// function around it.
     void printAlone(const Node& node) {
-        writer_.need(128 + roomFor(node));
-        putNode(node, nullptr);
-        writer_.commit();
+        writer_.commit(putNode(writer_.need(128 + roomFor(node)), node, nullptr));
     }
 
 private:
@@ -127,81 +126,83 @@ private:
         if (node.has(OpFlag::Calls)) {
             room += roomFor(node);
         }
-        writer_.need(room);
-        writer_.put("    ");
-        putNode(node, &labels);
+        Pen pen = writer_.need(room);
+        pen.put("    ");
+        pen = putNode(pen, node, &labels);
         if (node.line() != 0) {
-            writer_.put("  # ");
-            writer_.putNumber(node.line());
+            pen.put("  # ");
+            pen.putNumber(node.line());
         }
-        writer_.put('\n');
-        writer_.commit();
+        pen.put('\n');
+        writer_.commit(pen);
     }
 
-    void putNode(const Node& node, const Labels* labels) {
+    [[nodiscard]] Pen putNode(Pen pen, const Node& node, const Labels* labels) {
         if (node.hasValue()) {
-            writer_.put('%');
-            writer_.putNumber(node.id());
-            writer_.put(": ");
-            writer_.putQuickly(node.type()->name());
-            writer_.put(" = ");
+            pen.put('%');
+            pen.putNumber(node.id());
+            pen.put(": ");
+            pen.putQuickly(node.type()->name());
+            pen.put(" = ");
         }
-        writer_.putQuickly(text::textOf(node.op()));
+        pen.putQuickly(text::textOf(node.op()));
         if (options_.showModes && node.has(OpFlag::Arithmetic) && node.type()->isInteger()) {
-            writer_.put('<');
-            writer_.put(toString(node.mode().rounding()));
-            writer_.put(',');
-            writer_.put(toString(node.mode().overflow()));
-            writer_.put('>');
+            pen.put('<');
+            pen.put(toString(node.mode().rounding()));
+            pen.put(',');
+            pen.put(toString(node.mode().overflow()));
+            pen.put('>');
         }
         bool first = true;
         for (const Operand& operand : node.operands()) {
-            writer_.put(first ? " " : ", ");
+            pen.put(first ? " " : ", ");
             first = false;
-            putOperand(operand.value(), labels);
+            pen = putOperand(pen, operand.value(), labels);
         }
+        return pen;
     }
 
-    void putOperand(const Entity* value, const Labels* labels) {
+    [[nodiscard]] static Pen putOperand(Pen pen, const Entity* value, const Labels* labels) {
         if (value == nullptr) {
-            writer_.put("null");
-            return;
+            pen.put("null");
+            return pen;
         }
         switch (value->kind()) {
         case EntityKind::Node:
-            writer_.put('%');
-            writer_.putNumber(static_cast<const Node*>(value)->id());
-            return;
+            pen.put('%');
+            pen.putNumber(static_cast<const Node*>(value)->id());
+            return pen;
         case EntityKind::Const:
             if (labels != nullptr) {
-                writer_.putQuickly(labels->of(*static_cast<const Const*>(value)));
+                pen.putQuickly(labels->of(*static_cast<const Const*>(value)));
             } else {
                 std::string constant;
                 text::appendConstant(constant, *static_cast<const Const*>(value));
-                writer_.put(constant);
+                pen.put(constant);
             }
-            return;
+            return pen;
         case EntityKind::Var: {
             const auto& var = *static_cast<const Var*>(value);
             if (labels != nullptr) {
-                writer_.putQuickly(labels->of(var));
+                pen.putQuickly(labels->of(var));
             } else if (var.name().empty()) {
-                writer_.put('t');
-                writer_.putNumber(var.id());
+                pen.put('t');
+                pen.putNumber(var.id());
             } else {
-                writer_.put(var.name());
+                pen.put(var.name());
             }
-            return;
+            return pen;
         }
         case EntityKind::Block:
-            writer_.put('b');
-            writer_.putNumber(static_cast<const Block*>(value)->id());
-            return;
+            pen.put('b');
+            pen.putNumber(static_cast<const Block*>(value)->id());
+            return pen;
         case EntityKind::Callee:
-            writer_.put(static_cast<const Callee*>(value)->name());
-            return;
+            pen.put(static_cast<const Callee*>(value)->name());
+            return pen;
         default:
-            writer_.put("null");
+            pen.put("null");
+            return pen;
         }
     }
 
