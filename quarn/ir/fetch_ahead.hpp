@@ -2,7 +2,8 @@
 // on. A scope with many small functions lies far from the processor, and every walk of a graph
 // would wait for one link after the other.
 //
-// For who walks all functions of a scope in order: call it before each.
+// For who walks all functions of a scope in order: fetchAhead() before each, what it gives while the
+// function is walked.
 #pragma once
 
 #include <qn/scope.hpp>
@@ -38,8 +39,11 @@ public:
     }
 
     [[nodiscard]] bool empty() const noexcept { return next_ == end_; }
-    /// Fetches two lines.
+    /// Fetches two lines, if there is anything left.
     void fetchSome() noexcept {
+        if (empty()) {
+            return;
+        }
         __builtin_prefetch(reinterpret_cast<const void*>(next_));
         __builtin_prefetch(reinterpret_cast<const void*>(next_ + line));
         next_ = end_ - next_ > 2 * line ? next_ + 2 * line : end_;
@@ -57,11 +61,9 @@ private:
 };
 
 /// Each function comes in steps, as one has to be there to know where the next lies: itself, its
-/// graph, the graph's first memory, then that memory. All but the last, which is left to the
-/// caller: the graph that it is of is returned, null if there is none. Function `i` is the one
-/// about to be worked on.
-inline const Cfg* fetchHeadsAhead(const std::vector<std::unique_ptr<Function>>& functions,
-                                  std::size_t i) {
+/// graph, then the graph's memory. That of the next function is returned, for the caller to fetch
+/// while he works on function `i`.
+inline Upcoming fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, std::size_t i) {
     constexpr std::size_t line = 64;
     const auto fetch = [](const auto* object) {
         for (std::size_t at = 0; at < sizeof *object; at += line) {
@@ -81,16 +83,9 @@ inline const Cfg* fetchHeadsAhead(const std::vector<std::unique_ptr<Function>>& 
     }
     if (const Cfg* const graph = graphOf(i + 2); graph != nullptr) {
         __builtin_prefetch(functions[i + 2]->paramTypes().data());
-        graph->pool().fetchAheadOfThat();
     }
-    return graphOf(i + 1);
-}
-
-/// The same, and all of that memory at once.
-inline void fetchAhead(const std::vector<std::unique_ptr<Function>>& functions, std::size_t i) {
-    if (const Cfg* const graph = fetchHeadsAhead(functions, i); graph != nullptr) {
-        graph->pool().fetchAhead();
-    }
+    const Cfg* const next = graphOf(i + 1);
+    return next == nullptr ? Upcoming() : Upcoming(*next);
 }
 
 } // namespace QN::detail

@@ -225,16 +225,6 @@ std::vector<std::span<const std::byte>> Pool::extents() const {
 
 // The chunks of most pools lie one behind the other, the newest last. Where they do not, something
 // else is fetched, which does no harm; going from chunk to chunk would wait for each.
-void Pool::fetchAhead() const noexcept {
-    constexpr std::size_t line = 64;
-    constexpr std::size_t most = std::size_t{8} << 10; // more would push itself out again
-    const std::size_t bytes = bytesAllocated() + line; // and about the heads of the chunks
-    const auto first = reinterpret_cast<std::uintptr_t>(next_) - bytes;
-    for (std::size_t at = 0; at < std::min(bytes, most); at += line) {
-        __builtin_prefetch(reinterpret_cast<const void*>(first + at));
-    }
-}
-
 bool Pool::hasCanaries() const noexcept {
     return checks_ != nullptr && checks_->canaries;
 }

@@ -27,9 +27,10 @@ public:
         text::appendName(head, scope.name());
         writer_.write(head);
         for (std::size_t i = 0; i < scope.functions().size(); ++i) {
-            detail::fetchAhead(scope.functions(), i);
+            upcoming_ = detail::fetchAhead(scope.functions(), i);
             writer_.write("\n");
             print(*scope.functions()[i], indent + 2);
+            upcoming_.fetchRest();
         }
         for (const auto& child : scope.children()) {
             writer_.write("\n");
@@ -126,6 +127,7 @@ private:
     }
 
     void print(const Node& node, const Labels& labels, std::size_t indent) {
+        upcoming_.fetchSome();
         Pen pen = writer_.need(indent + 128 + node.numOperands() * (labels.longest() + 24));
         pen.put('\n');
         pen.spaces(indent);
@@ -201,6 +203,7 @@ private:
 
     Writer writer_;
     Labels labels_;
+    detail::Upcoming upcoming_; // the function behind the one that is printed
 };
 
 } // namespace

@@ -29,9 +29,10 @@ public:
         head += ")\n";
         writer_.write(head);
         for (std::size_t i = 0; i < scope.functions().size(); ++i) {
-            detail::fetchAhead(scope.functions(), i);
+            upcoming_ = detail::fetchAhead(scope.functions(), i);
             writer_.write("\n");
             print(*scope.functions()[i]);
+            upcoming_.fetchRest();
         }
         for (const auto& child : scope.children()) {
             writer_.write("\n");
@@ -122,6 +123,7 @@ private:
     }
 
     void printLine(const Node& node, const Labels& labels) {
+        upcoming_.fetchSome();
         std::size_t room = 160 + node.numOperands() * (labels.longest() + 24);
         if (node.has(OpFlag::Calls)) {
             room += roomFor(node);
@@ -208,6 +210,7 @@ private:
 
     Writer writer_;
     Labels labels_;
+    detail::Upcoming upcoming_; // the function behind the one that is printed
     TextOptions options_;
 };
 

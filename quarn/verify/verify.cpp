@@ -129,8 +129,7 @@ public:
         }
         const std::vector<std::unique_ptr<Function>>& functions = scope.functions();
         for (std::size_t i = 0; i < functions.size(); ++i) {
-            const Cfg* const next = detail::fetchHeadsAhead(functions, i);
-            const auto upcoming = next == nullptr ? detail::Upcoming() : detail::Upcoming(*next);
+            const detail::Upcoming upcoming = detail::fetchAhead(functions, i);
             if (functions[i] != nullptr) {
                 function(*functions[i], parentsAreSound ? &scope : nullptr, upcoming);
             }

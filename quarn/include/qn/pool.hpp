@@ -152,12 +152,6 @@ public:
         }
     }
 
-    /// Asks the processor to fetch the first few KB of what was handed out, for who will walk all
-    /// of it soon; fetchAheadOfThat() is to be called some time before, and this pool's own bytes
-    /// are in the cache.
-    void fetchAhead() const noexcept;
-    void fetchAheadOfThat() const noexcept { __builtin_prefetch(chunk_); }
-
     [[nodiscard]] bool keepsRecords() const noexcept { return checks_ != nullptr; }
     [[nodiscard]] bool hasCanaries() const noexcept;
     /// The records in order of allocation; empty if the pool keeps none. They are put together at
