@@ -115,15 +115,26 @@ bool FileWriter::write(const std::string& path, std::string_view bytes) {
     return true;
 }
 
-bool GrowingFile::create(const std::string& path) {
+bool GrowingFile::create(const std::string& path, std::string_view head) {
     close();
     file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (file_ < 0) {
+    struct stat made;
+    if (file_ < 0 || ::fstat(file_, &made) != 0) {
         report_.failed("Cannot open '" + path + "': " + std::strerror(errno) + ".");
+        close();
         return false;
     }
     path_ = path;
-    return true;
+    device_ = made.st_dev;
+    serial_ = made.st_ino;
+    if (append(head)) {
+        return true;
+    }
+    if (S_ISREG(made.st_mode)) {
+        ::unlink(path.c_str());
+    }
+    close();
+    return false;
 }
 
 void GrowingFile::close() noexcept {
@@ -135,9 +146,15 @@ void GrowingFile::close() noexcept {
     size_ = 0;
 }
 
-void GrowingFile::append(std::string_view piece) {
+bool GrowingFile::isThere() const noexcept {
+    struct stat found;
+    return file_ >= 0 && ::stat(path_.c_str(), &found) == 0 && found.st_dev == device_ &&
+           found.st_ino == serial_;
+}
+
+bool GrowingFile::append(std::string_view piece) {
     if (file_ < 0) {
-        return;
+        return false;
     }
     if (const int error = writeAll(file_, piece); error != 0) {
         // What got into the file of this piece goes out again.
@@ -145,26 +162,37 @@ void GrowingFile::append(std::string_view piece) {
             ::lseek(file_, size_, SEEK_SET);
         }
         report_.failed("Cannot write to '" + path_ + "': " + std::strerror(error) + ".");
-        return;
+        return false;
     }
     size_ += static_cast<std::int64_t>(piece.size());
-    report_.succeeded();
+    if (!piece.empty()) {
+        report_.succeeded();
+    }
+    return true;
 }
 
-bool LogFile::open(const std::string& folder) {
-    file_.close();
-    folder_ = folder;
+bool LogFile::open() {
     tssv::debug::DebugLog& log = DefaultServices::debugServices().debugLog();
     if (const std::string problem = log.makeLogDirectory(); !problem.empty()) {
         report_.failed("Cannot write the " + std::string(stem_) + ": " + problem + ".");
         return false;
     }
-    return file_.create(log.logFilePath(std::string(stem_), "txt"));
+    if (target_.empty()) {
+        target_ = log.logFilePath(std::string(stem_), "txt");
+    }
+    return file_.create(target_);
 }
 
 void LogFile::append(std::string_view lines) {
-    const std::string folder = DefaultServices::debugServices().debugLog().logDirectory();
-    if ((file_.isOpen() && folder == folder_) || open(folder)) {
+    const tssv::debug::DebugLog& log = DefaultServices::debugServices().debugLog();
+    std::string folder = log.logDirectory();
+    if (folder != folder_ || log.usePIDInName() != processIdInName_) {
+        file_.close();
+        target_.clear();
+        folder_ = std::move(folder);
+        processIdInName_ = log.usePIDInName();
+    }
+    if (file_.isThere() || open()) {
         file_.append(lines);
     }
 }

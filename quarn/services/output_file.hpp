@@ -45,25 +45,30 @@ public:
     GrowingFile& operator=(const GrowingFile&) = delete;
     ~GrowingFile() { close(); }
 
-    /// Begins the file `path` anew, empty; its folder must be there. Returns whether it worked.
-    bool create(const std::string& path);
-    /// Appends to the file, if one is open.
-    void append(std::string_view piece);
+    /// Begins the file `path` anew with `head`, its first piece; its folder must be there. Returns
+    /// whether it worked; if not, no file without its head stays behind.
+    bool create(const std::string& path, std::string_view head = {});
+    /// Appends to the file, if one is open. Returns whether the piece is in it.
+    bool append(std::string_view piece);
     void close() noexcept;
 
-    [[nodiscard]] bool isOpen() const noexcept { return file_ >= 0; }
+    /// Whether a file is open and still stands under its path: somebody may have removed it.
+    [[nodiscard]] bool isThere() const noexcept;
     /// Empty if no file is open.
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
 private:
     std::string path_;
     std::int64_t size_ = 0;
+    std::uint64_t device_ = 0; // with serial_, which file this is
+    std::uint64_t serial_ = 0;
     int file_ = -1;
     FailureReport report_;
 };
 
 /// A text file in the debug log's folder that grows line by line. The file is made at the first
-/// line, and a new one when the debug log's folder has changed since the last.
+/// line, and a new one when the debug log names files in another way than at the last. One that
+/// cannot be made, or that somebody removes, is tried again under its name at the next line.
 class LogFile {
 public:
     /// `stem` is the first part of the file's name and outlives this object.
@@ -76,10 +81,12 @@ public:
     [[nodiscard]] const std::string& path() const noexcept { return file_.path(); }
 
 private:
-    bool open(const std::string& folder);
+    bool open();
 
     std::string_view stem_;
+    std::string target_; // path of the file in folder_, once that could be made
     std::string folder_;
+    bool processIdInName_ = false;
     GrowingFile file_;
     FailureReport report_;
 };

@@ -103,6 +103,11 @@ struct PrettyPrintService::State {
     std::uint64_t last = 0;  // number of the last file
     detail::FileWriter writer;
     detail::GrowingFile index;
+    std::string unlisted; // lines that are not in the index yet
+
+    static Subject subjectOf(const TransformRun& run) {
+        return {run.scope().serial(), run.isScopeRun(), std::string(run.targetName())};
+    }
 
     // Remembers the dump; returns whether it equals the previous one of the same subject.
     bool isRepeated(const TransformRun& run, std::string_view text, PrintForm form) {
@@ -112,8 +117,7 @@ struct PrettyPrintService::State {
         }
         const std::string_view body = withoutTitle(text, form);
         const Print now{form, body.size(), std::hash<std::string_view>()(body)};
-        const auto [known, isNew] = previous.try_emplace(
-            Subject{run.scope().serial(), run.isScopeRun(), std::string(run.targetName())}, now);
+        const auto [known, isNew] = previous.try_emplace(subjectOf(run), now);
         return !isNew && std::exchange(known->second, now) == now;
     }
 
@@ -123,6 +127,7 @@ struct PrettyPrintService::State {
         }
         if (!folder.empty()) {
             index.close();
+            unlisted.clear();
             previous.clear(); // what a dump would repeat is not in the new folder
             place = 1;        // of the side that is being printed
             last = 0;
@@ -135,12 +140,15 @@ struct PrettyPrintService::State {
         return gapless ? last + 1 : place;
     }
 
+    // A line that does not get in gets in with the next one.
     void addToIndex(const std::string& file, std::string_view title) {
-        if (!index.isOpen() &&
-            index.create((std::filesystem::path(folder) / "index.html").string())) {
-            index.append(indexHead);
+        unlisted += "<div><a href=\"" + asUrl(file) + "\">" + asHtml(title) + "</a></div>\n";
+        if (!index.isThere()) {
+            index.create((std::filesystem::path(folder) / "index.html").string(), indexHead);
         }
-        index.append("<div><a href=\"" + asUrl(file) + "\">" + asHtml(title) + "</a></div>\n");
+        if (index.append(unlisted)) {
+            unlisted.clear();
+        }
     }
 };
 
@@ -203,6 +211,7 @@ void PrettyPrintService::dump(const TransformRun& run, bool after) {
     const std::string file =
         name + detail::asFileName(run.tag()) + "." + std::string(endingOf(form));
     if (!state.writer.write((std::filesystem::path(state.folder) / file).string(), text)) {
+        state.previous.erase(State::subjectOf(run)); // nothing is there that an after could repeat
         return;
     }
     state.last = value;

@@ -6,9 +6,9 @@
 #include <qn/transform_log_service.hpp>
 #include <qn/user_var_logging_service.hpp>
 
-#include <csignal>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using namespace QN;
 using namespace QN::testing_support;
@@ -133,20 +133,58 @@ TEST_F(LogServices, FullDiskLeavesWholeLinesAndIsToldOnce) {
     const std::string whole = contentsOf(service.logFile());
 
     // A limit on the size of files acts as a disk that is full in the middle of a line.
-    const auto oldAction = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-    const rlimit small{whole.size() + 20, old.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    run("folding", f, [] { return false; });
-    run("folding", f, [] { return false; });
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
-    std::signal(SIGXFSZ, oldAction);
+    {
+        const FullDisk full(whole.size() + 20);
+        run("folding", f, [] { return false; });
+        run("folding", f, [] { return false; });
+    }
 
     EXPECT_EQ(contentsOf(service.logFile()), whole);
     EXPECT_EQ(console, "Cannot write to '" + service.logFile() + "': File too large.\n");
     run("folding", f, [] { return false; });
     EXPECT_EQ(linesOf(contentsOf(service.logFile())).size(), 2U);
+}
+
+TEST_F(LogServices, FileThatCannotBeOpenedIsToldOnceAndTriedAgainUnderItsName) {
+    TransformLogService service;
+    service.setEnable(true);
+    // No file can be opened, as in a folder that takes no files.
+    rlimit old{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+    const rlimit none{0, old.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    run("folding", f, [] { return false; });
+    run("folding", f, [] { return false; });
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &old), 0);
+    EXPECT_EQ(console,
+              "Cannot open '" + folder + "/transform-log-0001.txt': Too many open files.\n");
+    run("folding", f, [] { return false; });
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"transform-log-0001.txt"});
+}
+
+TEST_F(LogServices, LogThatSomebodyRemovesIsBegunAnew) {
+    TransformLogService service;
+    service.setEnable(true);
+    run("folding", f, [] { return false; });
+    std::filesystem::remove_all(folder);
+    run("dead-code", f, [] { return false; });
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"transform-log-0001.txt"});
+    EXPECT_THAT(linesOf(contentsOf(service.logFile())), ElementsAre(HasSubstr("dead-code")));
+    std::filesystem::rename(service.logFile(), folder + "/mine.txt");
+    run("inline", f, [] { return false; });
+    EXPECT_THAT(linesOf(contentsOf(service.logFile())), ElementsAre(HasSubstr("inline")));
+    EXPECT_THAT(linesOf(contentsOf(folder + "/mine.txt")), ElementsAre(HasSubstr("dead-code")));
+}
+
+TEST_F(LogServices, LogGetsANameWithTheProcessIdWhenThatIsAskedFor) {
+    TransformLogService service;
+    service.setEnable(true);
+    run("folding", f, [] { return false; });
+    log.setUsePIDInName(true);
+    run("dead-code", f, [] { return false; });
+    EXPECT_EQ(service.logFile(),
+              folder + "/transform-log-" + std::to_string(::getpid()) + "-0002.txt");
+    EXPECT_THAT(linesOf(contentsOf(service.logFile())), ElementsAre(HasSubstr("dead-code")));
 }
 
 TEST_F(LogServices, UserVariablesThatAreAliveAreListed) {

@@ -4,9 +4,8 @@
 #include <qn/pretty_print_service.hpp>
 #include <qn/pretty_printer.hpp>
 
-#include <csignal>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
+#include <memory>
 
 using namespace QN;
 using namespace QN::testing_support;
@@ -247,6 +246,36 @@ TEST_F(PrettyPrint, IndexListsTheDumpsInOrder) {
               "growing-fcn_&lt;p> #1</a></div>");
 }
 
+TEST_F(PrettyPrint, IndexThatDoesNotTakeALineListsItLater) {
+    service.setOutputFormat(Format::Html);
+    service.setRequestedAfter(true);
+    const std::filesystem::path index = folder + "/pretty-print/index.html";
+    std::filesystem::create_directories(index.parent_path());
+    std::filesystem::create_symlink("/dev/full", index);
+    run("a", f, [] { return false; });
+    run("b", f, [] { return false; });
+    EXPECT_EQ(console, "Cannot write to '" + index.string() + "': No space left on device.\n");
+    std::filesystem::remove(index);
+    run("c", f, [] { return false; });
+    const std::vector<std::string> lines = linesOf(dump("index.html"));
+    ASSERT_GE(lines.size(), 4U);
+    EXPECT_EQ(lines[0], "<!DOCTYPE html>");
+    EXPECT_THAT(lines[lines.size() - 3], HasSubstr("0002-after-a-fcn_fun.html"));
+    EXPECT_THAT(lines[lines.size() - 2], HasSubstr("0004-after-b-fcn_fun.html"));
+    EXPECT_THAT(lines[lines.size() - 1], HasSubstr("0006-after-c-fcn_fun.html"));
+}
+
+TEST_F(PrettyPrint, IndexIsMadeAnewWhenSomebodyRemovesTheFolder) {
+    service.setOutputFormat(Format::Html);
+    service.setRequestedAfter(true);
+    run("a", f, [] { return false; });
+    std::filesystem::remove_all(folder);
+    run("b", f, [] { return false; });
+    EXPECT_THAT(dumps(), ElementsAre("0004-after-b-fcn_fun.html", "index.html"));
+    EXPECT_THAT(dump("index.html"), HasSubstr("0004-after-b-fcn_fun.html"));
+    EXPECT_THAT(dump("index.html"), Not(HasSubstr("0002-after-a-fcn_fun.html")));
+}
+
 TEST_F(PrettyPrint, FolderThatCannotBeMadeIsToldOnce) {
     log.setLogDirectory("/dev/null");
     service.setRequestedAfter(true);
@@ -259,16 +288,24 @@ TEST_F(PrettyPrint, FullDiskLeavesNothingBehindAndIsToldOnce) {
     service.setRequestedAfter(true);
     service.setGaplessNumbering(true);
     run("a", f, [] { return false; });
-    const auto oldAction = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-    const rlimit small{10, old.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    run("b", f, [] { return false; });
-    run("b", f, [] { return false; });
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
-    std::signal(SIGXFSZ, oldAction);
+    {
+        const FullDisk full(10);
+        run("b", f, [] { return false; });
+        run("b", f, [] { return false; });
+    }
     EXPECT_EQ(console, "Cannot write files in '" + folder + "/pretty-print': File too large.\n");
     run("c", f, [] { return false; });
     EXPECT_THAT(dumps(), ElementsAre("0001-after-a-fcn_fun.txt", "0002-after-c-fcn_fun.txt"));
+}
+
+TEST_F(PrettyPrint, WhatCouldNotBeWrittenIsNoDumpThatAnAfterRepeats) {
+    service.setRequestedBefore(true);
+    service.setRequestedAfter(true);
+    service.setRemoveIdenticalFiles(true);
+    auto disk = std::make_unique<FullDisk>(10);
+    run("a", f, [&] {
+        disk.reset();
+        return false;
+    });
+    EXPECT_THAT(dumps(), ElementsAre("0002-after-a-fcn_fun.txt"));
 }

@@ -1,5 +1,5 @@
-// What the tests of services share: a debug log in a folder of its own, the console as text, and
-// the funnel through which a transform runs between its hooks.
+// What the tests of services share: a debug log in a folder of its own, the console as text, a
+// full disk, and the funnel through which a transform runs between its hooks.
 #pragma once
 
 #include <qn/console.hpp>
@@ -9,6 +9,7 @@
 #include <ts/debug_log.hpp>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include <sstream>
 #include <stdlib.h>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 namespace QN::testing_support {
@@ -45,6 +47,26 @@ inline std::vector<std::string> filesIn(const std::filesystem::path& folder) {
     std::sort(names.begin(), names.end());
     return names;
 }
+
+/// While one lives, no file of the process can grow beyond a size, as on a full disk.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) : oldAction_(std::signal(SIGXFSZ, SIG_IGN)) {
+        EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &old_), 0);
+        const rlimit small{bytes, old_.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &old_);
+        std::signal(SIGXFSZ, oldAction_);
+    }
+
+private:
+    void (*oldAction_)(int);
+    rlimit old_{};
+};
 
 class ServiceTest : public ::testing::Test {
 protected:

@@ -13,11 +13,9 @@
 #include <qn/transform_profiler_service.hpp>
 #include <qn/user_var_logging_service.hpp>
 
-#include <csignal>
 #include <functional>
 #include <gmock/gmock.h>
 #include <memory>
-#include <sys/resource.h>
 
 using namespace QN;
 using namespace QN::testing_support;
@@ -71,26 +69,6 @@ std::vector<Writer> writers() {
         {"UserVarLog", [] { return std::make_shared<UserVarLoggingService>(true, true); }, true},
     };
 }
-
-/// While one lives, no file of the process can grow beyond a size, as on a full disk.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t bytes) : oldAction_(std::signal(SIGXFSZ, SIG_IGN)) {
-        EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &old_), 0);
-        const rlimit small{bytes, old_.rlim_max};
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-    ~FullDisk() {
-        ::setrlimit(RLIMIT_FSIZE, &old_);
-        std::signal(SIGXFSZ, oldAction_);
-    }
-
-private:
-    void (*oldAction_)(int);
-    rlimit old_{};
-};
 
 class WithoutDisk : public ServiceTest, public ::testing::WithParamInterface<Writer> {
 protected:
