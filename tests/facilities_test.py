@@ -400,8 +400,14 @@ m.CfgPoolInternalLeakDetect = true
 m.PoolSanityChecks = true
 m.EnabledBefore = true
 m.EnabledAfter = true
-disp(mandel(10)); disp(primes(100))
-"""), "22\n25\n")
+function twice(x)        # goes into those who call it, and is removed then
+  return 2 * x
+end
+function four(x)
+  return twice(twice(x))
+end
+disp(mandel(10)); disp(primes(100)); disp(four(1))
+"""), "22\n25\n4\n")
 
 
 class Scrambler(Facility):

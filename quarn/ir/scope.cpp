@@ -76,7 +76,11 @@ std::size_t Scope::removeFunctions(const std::function<bool(const Function&)>& c
         if (!condemned(*owned)) {
             return false;
         }
-        byName_.erase(owned->name());
+        const std::string_view name = owned->name();
+        byName_.erase(name);
+        if (!name.empty()) {
+            pool_.release(const_cast<char*>(name.data()), name.size());
+        }
         return true;
     });
 }
