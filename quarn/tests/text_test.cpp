@@ -180,6 +180,23 @@ TEST(Qnel, ErrorsNameTheirPlace) {
               "f:1:35: error: 'odd' is no mode of an operation");
 }
 
+TEST(Qnel, ErrorsShowWhatATerminalWouldNot) {
+    EXPECT_EQ(errorOf({"\177ELF\0\033[1m", 9}),
+              "f:1:1: error: expected '(', found '\\x7fELF\\x00\\x1b[1m'");
+    EXPECT_EQ(errorOf("(function f \xC3\xB6)"), "f:1:13: error: '\\xc3\\xb6' is no type");
+    EXPECT_EQ(errorOf("(function f " + std::string(50, 't') + ")"),
+              "f:1:13: error: '" + std::string(40, 't') + "...' is no type");
+    EXPECT_EQ(errorOf("(function f f64 (block b0 (%1 i32 add:\x07 1i32 2i32)))"),
+              "f:1:35: error: '\\x07' is no mode of an operation");
+}
+
+TEST(Qnel, AByteOrderMarkInFrontIsSkipped) {
+    EXPECT_EQ(errorOf("\xEF\xBB\xBF(function f f64)"), "no error");
+    EXPECT_EQ(errorOf("\xEF\xBB\xBF"), "no error");
+    EXPECT_EQ(errorOf("(function f f64)\xEF\xBB\xBF"),
+              "f:1:17: error: expected '(', found '\\xef\\xbb\\xbf'");
+}
+
 TEST(Qnel, DeepNestingIsRefused) {
     std::string text;
     for (int i = 0; i < 100000; ++i) {

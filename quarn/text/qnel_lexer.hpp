@@ -19,7 +19,9 @@ struct Token {
 
 class Lexer {
 public:
-    explicit Lexer(std::string_view source) noexcept : source_(source) {}
+    /// A byte order mark, which some editors put in front, is no token.
+    explicit Lexer(std::string_view source) noexcept
+        : source_(source), at_(source.starts_with("\xEF\xBB\xBF") ? 3 : 0) {}
 
     /// The next token; End again and again at the end. Bad is a string without its end.
     Token next() noexcept;
@@ -27,7 +29,7 @@ public:
 
 private:
     std::string_view source_;
-    std::size_t at_ = 0;
+    std::size_t at_;
 };
 
 /// The text that a string token means; false if an escape is malformed.

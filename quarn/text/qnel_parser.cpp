@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -38,13 +39,24 @@ struct Failure {
     throw Failure{at.offset, std::move(message)};
 }
 
-std::string shown(const Token& token) {
-    if (token.kind == TokenKind::End) {
-        return "the end of the text";
+/// `text` as a part of a message, with escapes for what a terminal would not show or would obey.
+std::string quoted(std::string_view text) {
+    constexpr std::size_t most = 40;
+    std::string result = "'";
+    for (const char c : text.substr(0, most)) {
+        if (c >= 0x20 && c < 0x7F) {
+            result += c;
+        } else {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(c));
+            result += escape;
+        }
     }
-    std::string text = "'";
-    text += token.text.substr(0, 40);
-    return text + "'";
+    return result + (text.size() > most ? "...'" : "'");
+}
+
+std::string shown(const Token& token) {
+    return token.kind == TokenKind::End ? "the end of the text" : quoted(token.text);
 }
 
 template <typename Number>
@@ -354,7 +366,7 @@ private:
             } else if (word == "up") {
                 rounding = Rounding::Up;
             } else {
-                fail(token, "'" + std::string(word) + "' is no mode of an operation");
+                fail(token, quoted(word) + " is no mode of an operation");
             }
         }
         mode = Mode(rounding, overflow).withInBounds(inBounds);

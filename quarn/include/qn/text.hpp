@@ -17,7 +17,7 @@
 //   CALLEE    = &NAME                                  LINE     = @N
 //   CONSTANT  = 1.5  -inf  nan  5i32  true
 //   TYPE      = f64  i32[]  f64*  void                 OP       = add  add:even:wrap  ldelem:inb
-//   ; starts a comment
+//   ; starts a comment; a byte order mark at the beginning of the text is skipped
 //
 // A variable is written $name.N where its name is not unique, and $.N with its name as a string
 // where the name is no identifier; N is its place among the variables. An operation carries what
