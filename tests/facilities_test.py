@@ -1008,6 +1008,60 @@ class Output(Facility):
                          ["f.qnel", "link", "pipe", "target"])
 
 
+class CommandLine(Facility):
+    def said(self, *arguments, status, output=subprocess.PIPE):
+        """What quarn-opt says on standard error as it ends with a status."""
+        done = subprocess.run([str(QUARN_OPT), *map(str, arguments)], stdin=subprocess.DEVNULL,
+                              stdout=output, stderr=subprocess.PIPE, cwd=self.folder, text=True,
+                              timeout=TIME_LIMIT, check=False)
+        self.assertEqual(done.returncode, status, done.stderr)
+        return done.stderr
+
+    def setUp(self):
+        super().setUp()
+        (self.folder / "f.qnel").write_text("(function f f64 (block b0 (ret 1.0)))\n",
+                                            encoding="utf-8")
+
+    def test_a_file_may_stand_behind_a_list(self):
+        text = self.quarn_opt(self.folder / "f.qnel")
+        self.assertEqual(self.quarn_opt("--passes", "dead-code,compaction", "--passes",
+                                        "control-flow", self.folder / "f.qnel"), text)
+        adds = self.folder / "adds.qnel"
+        adds.write_text("(function adds f64 (param $x f64) (param $y f64) (block b0 "
+                        "(%1 f64 load $x) (%2 f64 load $y) (%3 f64 add %1 %2) (ret %3)))",
+                        encoding="utf-8")
+        self.assertEqual(self.quarn_opt("--run", "adds", "--args", "1,2", adds), "3\n")
+
+    def test_every_number_is_a_seed(self):
+        texts = [self.quarn_opt("--generate", seed) for seed in (0, 1, 4294967295)]
+        self.assertEqual(len(set(texts)), 3)
+        self.assertTrue(all("(function" in text for text in texts))
+
+    def test_what_means_nothing_is_wrong_usage(self):
+        self.assertIn("excludes", self.said("--generate=1", "f.qnel", status=2))
+        for option in ("--args=1", "--engine=llvm", "--level=1", "--debug-info",
+                       "--preserve-frames", "--valgrind-print"):
+            self.assertIn("requires --run", self.said(option, "f.qnel", status=2))
+
+    def test_folder_is_no_input(self):
+        (self.folder / "d").mkdir()
+        self.assertEqual(self.said("d", status=1),
+                         "quarn-opt: cannot read 'd': Is a directory\n")
+
+    def test_list_that_nobody_takes_is_an_error(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            self.assertIn("No space left", self.said("--list-passes", status=1, output=full))
+
+    def test_no_file_of_somebody_else_is_touched(self):
+        names = ["out.qnel.tmp", "out.qnel.part", "out.qnel~"]
+        for name in names:
+            (self.folder / name).write_text("mine", encoding="utf-8")
+        self.said("f.qnel", "-o", "out.qnel", status=0)
+        self.assertEqual({(self.folder / name).read_text() for name in names}, {"mine"})
+        self.assertEqual(sorted(path.name for path in self.folder.iterdir()),
+                         sorted([*names, "f.qnel", "out.qnel"]))
+
+
 class Timers(Facility):
     LINE = r"(?m)^.{32}: +\S+ +m?s / +\d+  = +\S+ +m?s/hit$"
 

@@ -19,10 +19,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
-#include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -32,10 +32,10 @@ struct Options {
     std::string output = "-";
     std::string print = "qnel";
     std::vector<std::string> passes;
-    std::uint32_t generate = 0;
+    std::optional<std::uint32_t> generate;
     bool pipeline = false;
     bool listPasses = false;
-    bool verify = true;
+    bool noVerify = false;
     bool disambiguate = false;
     bool showModes = false;
     QN::tools::RunOptions run;
@@ -43,20 +43,23 @@ struct Options {
 
 /// The text of a file, or of standard input for "-"; false after a message.
 bool readInput(const std::string& name, std::string& text) {
-    if (name == "-") {
-        text.assign(std::istreambuf_iterator<char>(std::cin), {});
-        return true;
+    std::FILE* const file = name == "-" ? stdin : std::fopen(name.c_str(), "rb");
+    bool whole = file != nullptr;
+    if (whole) {
+        char piece[1 << 16];
+        while (const std::size_t read = std::fread(piece, 1, sizeof piece, file)) {
+            text.append(piece, read);
+        }
+        whole = std::ferror(file) == 0;
     }
-    std::ifstream file(name, std::ios::binary);
-    if (file) {
-        text.assign(std::istreambuf_iterator<char>(file), {});
-    }
-    if (!file || file.bad()) {
+    if (!whole) {
         std::fprintf(stderr, "quarn-opt: cannot read '%s': %s\n", name.c_str(),
                      std::strerror(errno));
-        return false;
     }
-    return true;
+    if (file != nullptr && file != stdin) {
+        std::fclose(file);
+    }
+    return whole;
 }
 
 bool writeOutput(const std::string& name, const std::string& text) {
@@ -78,7 +81,8 @@ bool writeOutput(const std::string& name, const std::string& text) {
     const std::filesystem::file_type kind = std::filesystem::symlink_status(target, none).type();
     const bool replaces = kind == std::filesystem::file_type::regular ||
                           kind == std::filesystem::file_type::not_found;
-    const std::string unfinished = target.string() + (replaces ? ".tmp" : "");
+    const std::string unfinished =
+        replaces ? target.string() + '.' + std::to_string(::getpid()) + ".part" : target.string();
     std::ofstream file(unfinished, std::ios::binary);
     file.write(text.data(), static_cast<std::streamsize>(text.size()));
     file.close();
@@ -119,13 +123,16 @@ std::string printed(const QN::Scope& scope, const Options& options) {
     return text;
 }
 
-int listPasses() {
+bool listPasses(const Options& options) {
+    std::string text;
     for (const QN::Transform& transform : QN::allTransforms()) {
-        std::printf("%-24s %-8s  %s\n", std::string(transform.name).c_str(),
-                    transform.onScope != nullptr ? "scope" : "function",
-                    std::string(transform.summary).c_str());
+        char line[200];
+        std::snprintf(line, sizeof line, "%-24s %-8s  %s\n", std::string(transform.name).c_str(),
+                      transform.onScope != nullptr ? "scope" : "function",
+                      std::string(transform.summary).c_str());
+        text += line;
     }
-    return 0;
+    return writeOutput(options.output, text);
 }
 
 /// The scope that the input describes; null after a message.
@@ -174,22 +181,22 @@ int run(const Options& options) {
         }
     }
     const std::unique_ptr<QN::Scope> scope =
-        options.generate != 0 ? QN::tools::generate({options.generate}) : readScope(options.input);
+        options.generate ? QN::tools::generate({*options.generate}) : readScope(options.input);
     if (scope == nullptr) {
         return 1;
     }
-    if (options.verify && !isValid(*scope, "the input")) {
+    if (!options.noVerify && !isValid(*scope, "the input")) {
         return 1;
     }
     for (const QN::Transform* const transform : transforms) {
         onScopes(*scope, [&](QN::Scope& each) { QN::runTransformOnAll(*transform, each); });
-        if (options.verify && !isValid(*scope, "after " + std::string(transform->name))) {
+        if (!options.noVerify && !isValid(*scope, "after " + std::string(transform->name))) {
             return 1;
         }
     }
     if (options.pipeline) {
         onScopes(*scope, [](QN::Scope& each) { QN::runPipeline(each); });
-        if (options.verify && !isValid(*scope, "after the pipeline")) {
+        if (!options.noVerify && !isValid(*scope, "after the pipeline")) {
             return 1;
         }
     }
@@ -203,44 +210,60 @@ int run(const Options& options) {
     return writeOutput(options.output, printed(*scope, options)) ? 0 : 1;
 }
 
+// The options of main(), and which of them mean nothing without another or beside it.
+void declare(CLI::App& app, Options& options) {
+    app.name("quarn-opt");
+    CLI::Option* const file = app.add_option(
+        "FILE", options.input, "QNEL or serialized IR to read; '-' is standard input");
+    app.add_option("-o", options.output, "where to print; '-' is standard output");
+    app.add_option("--passes", options.passes, "transforms to run, in order: a,b,c")
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    app.add_option("--generate", options.generate, "take IR made at random from this seed as input")
+        ->excludes(file);
+    app.add_flag("--pipeline", options.pipeline, "run the whole pipeline (after --passes)");
+    app.add_option("--print", options.print, "form of the output")
+        ->check(CLI::IsMember({"qnel", "text", "dot", "html", "none"}));
+    app.add_flag("--no-verify", options.noVerify,
+                 "do not check the input and what transforms make");
+    app.add_flag("--disambiguate", options.disambiguate, "tell equal names of variables apart");
+    app.add_flag("--show-modes", options.showModes, "show rounding and overflow");
+    CLI::Option* const run = app.add_option("--run", options.run.function,
+                                            "call this function instead of printing the IR");
+    app.add_option("--engine", options.run.engine, "what runs it")
+        ->check(CLI::IsMember({"evaluator", "llvm"}))
+        ->needs(run);
+    app.add_option("--args", options.run.arguments,
+                   "its arguments: a,b,c; numbers, true, false, and columns as 1;2;3")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->needs(run);
+    app.add_option("--level", options.run.level, "LLVM's optimization, 0 to 4 for this processor")
+        ->check(CLI::Range(0, 4))
+        ->needs(run);
+    app.add_flag("--debug-info", options.run.debugInfo, "tell debuggers about the code")
+        ->needs(run);
+    app.add_flag("--preserve-frames", options.run.preserveFrames, "keep frame pointers")
+        ->needs(run);
+    app.add_flag("--valgrind-print", options.run.valgrindPrint,
+                 "print what is executed in valgrind's log")
+        ->needs(run);
+    app.add_flag("--list-passes", options.listPasses, "list the transforms and leave");
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Reads QNEL, runs transforms, prints the result."};
-    app.name("quarn-opt");
-    app.add_option("FILE", options.input, "QNEL or serialized IR to read; '-' is standard input");
-    app.add_option("-o", options.output, "where to print; '-' is standard output");
-    app.add_option("--passes", options.passes, "transforms to run, in order: a,b,c")
-        ->delimiter(',');
-    app.add_option("--generate", options.generate,
-                   "take IR made at random from this seed as input");
-    app.add_flag("--pipeline", options.pipeline, "run the whole pipeline (after --passes)");
-    app.add_option("--print", options.print, "form of the output")
-        ->check(CLI::IsMember({"qnel", "text", "dot", "html", "none"}));
-    app.add_flag("!--no-verify", options.verify, "do not check the input and what transforms make");
-    app.add_flag("--disambiguate", options.disambiguate, "tell equal names of variables apart");
-    app.add_flag("--show-modes", options.showModes, "show rounding and overflow");
-    app.add_option("--run", options.run.function, "call this function instead of printing the IR");
-    app.add_option("--engine", options.run.engine, "what runs it")
-        ->check(CLI::IsMember({"evaluator", "llvm"}));
-    app.add_option("--args", options.run.arguments,
-                   "its arguments: a,b,c; numbers, true, false, and columns as 1;2;3")
-        ->delimiter(',');
-    app.add_option("--level", options.run.level, "LLVM's optimization, 0 to 4 for this processor")
-        ->check(CLI::Range(0, 4));
-    app.add_flag("--debug-info", options.run.debugInfo, "tell debuggers about the code");
-    app.add_flag("--preserve-frames", options.run.preserveFrames, "keep frame pointers");
-    app.add_flag("--valgrind-print", options.run.valgrindPrint,
-                 "print what is executed in valgrind's log");
-    app.add_flag("--list-passes", options.listPasses, "list the transforms and leave");
+    declare(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& wrong) {
         return app.exit(wrong) == 0 ? 0 : 2;
     }
     try {
-        return options.listPasses ? listPasses() : run(options);
+        return options.listPasses ? (listPasses(options) ? 0 : 1) : run(options);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "quarn-opt: %s\n", failure.what());
         return 1;
