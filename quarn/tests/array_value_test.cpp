@@ -5,8 +5,13 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <thread>
 #include <vector>
+
+#if defined(__SANITIZE_ADDRESS__) // g++ has no header with this
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#endif
 
 using namespace QN;
 
@@ -34,6 +39,18 @@ void freeMany() {
         }
     }
 }
+
+/// What the process has taken from the allocator and not given back, in bytes.
+std::size_t allocatedBytes() {
+#if defined(__SANITIZE_ADDRESS__)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    return ::mallinfo2().uordblks;
+#endif
+}
+
+/// More than one thread keeps, and much less than it would keep of what the tests below free.
+constexpr std::size_t mostKept = 100'000;
 
 } // namespace
 
@@ -90,6 +107,26 @@ TEST(ArrayValue, ThreadsKeepBuffersOfTheirOwn) {
     EXPECT_EQ(from.get(5), garbage);
     from = ArrayValue(); // freed by another thread than the one that took it
     std::thread(freeMany).join();
+}
+
+TEST(ArrayValue, FewOfManyFreedBuffersAreKept) {
+    const std::size_t before = allocatedBytes();
+    for (const std::int64_t size : {1, 5, 64}) {
+        std::vector<ArrayValue> arrays;
+        for (int i = 0; i < 10'000; ++i) {
+            arrays.push_back(filled(size));
+        }
+        EXPECT_GT(allocatedBytes(), before + 10'000 * 8 * static_cast<std::size_t>(size));
+    }
+    EXPECT_LT(allocatedBytes(), before + mostKept);
+}
+
+TEST(ArrayValue, WhatAThreadKeepsGoesWithIt) {
+    const std::size_t before = allocatedBytes();
+    for (int i = 0; i < 100; ++i) {
+        std::thread(freeMany).join();
+    }
+    EXPECT_LT(allocatedBytes(), before + mostKept);
 }
 
 TEST(ArrayValue, LargePagesAreWishedForManyElements) {
