@@ -44,13 +44,18 @@ function(own_code target)
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wshadow -Werror -fno-semantic-interposition>)
 endfunction()
 
-# house_tests(NAME LABEL LIBRARIES... ): one GoogleTest program of all tests/*_test.cpp beside the
-# calling CMakeLists.txt; adding a test file needs no other change.
+# house_tests(NAME LABEL LIBRARIES... [FOLDER FOLDER]): one GoogleTest program of all *_test.cpp in
+# the folder, tests/ if none is given, beside the calling CMakeLists.txt; adding a test file needs no
+# other change.
 function(house_tests name label)
   if(NOT BUILD_TESTING)
     return()
   endif()
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/tests/*_test.cpp)
+  cmake_parse_arguments(arg "" "FOLDER" "" ${ARGN})
+  if(NOT arg_FOLDER)
+    set(arg_FOLDER tests)
+  endif()
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${arg_FOLDER}/*_test.cpp)
   if(NOT sources)
     return()
   endif()
@@ -62,7 +67,7 @@ function(house_tests name label)
     target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   endif()
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
-  target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE ${arg_UNPARSED_ARGUMENTS} GTest::gtest GTest::gmock GTest::gtest_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   gtest_discover_tests(${name} PROPERTIES LABELS ${label} DISCOVERY_TIMEOUT 60)
 endfunction()
