@@ -12,6 +12,7 @@
 #include <qn/transform_profiler_service.hpp>
 
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace bench {
@@ -31,11 +32,35 @@ struct Runs {
     QN::Transform transform{"nothing", "does nothing", doNothing, nullptr};
 };
 
+/// The same with as many functions as there are runs in a repetition, for runs of one transform
+/// over all of them, one right behind the other, as the pipeline runs its stages.
+struct Sequence {
+    Sequence() {
+        for (std::size_t i = 0; i < passesPerRepetition; ++i) {
+            QN::Function& made = *scope.addFunction("f" + std::to_string(i), QN::Type::voidType());
+            QN::Builder(made.cfg(), made.cfg().addBlock()).ret();
+        }
+    }
+    QN::Scope scope{QN::ScopeFlavor::Unit, "unit"};
+    QN::Transform transform{"nothing", "does nothing", doNothing, nullptr};
+};
+
+void runAll(const Runs& runs) {
+    for (std::size_t i = 0; i < passesPerRepetition; ++i) {
+        keep(runs.transform);
+        QN::runTransform(runs.transform, runs.function);
+    }
+}
+void runAll(Sequence& runs) {
+    keep(runs.transform);
+    QN::runTransformOnAll(runs.transform, runs.scope);
+}
+
 /// What is there while transforms run: services, on the counter or the monotonic clock.
-template <typename Service>
+template <typename What = Runs, typename Service>
 LoopMaker runsWith(std::shared_ptr<Service> (*make)(), bool monotonic = false) {
     return [make, monotonic]() -> Loop {
-        const auto runs = std::make_shared<Runs>();
+        const auto runs = std::make_shared<What>();
         // Services register themselves, so one that is there for other loops would be in the way:
         // it comes before a batch and goes behind it.
         return [make, runs, monotonic](std::size_t count) {
@@ -43,10 +68,7 @@ LoopMaker runsWith(std::shared_ptr<Service> (*make)(), bool monotonic = false) {
             const bool counter = std::exchange(QN::detail::timersUseCounter,
                                                QN::detail::timersUseCounter && !monotonic);
             for (; count != 0; --count) {
-                for (std::size_t i = 0; i < passesPerRepetition; ++i) {
-                    keep(runs->transform);
-                    QN::runTransform(runs->transform, runs->function);
-                }
+                runAll(*runs);
                 if constexpr (requires { service->eventCount(); }) {
                     if (service->eventCount() >= 4096) {
                         service->reset();
@@ -87,6 +109,16 @@ Loop transformAlone() {
         for (std::size_t i = 0; i < passesPerRepetition; ++i) {
             keep(runs->transform);
             runs->transform.onFunction(runs->function);
+        }
+    });
+}
+
+Loop inARowAlone() {
+    const auto runs = std::make_shared<Sequence>();
+    return repeat([runs] {
+        for (const auto& function : runs->scope.functions()) {
+            keep(runs->transform);
+            runs->transform.onFunction(*function);
         }
     });
 }
@@ -137,6 +169,14 @@ Group buildHooks() {
          .makers = {runsWith(makeProfiler), peer(LlvmHooks::timing)}},
         {.operation = "time, monotonic clock",
          .makers = {runsWith(makeProfiler, true), peer(LlvmHooks::timing)}},
+        {.operation = "in a row, the transform alone",
+         .makers = {inARowAlone, peer(LlvmHooks::passAlone)}},
+        {.operation = "in a row, no service",
+         .makers = {runsWith<Sequence>(make<NoService>), peer(LlvmHooks::none)}},
+        {.operation = "in a row, time, processor counter",
+         .makers = {runsWith<Sequence>(makeProfiler), peer(LlvmHooks::timing)}},
+        {.operation = "in a row, time, monotonic clock",
+         .makers = {runsWith<Sequence>(makeProfiler, true), peer(LlvmHooks::timing)}},
     };
     for (Row& row : group.rows) {
         row.units = static_cast<double>(passesPerRepetition);

@@ -1,5 +1,6 @@
 // See the header. What happens between the two readings of the clock is the transform and the
-// services registered behind this one; everything else is done outside.
+// services registered behind this one; everything else is done outside, but for the few stores of
+// an event where two runs share a reading.
 #include "services/output_file.hpp"
 #include "services/profile_events.hpp"
 #include "services/run_facts.hpp"
@@ -7,6 +8,7 @@
 #include <qn/assertion.hpp>
 #include <qn/console.hpp>
 #include <qn/default_services.hpp>
+#include <qn/run_sequence.hpp>
 #include <qn/timer.hpp>
 #include <qn/transform.hpp>
 #include <qn/transform_profiler_service.hpp>
@@ -125,12 +127,16 @@ void TransformProfilerService::postpass(TransformRun& run) {
     end(detail::ProfiledRun::of(run), now, detail::nodesUnder(run));
 }
 
-[[gnu::always_inline]] inline void TransformProfilerService::end(const detail::ProfiledRun& run,
+[[gnu::always_inline]] inline bool TransformProfilerService::end(const detail::ProfiledRun& run,
                                                                  std::uint64_t now,
                                                                  std::size_t nodes) {
     detail::ProfileEvents& events = state_->events;
-    if (!events.canEnd(run) && !events.prepareToEnd(run.id, run.target, run.scope)) [[unlikely]] {
-        return; // not selected, or switched on in the middle of this run
+    bool isQuick = true;
+    if (!events.canEnd(run)) [[unlikely]] {
+        if (!events.prepareToEnd(run.id, run.target, run.scope)) {
+            return false; // not selected, or switched on in the middle of this run
+        }
+        isQuick = false;
     }
     detail::ProfileEvent& event = events.end(run, now, nodes);
     if (memoryInterval_ != 1 && (memoryInterval_ == 0 || events.total() % memoryInterval_ != 0))
@@ -140,16 +146,19 @@ void TransformProfilerService::postpass(TransformRun& run) {
     }
     if (emitThreshold_ != 0 && events.size() >= emitThreshold_) [[unlikely]] {
         emit();
+        isQuick = false;
     }
+    return isQuick;
 }
 
 // Records what the hooks would, without the description of the run that they are shown. What they
 // do besides, such as making room, is left to them.
-bool TransformProfilerService::runAlone(const Transform& transform, Function& function) {
+bool TransformProfilerService::runAlone(const Transform& transform, Function& function,
+                                        RunSequence& sequence) {
     detail::ProfileEvents& events = state_->events;
     if (!isRequestedUnfiltered() || !selectsScope(function.scope()) || !function.hasCfg() ||
         !events.hasRoom()) [[unlikely]] {
-        return DebugService::runAlone(transform, function);
+        return DebugService::runAlone(transform, function, sequence);
     }
     // A service that leaves while the transform acts must not be looked at afterwards.
     DebugServices& services = DefaultServices::debugServices();
@@ -157,9 +166,10 @@ bool TransformProfilerService::runAlone(const Transform& transform, Function& fu
     const auto isHere = [&] { return services.generation() == generation || services.holds(this); };
     const std::uint64_t id = services.nextRunId();
     detail::ProfileEvent& event = events.begin(id, function.cfg().numNodes());
+    const std::uint64_t endOfLast = sequence.takeEndOfLast();
     bool changed = false;
     try {
-        event.start = Timer::readClock();
+        event.start = endOfLast != 0 ? endOfLast : Timer::readClock();
         changed = transform.onFunction(function);
     } catch (...) {
         const std::uint64_t now = Timer::readClock();
@@ -170,9 +180,11 @@ bool TransformProfilerService::runAlone(const Transform& transform, Function& fu
     }
     const std::uint64_t now = Timer::readClock();
     if (isHere()) [[likely]] {
-        end(described(id, transform, function,
-                      changed ? RunOutcome::Changed : RunOutcome::Unchanged),
-            now, function.hasCfg() ? function.cfg().numNodes() : 0);
+        if (end(described(id, transform, function,
+                          changed ? RunOutcome::Changed : RunOutcome::Unchanged),
+                now, function.hasCfg() ? function.cfg().numNodes() : 0)) [[likely]] {
+            sequence.noteEnd(now);
+        }
     }
     return changed;
 }

@@ -5,7 +5,9 @@
 #include <qn/transform.hpp>
 #include <qn/transform_profiler_service.hpp>
 
+#include <cmath>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <memory>
@@ -40,17 +42,21 @@ protected:
         });
     }
 
+    static std::vector<std::string> fieldsOf(const std::string& line) {
+        std::vector<std::string> fields;
+        std::istringstream stream(line);
+        for (std::string field; std::getline(stream, field, ',');) {
+            fields.push_back(field);
+        }
+        return fields;
+    }
     /// The fields of the events in a report of values, without the headings.
     std::vector<std::vector<std::string>> events() {
         service.setDumpDestination(folder + "/events.csv");
         service.dump();
         std::vector<std::vector<std::string>> events;
         for (const std::string& line : linesOf(contentsOf(folder + "/events.csv"))) {
-            std::istringstream stream(line);
-            std::vector<std::string>& fields = events.emplace_back();
-            for (std::string field; std::getline(stream, field, ',');) {
-                fields.push_back(field);
-            }
+            events.push_back(fieldsOf(line));
         }
         events.erase(events.begin());
         return events;
@@ -261,6 +267,142 @@ TEST_P(ProfilerInTheFunnel, MayGoInTheMiddleOfARun) {
     };
     EXPECT_THROW(runOn(f), std::runtime_error);
     EXPECT_EQ(other, nullptr);
+}
+
+namespace {
+
+/// Functions that a transform runs on one behind the other.
+class ProfiledSequence : public ProfilerInTheFunnel {
+protected:
+    ProfiledSequence() {
+        for (const char* const name : {"a", "b", "c"}) {
+            addFunction(name);
+        }
+        service.setRequestedAfter(true);
+        runTransformOnAll(acts, row); // makes room, and the names known
+        service.reset();
+    }
+
+    void addFunction(const char* name) {
+        Function& function = *row.addFunction(name, Type::f64());
+        Builder(function.cfg(), function.cfg().addBlock()).ret(function.cfg().constantDouble(0));
+    }
+    static void passTime() {
+        const std::uint64_t start = Timer::readClock();
+        while (Timer::readClock() - start < 20'000) {
+        }
+    }
+    /// Whether each event but the first starts at the moment at which the one before ended.
+    std::vector<bool> follows() {
+        std::vector<bool> follows;
+        double end = -1;
+        for (const auto& event : events()) {
+            const double start = std::stod(event.at(Start));
+            follows.push_back(std::abs(start - end) < 0.002); // three roundings to nanoseconds
+            end = start + std::stod(event.at(Time));
+        }
+        follows.erase(follows.begin());
+        return follows;
+    }
+
+    Scope row{ScopeFlavor::Unit, "row"};
+};
+
+INSTANTIATE_TEST_SUITE_P(Company, ProfiledSequence, ::testing::Bool(),
+                         [](const auto& one) { return one.param ? "InCompany" : "Alone"; });
+
+} // namespace
+
+TEST_P(ProfiledSequence, RunsShareTheMomentsBetweenThem) {
+    const bool alone = !GetParam();
+    RunSequence sequence;
+    runTransformOnAll(acts, row, sequence);
+    runTransformOnAll(acts, row, sequence);
+    EXPECT_EQ(follows(), (std::vector<bool>{alone, alone, alone, alone, alone}));
+}
+
+TEST_P(ProfiledSequence, LearningANameIsNotMeasured) {
+    const bool alone = !GetParam();
+    addFunction("d");
+    addFunction("e");
+    runTransformOnAll(acts, row);
+    EXPECT_EQ(follows(), (std::vector<bool>{alone, alone, alone, false}));
+}
+
+TEST_P(ProfiledSequence, RunsByThemselvesDoNot) {
+    for (const auto& function : row.functions()) {
+        runOn(*function);
+        passTime();
+    }
+    runTransformOnAll(acts, row);
+    EXPECT_EQ(follows(), (std::vector<bool>{false, false, false, !GetParam(), !GetParam()}));
+}
+
+TEST_P(ProfiledSequence, ReportsBetweenRunsAreNotMeasured) {
+    const bool alone = !GetParam();
+    service.setDumpDestination(folder + "/p.csv");
+    service.setEventEmitThreshold(4);
+    RunSequence sequence;
+    runTransformOnAll(acts, row, sequence);
+    runTransformOnAll(acts, row, sequence);
+    EXPECT_EQ(follows(), std::vector<bool>{alone}); // the last two
+    const std::vector<std::string> written = linesOf(contentsOf(folder + "/p-1.csv"));
+    ASSERT_EQ(written.size(), 5U);
+    const std::vector<std::string> last = fieldsOf(written.back());
+    EXPECT_GT(std::stod(events().front().at(Start)),
+              std::stod(last.at(Start)) + std::stod(last.at(Time)) + 0.002);
+}
+
+// What the runs in the middle do is not part of the one behind them.
+TEST_P(ProfiledSequence, RunsThatAreNotMeasuredAloneDivideOthers) {
+    constexpr Transform overScope{"over", "takes time", nullptr, [](Scope&) {
+                                      passTime();
+                                      return false;
+                                  }};
+    const std::vector<std::function<void(RunSequence&)>> middles = {
+        [&](RunSequence& sequence) { // nobody is awake, or one that does not measure
+            service.setRequestedAfter(false);
+            runTransformOnAll(acts, row, sequence);
+            service.setRequestedAfter(true);
+        },
+        [&](RunSequence& sequence) {
+            service.setFilter("none");
+            runTransformOnAll(acts, row, sequence);
+            service.setFilter("");
+        },
+        [&](RunSequence& sequence) {
+            Service visitor;
+            DefaultServices::debugServices().addService(&visitor);
+            runTransformOnAll(acts, row, sequence);
+        },
+        [&](RunSequence& sequence) { runTransformOnAll(overScope, row, sequence); },
+        [&](RunSequence& sequence) { // of a transform that fails
+            act = [](Function&) -> bool { throw std::runtime_error("refused"); };
+            EXPECT_THROW(runTransformOnAll(acts, row, sequence), std::runtime_error);
+            passTime();
+        },
+    };
+    const auto runOnAll = [this](RunSequence& sequence) {
+        act = [](Function&) { return false; };
+        runTransformOnAll(acts, row, sequence);
+    };
+    for (const auto& middle : middles) {
+        service.reset();
+        RunSequence sequence;
+        runOnAll(sequence);
+        act = [](Function&) {
+            passTime();
+            return false;
+        };
+        middle(sequence);
+        const std::size_t before = service.eventCount();
+        runOnAll(sequence);
+        const auto all = events();
+        const auto& last = all.at(before - 1);
+        EXPECT_GT(std::stod(all.at(before).at(Start)),
+                  std::stod(last.at(Start)) + std::stod(last.at(Time)) + 0.002)
+            << &middle - middles.data();
+    }
 }
 
 TEST_F(TransformProfiler, Defaults) {

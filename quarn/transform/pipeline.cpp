@@ -5,6 +5,10 @@
 #include <qn/testing_hooks.hpp>
 #include <qn/transform.hpp>
 
+#include <algorithm>
+#include <array>
+#include <iterator>
+
 namespace QN {
 
 namespace {
@@ -30,6 +34,16 @@ constexpr std::string_view stages[] = {
     "compaction",         // gives back what all these have left behind
 };
 
+// Looked up once: what lies between two stages is measured with the second.
+const auto& transformsOfStages() {
+    static const auto found = [] {
+        std::array<const Transform*, std::size(stages)> transforms;
+        std::transform(std::begin(stages), std::end(stages), transforms.begin(), transformNamed);
+        return transforms;
+    }();
+    return found;
+}
+
 } // namespace
 
 std::span<const std::string_view> pipeline() noexcept {
@@ -38,9 +52,10 @@ std::span<const std::string_view> pipeline() noexcept {
 
 void runPipeline(Scope& scope) {
     const bool profiles = TSFEAT_QUARNProfilingInstrumentation->isOn();
-    for (const std::string_view name : stages) {
-        if (name != profiling || profiles) {
-            runTransformOnAll(*transformNamed(name), scope);
+    RunSequence sequence;
+    for (const Transform* const transform : transformsOfStages()) {
+        if (profiles || transform->name != profiling) {
+            runTransformOnAll(*transform, scope, sequence);
         }
     }
 }

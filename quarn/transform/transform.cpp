@@ -99,16 +99,18 @@ private:
     }
 };
 
-bool Service::runAlone(const Transform& transform, Function& function) {
+bool Service::runAlone(const Transform& transform, Function& function, RunSequence& sequence) {
+    sequence.forget();
     return detail::runBetweenHooks(transform, function);
 }
 
 namespace detail {
 
-bool runWatched(const Transform& transform, Function& function) {
+bool runWatched(const Transform& transform, Function& function, RunSequence& sequence) {
     if (Service* const service = DefaultServices::debugServices().onlyAwake(); service != nullptr) {
-        return service->runAlone(transform, function);
+        return service->runAlone(transform, function, sequence);
     }
+    sequence.forget();
     return runBetweenHooks(transform, function);
 }
 
@@ -137,17 +139,30 @@ const Transform* transformNamed(std::string_view name) noexcept {
     return found == std::end(registry) ? nullptr : found;
 }
 
-bool runTransformOnAll(const Transform& transform, Scope& scope) {
+bool runTransformOnAll(const Transform& transform, Scope& scope, RunSequence& sequence) {
     if (transform.onScope != nullptr) {
+        sequence.forget();
         return runTransform(transform, scope);
     }
+    const DebugServices& services = DefaultServices::debugServices();
     bool changed = false;
     for (const auto& function : scope.functions()) {
-        if (function->hasCfg()) {
-            changed = runTransform(transform, *function) || changed;
+        if (!function->hasCfg()) {
+            continue;
+        }
+        if (services.isQuiet()) [[likely]] {
+            sequence.forget();
+            changed = transform.onFunction(*function) || changed;
+        } else {
+            changed = detail::runWatched(transform, *function, sequence) || changed;
         }
     }
     return changed;
+}
+
+bool runTransformOnAll(const Transform& transform, Scope& scope) {
+    RunSequence sequence;
+    return runTransformOnAll(transform, scope, sequence);
 }
 
 } // namespace QN

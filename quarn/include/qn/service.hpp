@@ -11,6 +11,7 @@
 namespace QN {
 
 class Function;
+class RunSequence;
 class ServiceContainer;
 struct Transform;
 class TransformRun;
@@ -34,8 +35,9 @@ public:
     /// Runs `transform` on `function` as the only service that is awake, and returns whether that
     /// changed anything. What stands here does as for any number of services: it describes the run
     /// and calls the hooks around it. A service that measures may override it to stand closer to
-    /// the transform; it must then record what its hooks would have.
-    virtual bool runAlone(const Transform& transform, Function& function);
+    /// the transform; it must then record what its hooks would have. `sequence` tells of the run
+    /// before, if that has just ended.
+    virtual bool runAlone(const Transform& transform, Function& function, RunSequence& sequence);
 
     /// Called at the end of ServiceContainer::addService().
     virtual void added();

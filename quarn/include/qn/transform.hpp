@@ -6,6 +6,7 @@
 #pragma once
 
 #include <qn/default_services.hpp>
+#include <qn/run_sequence.hpp>
 
 #include <span>
 #include <stdexcept>
@@ -40,7 +41,7 @@ public:
 };
 
 namespace detail {
-bool runWatched(const Transform& transform, Function& function);
+bool runWatched(const Transform& transform, Function& function, RunSequence& sequence);
 bool runWatched(const Transform& transform, Scope& scope);
 /// A run with a description of it and all hooks around, for services that are awake.
 bool runBetweenHooks(const Transform& transform, Function& function);
@@ -54,7 +55,8 @@ inline bool runTransform(const Transform& transform, Function& function) {
     if (DefaultServices::debugServices().isQuiet()) [[likely]] {
         return transform.onFunction(function);
     }
-    return detail::runWatched(transform, function);
+    RunSequence alone;
+    return detail::runWatched(transform, function, alone);
 }
 
 /// The same for a scope transform.
@@ -66,7 +68,9 @@ inline bool runTransform(const Transform& transform, Scope& scope) {
 }
 
 /// Runs a transform of either kind on `scope`: a function transform on each of its functions that
-/// has a graph, in order. Child scopes are not entered. Returns whether anything changed.
+/// has a graph, in order. Child scopes are not entered. Returns whether anything changed. Who runs
+/// one transform right behind the other hands the same `sequence` to all of them.
+bool runTransformOnAll(const Transform& transform, Scope& scope, RunSequence& sequence);
 bool runTransformOnAll(const Transform& transform, Scope& scope);
 
 } // namespace QN

@@ -1,7 +1,11 @@
 // The transform activity monitor: one event per run of a transform with its time, nodes and pool
 // bytes, reported as a table, as comma-separated values, or as a trace that timeline viewers open.
 //
-// Runs are recorded while before or after is requested; either side stands for the whole run.
+// Runs are recorded while before or after is requested; either side stands for the whole run. Where
+// runs follow one another and no other service is awake, the moment at which one ended is the start
+// of the next, so that the clock is read once for each: a time then holds what recording the run
+// before took, some nanoseconds.
+//
 // Owner: whoever makes it.
 #pragma once
 
@@ -62,11 +66,12 @@ public:
 
     void prepass(TransformRun& run) override;
     void postpass(TransformRun& run) override;
-    bool runAlone(const Transform& transform, Function& function) override;
+    bool runAlone(const Transform& transform, Function& function, RunSequence& sequence) override;
 
 private:
     struct State;
-    void end(const detail::ProfiledRun& run, std::uint64_t now, std::size_t nodes);
+    /// Whether nothing but the event itself had to be written.
+    bool end(const detail::ProfiledRun& run, std::uint64_t now, std::size_t nodes);
     [[gnu::cold]] void endFailed(std::uint64_t id, const Transform& transform,
                                  const Function& function, std::uint64_t now) noexcept;
     void emit();
