@@ -42,7 +42,12 @@ Entity* GraphCopier::copied(Entity* original) {
         return vars_[static_cast<const Var*>(original)->id()];
     case EntityKind::Const: {
         const auto& constant = *static_cast<const Const*>(original);
-        return to_.constant(constant.type(), constant.bits());
+        const std::size_t before = to_.numConstants();
+        Const* const copy = to_.constant(constant.type(), constant.bits());
+        if (to_.numConstants() != before) { // one that was there has an origin of its own
+            copyTag(constant, to_, *copy);
+        }
+        return copy;
     }
     case EntityKind::Callee:
         return to_.callee(static_cast<const Callee*>(original)->name());

@@ -1,4 +1,5 @@
 // Stack-trace tags: which entities get one, what it says, and when it goes.
+#include <qn/copy.hpp>
 #include <qn/ir.hpp>
 #include <qn/stack_trace_tag.hpp>
 
@@ -102,6 +103,36 @@ TEST_F(StackTraces, CopiesAreTaggedByHand) {
     EXPECT_EQ(StackTraceTag::describe(*copy), "");
     StackTraceTag::copy(*node, g, *copy);
     EXPECT_EQ(StackTraceTag::describe(*copy), StackTraceTag::describe(*node));
+}
+
+TEST_F(StackTraces, ACopiedGraphKeepsTheOriginsOfAllKinds) {
+    StackTraceTagHandler::setHandlesNodes(true);
+    StackTraceTagHandler::setHandlesConsts(true);
+    StackTraceTagHandler::setHandlesVars(true);
+    Const* const made = g.constantDouble(8);
+    Var* const x = g.addVar(VarKind::User, Type::f64(), "x");
+    Node* const node = makeNegation(g, made);
+    Builder(g, block).store(x, node);
+    Builder(g, block).ret(one);
+    const std::unique_ptr<Cfg> copy = copyOf(g, f);
+    const Node* const copied = copy->entry()->first();
+    EXPECT_EQ(StackTraceTag::describe(*copied), StackTraceTag::describe(*node));
+    EXPECT_EQ(StackTraceTag::describe(*copied->operand(0)), StackTraceTag::describe(*made));
+    EXPECT_EQ(StackTraceTag::describe(*copied->next()->operand(0)), StackTraceTag::describe(*x));
+}
+
+TEST_F(StackTraces, ACopyLeavesTheOriginsOfConstantsThatWereThere) {
+    StackTraceTagHandler::setHandlesConsts(true);
+    Function& h = *unit.addFunction("h", Type::f64());
+    Cfg& target = h.cfg();
+    Const* const there = target.constantDouble(8);
+    const std::string place = StackTraceTag::describe(*there);
+    const auto fromElsewhere = [this] { return g.constantDouble(8); };
+    Const* const other = fromElsewhere();
+    ASSERT_NE(StackTraceTag::describe(*other), place);
+    Builder(g, block).ret(other);
+    GraphCopier(g, target).copyBlocks();
+    EXPECT_EQ(StackTraceTag::describe(*there), place);
 }
 
 TEST_F(StackTraces, TagsGoWithTheirGraph) {
