@@ -106,6 +106,11 @@ bool FileWriter::write(const std::string& path, std::string_view bytes) {
         if (!target.empty()) {
             ::unlink(temporary.c_str());
         }
+        std::error_code none;
+        if (std::filesystem::is_directory(path, none)) {
+            report_.failed("Cannot write '" + path + "': " + std::strerror(EISDIR) + ".");
+            return false;
+        }
         const std::string place =
             folder.empty() ? std::string("this folder") : "'" + folder.string() + "'";
         report_.failed("Cannot write files in " + place + ": " + std::strerror(error) + ".");

@@ -31,6 +31,12 @@ std::string reportIn(const std::string& ending, const detail::ProfileEvents& eve
     return detail::profileTable(events, report);
 }
 
+// Whether the destination is there and is no file that a report would replace, such as a pipe.
+bool takesEverythingIn(const std::filesystem::path& destination) {
+    std::error_code none;
+    return std::filesystem::is_other(std::filesystem::status(destination, none));
+}
+
 detail::ProfiledRun described(std::uint64_t id, const Transform& transform,
                               const Function& function, RunOutcome outcome) noexcept {
     return {id, transform.name, function.name(), function.scope().serial(), false, outcome};
@@ -56,7 +62,7 @@ struct TransformProfilerService::State {
         if (destination.empty()) {
             path =
                 DefaultServices::debugServices().debugLog().logFilePath("transform-profile", "txt");
-        } else if (!inserted.empty()) {
+        } else if (!inserted.empty() && !takesEverythingIn(path)) {
             path.replace_filename(path.stem().string() + inserted + path.extension().string());
         }
         writer.write(path.string(), reportIn(path.extension().string(), events, form));

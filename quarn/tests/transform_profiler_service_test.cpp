@@ -499,6 +499,16 @@ TEST_F(TransformProfiler, EventsHoldThePoolsBeforeAndAfter) {
     const std::size_t after = Pool::totalReserved();
     EXPECT_GT(after, before);
     run("waiting", g, [] { return false; });
+    service.setDumpDestination(folder + "/trace.json");
+    service.dump();
+    const auto trace = nlohmann::json::parse(contentsOf(folder + "/trace.json"));
+    std::vector<std::size_t> counters;
+    for (const auto& event : trace.at("traceEvents")) {
+        if (event.at("ph") == "C") {
+            counters.push_back(event.at("args").at("bytes"));
+        }
+    }
+    EXPECT_THAT(counters, ElementsAre(before, after, after, after));
     const auto made = events();
     ASSERT_EQ(made.size(), 2U);
     EXPECT_EQ(made[0][PoolBefore], std::to_string(before));
@@ -547,6 +557,7 @@ TEST_F(TransformProfiler, ConsoleTable) {
                             MatchesRegex(" +3.* unchanged inline scope u"), "",
                             MatchesRegex(" +runs +changed .*transform"), MatchesRegex(" +[12] .*"),
                             MatchesRegex(" +[12] .*")));
+    EXPECT_GE(std::stod(linesOf(console)[6].substr(19)), std::stod(linesOf(console)[7].substr(19)));
     EXPECT_THAT(console, HasSubstr("        2         1 "));
     EXPECT_THAT(console, HasSubstr("        1         0 "));
 }
@@ -633,6 +644,19 @@ TEST_F(TransformProfiler, ThresholdWritesPartsAndBoundsWhatIsKept) {
     EXPECT_EQ(linesOf(contentsOf(folder + "/p-1.csv")).size(), 3U);
     EXPECT_THAT(linesOf(contentsOf(folder + "/p-2.csv")).at(1), MatchesRegex("3,3,folding.*"));
     EXPECT_EQ(linesOf(contentsOf(folder + "/p.csv")).size(), 2U);
+}
+
+TEST_F(TransformProfiler, AResetBeginsWithTheFirstPartAgain) {
+    service.setRequestedAfter(true);
+    service.setDumpDestination(folder + "/p.csv");
+    service.setEventEmitThreshold(2);
+    fold(f);
+    fold(f);
+    service.reset();
+    run("other", g, [] { return false; });
+    run("other", g, [] { return false; });
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"p-1.csv"});
+    EXPECT_THAT(linesOf(contentsOf(folder + "/p-1.csv")).at(1), MatchesRegex("1,3,other.*"));
 }
 
 TEST_F(TransformProfiler, RunsUnderWayOutliveTheEventsThatAreWritten) {
@@ -728,8 +752,17 @@ TEST_F(TransformProfiler, DestinationThatIsNoFileTakesTheReportIn) {
     char start[8] = {};
     EXPECT_EQ(::read(reader, start, 7), 7);
     EXPECT_STREQ(start, "record,");
-    ::close(reader);
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+    service.setEventEmitThreshold(2);
+    fold(f);
+    char rest[4096];
+    const ssize_t length = ::read(reader, rest, sizeof rest);
+    ASSERT_GT(length, 0);
+    EXPECT_THAT(std::string(rest, static_cast<std::size_t>(length)),
+                HasSubstr("record,run,")); // a part of its own, for it is a report by itself
+    ::close(reader);
+    service.setEventEmitThreshold(0);
+    fold(f);
 
     // A link stays one, whether its target is there or not.
     const std::string link = folder + "/link.csv";
@@ -742,6 +775,21 @@ TEST_F(TransformProfiler, DestinationThatIsNoFileTakesTheReportIn) {
     }
     EXPECT_EQ(filesIn(folder), (std::vector<std::string>{"link.csv", "pipe.csv", "target.csv"}));
     EXPECT_EQ(console, "");
+}
+
+TEST_F(TransformProfiler, DestinationThatIsAFolderIsToldByItsName) {
+    service.setRequestedAfter(true);
+    fold(f);
+    const std::string inTheWay = folder + "/p.csv";
+    std::filesystem::create_directory(inTheWay);
+    service.setDumpDestination(inTheWay);
+    service.dump();
+    service.setDumpDestination(inTheWay + "/");
+    service.dump();
+    EXPECT_EQ(console, "Cannot write '" + inTheWay + "': Is a directory.\n" + "Cannot write '" +
+                           inTheWay + "/': Is a directory.\n");
+    EXPECT_EQ(filesIn(folder), std::vector<std::string>{"p.csv"});
+    EXPECT_TRUE(filesIn(inTheWay).empty());
 }
 
 TEST_F(TransformProfiler, DestinationThatCannotBeWrittenIsToldAndLeavesNothing) {

@@ -45,7 +45,7 @@ public:
 
     /// When this many events have gathered, they are reported by themselves and dropped, which
     /// bounds the memory: into STEM-N.ENDING for the Nth time, or as dump() does where the
-    /// destination is no file. 0, as at start, never does so.
+    /// destination is no file that a report would replace. 0, as at start, never does so.
     [[nodiscard]] std::size_t eventEmitThreshold() const noexcept { return emitThreshold_; }
     void setEventEmitThreshold(std::size_t events) noexcept;
 
