@@ -73,6 +73,17 @@ TEST_F(LogServices, TransformLogHasALinePerRunWhileItIsOn) {
                             MatchesRegex(" +4 inline-scope_u +[0-9.]+ us +1 -> +1 unchanged")));
 }
 
+TEST_F(LogServices, TransformLogTellsOfRunsThatFail) {
+    TransformLogService service;
+    service.setEnable(true);
+    TransformRun failing(7, "dead-code", unit, f, f.name());
+    service.prepass(failing);
+    failing.setOutcome(RunOutcome::Failed);
+    service.postpass(failing);
+    EXPECT_THAT(linesOf(contentsOf(service.logFile())),
+                ElementsAre(MatchesRegex(" +7 dead-code-fcn_fun +[0-9.]+ us +3 -> +3 failed")));
+}
+
 TEST_F(LogServices, TransformLogTellsOfNestedRuns) {
     TransformLogService service;
     service.setEnable(true);
@@ -204,4 +215,18 @@ TEST_F(LogServices, UserVariablesOfAScopeNameTheirFunctions) {
     service.setFilter("nothing");
     runOnScope("inline", unit, [] { return true; });
     EXPECT_EQ(linesOf(contentsOf(service.logFile())).size(), 1U);
+}
+
+TEST_F(LogServices, ParametersAndTemporariesAreNoUserVariables) {
+    Function& h = *unit.addFunction("h", Type::f64());
+    Var* const parameter = h.addParam(Type::f64(), "parameter");
+    Var* const temporary = h.cfg().addVar(VarKind::Temp, Type::f64(), "temporary");
+    Var* const users = h.cfg().addVar(VarKind::User, Type::f64(), "users");
+    Builder b(h.cfg(), h.cfg().addBlock());
+    b.store(temporary, b.load(parameter));
+    b.store(users, b.load(temporary));
+    b.ret(h.cfg().constantDouble(0));
+    UserVarLoggingService service(true, false);
+    run("dead-code", h, [] { return false; });
+    EXPECT_EQ(contentsOf(service.logFile()), "       1 before dead-code-fcn_h: users\n");
 }

@@ -248,3 +248,18 @@ TEST_F(Serializer, FolderThatCannotBeMadeIsToldOnce) {
     run("a", *scope->find("f"), [] { return false; });
     EXPECT_EQ(console, "Cannot write files in '/dev/null/serialized-ir': Not a directory.\n");
 }
+
+TEST_F(Serializer, AFullDiskLeavesNoGapInTheNumbers) {
+    SerializerFbtService service(true, false);
+    Function& f = *scope->find("f");
+    const auto nothing = [] { return false; };
+    run("a", f, nothing);
+    {
+        const FullDisk full(10);
+        run("b", f, nothing);
+    }
+    run("c", f, nothing);
+    EXPECT_EQ(console, "Cannot write files in '" + folder + "/serialized-ir': File too large.\n");
+    EXPECT_THAT(filesIn(folder + "/serialized-ir"),
+                ElementsAre("0001-before-a-fcn_f.fbt", "0002-before-c-fcn_f.fbt"));
+}

@@ -283,6 +283,17 @@ TEST_F(Funnel, StatisticsCountRunsAndEntities) {
     EXPECT_EQ(statistics.table(), "") << "it starts anew";
 }
 
+TEST_F(Funnel, StatisticsCountRunsThatFail) {
+    CollectStatisticsService statistics;
+    TransformRun failing(1, "dead-code", scope, f, f.name());
+    statistics.prepass(failing);
+    failing.setOutcome(RunOutcome::Failed);
+    statistics.postpass(failing);
+    EXPECT_NE(statistics.table().find("\ndead-code                       1        0        1 "),
+              std::string::npos)
+        << statistics.table();
+}
+
 TEST(Registry, NamesAreUniqueAndKinded) {
     std::set<std::string_view> names;
     for (const Transform& transform : allTransforms()) {

@@ -67,6 +67,16 @@ TEST_F(SanityCheckServiceTest, RecordsWhatFailsOnEachSide) {
     EXPECT_EQ(console, "");
 }
 
+TEST_F(SanityCheckServiceTest, WhatAFailedTransformHasLeftIsNotJudged) {
+    SanityCheckService service(true, true, Output::None);
+    TransformRun failing(1, "spoiler", scope, f, f.name());
+    service.prepass(failing);
+    spoil(1);
+    failing.setOutcome(RunOutcome::Failed);
+    service.postpass(failing);
+    EXPECT_EQ(service.getDetailedReport().size(), 0U);
+}
+
 TEST_F(SanityCheckServiceTest, KeepsRowsInPlaceUntilTheReportIsCleared) {
     SanityCheckService service(false, true, Output::None);
     spoilInARun(1);
