@@ -89,8 +89,8 @@ TEST(Controllers, DeletedBehindTheirHandlesAreInvalid) {
     for (const auto& [name, property] : properties) {
         const Object object(name);
         delete &object.native<objsys::factory::full::Wrappable>();
-        EXPECT_EQ(sample::errorOf([&] { (void)object.get(property); }), "varnix:invalidHandle")
-            << name;
+        const auto get = [&object, property = property] { (void)object.get(property); };
+        EXPECT_EQ(sample::errorOf(get), "varnix:invalidHandle") << name;
     }
 }
 

@@ -68,9 +68,9 @@ struct Table {
     std::uint64_t second;
 };
 
-const void* const noEntries[] = {nullptr};
+[[maybe_unused]] const void* const noEntries[] = {nullptr};
 
-const Table table = {
+[[maybe_unused]] const Table table = {
 #ifdef NULL_ENTRIES
     nullptr,
 #else
