@@ -111,8 +111,9 @@ private:
         Entity* const product = builder_.binary(Op::Mul, cut, b, wrap);
         Entity* const remainder = builder_.binary(Op::Sub, a, product, wrap);
         Entity* const inexact = builder_.compare(Op::Ne, remainder, zero);
-        Entity* const negative = builder_.binary(Op::Xor, builder_.compare(Op::Lt, a, zero),
-                                                 builder_.compare(Op::Lt, b, zero));
+        Entity* const byNegative = builder_.compare(Op::Lt, b, zero);
+        Entity* const ofNegative = builder_.compare(Op::Lt, a, zero);
+        Entity* const negative = builder_.binary(Op::Xor, ofNegative, byNegative);
         Entity* const away = builder_.select(negative, constant(-1), constant(1));
         Entity* const adjusts =
             builder_.binary(Op::And, inexact, roundsAway(cut, remainder, b, negative));
@@ -178,18 +179,20 @@ private:
                 builder_.select(builder_.compare(Op::Gt, difference, a), low, difference);
             return builder_.select(builder_.compare(Op::Lt, b, zero), up, down);
         }
-        case Op::Neg:
+        case Op::Neg: {
             if (!isSigned) {
                 return zero;
             }
-            return builder_.select(builder_.compare(Op::Eq, a, low), high,
-                                   builder_.unary(Op::Neg, a, wrap));
-        case Op::Abs:
+            Entity* const negated = builder_.unary(Op::Neg, a, wrap);
+            return builder_.select(builder_.compare(Op::Eq, a, low), high, negated);
+        }
+        case Op::Abs: {
             if (!isSigned) {
                 return a;
             }
-            return builder_.select(builder_.compare(Op::Eq, a, low), high,
-                                   builder_.unary(Op::Abs, a, wrap));
+            Entity* const size = builder_.unary(Op::Abs, a, wrap);
+            return builder_.select(builder_.compare(Op::Eq, a, low), high, size);
+        }
         default:
             return nullptr;
         }
