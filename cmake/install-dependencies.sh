@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that this tree needs, and does nothing at all when they are there.
 #
-#   cmake/install-dependencies.sh GROUP...      groups: build, test, bench
+#   cmake/install-dependencies.sh GROUP...      groups: build, test, clang, bench
 #
 # The lists below are the one place that names packages. On a system without dpkg it says so and
 # goes on; configuring then tells what is missing.
@@ -12,6 +12,7 @@ declare -A packages=(
            libcli11-dev libboost-thread-dev libflatbuffers-dev flatbuffers-compiler
            llvm-19-dev valgrind"
   [test]="libgtest-dev libgmock-dev python3 binutils nlohmann-json3-dev graphviz gdb"
+  [clang]="clang"
   [bench]="python3-dev pybind11-dev liblua5.4-dev lua5.4 nlohmann-json3-dev
          clang-19 luajit"
 )
