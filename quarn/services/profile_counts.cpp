@@ -49,6 +49,10 @@ std::vector<CounterPlace> counterPlaces(const Scope& unit) {
     return places;
 }
 
+ProfileCounts::ProfileCounts() : files_(std::make_unique<detail::FileWriter>()) {}
+
+ProfileCounts::~ProfileCounts() = default;
+
 void ProfileCounts::add(std::string_view unit, std::span<const CounterPlace> places,
                         std::span<const CounterValue> values) {
     if (places.empty()) {
@@ -76,6 +80,7 @@ void ProfileCounts::add(std::string_view unit, std::span<const CounterPlace> pla
 void ProfileCounts::clear() {
     units_.clear();
     tableFile_.clear();
+    target_.clear();
 }
 
 std::string ProfileCounts::table() const {
@@ -125,17 +130,15 @@ void ProfileCounts::write() {
         return;
     }
     tssv::debug::DebugLog& log = DefaultServices::debugServices().debugLog();
-    if (tableFile_.empty() || folder_ != log.logDirectory() ||
+    if (target_.empty() || folder_ != log.logDirectory() ||
         processIdInName_ != log.usePIDInName()) {
         folder_ = log.logDirectory();
         processIdInName_ = log.usePIDInName();
-        tableFile_ = log.logFilePath("profile-counts", "txt");
+        target_ = log.logFilePath("profile-counts", "txt");
     }
-    const std::string stem = tableFile_.substr(0, tableFile_.size() - 3);
-    detail::FileWriter files;
-    if (!files.write(tableFile_, table()) || !files.write(stem + "json", json())) {
-        tableFile_.clear();
-    }
+    const std::string stem = target_.substr(0, target_.size() - 3);
+    const bool written = files_->write(target_, table()) && files_->write(stem + "json", json());
+    tableFile_ = written ? target_ : std::string();
 }
 
 } // namespace QN

@@ -243,16 +243,32 @@ TEST_F(ProfileCountsTest, WritingAgainRenewsTheFilesUntilTheLogMoves) {
               folder + "/other/profile-counts-" + std::to_string(::getpid()) + "-0004.txt");
 }
 
-TEST_F(ProfileCountsTest, FailureToWriteIsToldOnTheConsole) {
+TEST_F(ProfileCountsTest, FailureToWriteIsToldOnceOnTheConsole) {
     std::ofstream(folder + "/file") << "in the way";
     log.setLogDirectory(folder + "/file");
     counts.add("f()", std::vector<CounterPlace>{{"f", 0, 1}}, {});
     counts.write();
     EXPECT_EQ(counts.tableFile(), "");
+    counts.write();
     EXPECT_EQ(console, "Cannot write files in '" + folder + "/file': Not a directory.\n");
     log.setLogDirectory(folder);
     counts.write();
     EXPECT_EQ(contentsOf(counts.tableFile()), counts.table());
+}
+
+TEST_F(ProfileCountsTest, FilesThatDidNotFitGetTheirNamesLater) {
+    counts.add("f()", std::vector<CounterPlace>{{"f", 0, 1}}, {});
+    {
+        const testing_support::FullDisk full(3);
+        counts.write();
+        counts.write();
+    }
+    EXPECT_EQ(counts.tableFile(), "");
+    EXPECT_EQ(testing_support::linesOf(console).size(), 1U);
+    EXPECT_TRUE(filesIn(folder).empty());
+    counts.write();
+    EXPECT_EQ(filesIn(folder),
+              (std::vector<std::string>{"profile-counts-0001.json", "profile-counts-0001.txt"}));
 }
 
 } // namespace

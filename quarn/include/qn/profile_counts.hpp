@@ -14,6 +14,7 @@
 #include <qn/engine.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -36,8 +37,15 @@ struct CounterPlace {
 /// Empty for a unit that was not instrumented.
 [[nodiscard]] std::vector<CounterPlace> counterPlaces(const Scope& unit);
 
+namespace detail {
+class FileWriter;
+}
+
 class ProfileCounts {
 public:
+    ProfileCounts();
+    ~ProfileCounts();
+
     /// Adds what the counters of one piece of code have counted. A place without a value has
     /// counted nothing; values without a place are dropped. `unit` says what was compiled: counts
     /// of the same unit with the same places add up. No places add nothing.
@@ -58,7 +66,8 @@ public:
 
     /// Makes both texts files in the debug log's folder, profile-counts[-PID]-NNNN.txt and .json.
     /// Writing again puts new contents into the same files, unless the log's folder or its naming
-    /// has changed. Without counts nothing is written; a failure is told on the console.
+    /// has changed. Without counts nothing is written; a failure is told on the console, once while
+    /// it stays the same, and the same files are tried again.
     void write();
     /// The table's file that write() wrote last; empty if there is none.
     [[nodiscard]] const std::string& tableFile() const noexcept { return tableFile_; }
@@ -71,9 +80,11 @@ private:
     };
 
     std::vector<Unit> units_;
-    std::string tableFile_;
+    std::string tableFile_; // once written
+    std::string target_;    // path of the table
     std::string folder_;
     bool processIdInName_ = false;
+    std::unique_ptr<detail::FileWriter> files_;
 };
 
 } // namespace QN
