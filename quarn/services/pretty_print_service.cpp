@@ -1,6 +1,7 @@
 // See the header. Whether a dump equals an earlier one is told from the size and hash of all but
 // its title.
 #include "services/output_file.hpp"
+#include "text/characters.hpp"
 
 #include <qn/pretty_print_service.hpp>
 #include <qn/pretty_printer.hpp>
@@ -67,18 +68,6 @@ std::string asUrl(std::string_view name) {
     return url;
 }
 
-std::string asHtml(std::string_view text) {
-    std::string html;
-    for (const char c : text) {
-        if (c == '<' || c == '&') {
-            html += c == '<' ? "&lt;" : "&amp;";
-        } else {
-            html += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
-        }
-    }
-    return html;
-}
-
 // The index needs no end, so it is whole after each line.
 constexpr std::string_view indexHead =
     "<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8>\n<title>IR dumps</title>\n"
@@ -142,7 +131,9 @@ struct PrettyPrintService::State {
 
     // A line that does not get in gets in with the next one.
     void addToIndex(const std::string& file, std::string_view title) {
-        unlisted += "<div><a href=\"" + asUrl(file) + "\">" + asHtml(title) + "</a></div>\n";
+        unlisted += "<div><a href=\"" + asUrl(file) + "\">";
+        text::appendHtml(unlisted, title);
+        unlisted += "</a></div>\n";
         if (!index.isThere()) {
             index.create((std::filesystem::path(folder) / "index.html").string(), indexHead);
         }

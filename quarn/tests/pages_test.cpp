@@ -125,6 +125,42 @@ std::vector<std::string> attributes(const std::string& text, const std::string& 
 
 } // namespace
 
+// Programs that read these forms take them for UTF-8.
+TEST_F(Pages, BytesThatAreNoCharactersAreReplaced) {
+    const std::pair<std::string, std::string> names[] = {
+        {"e\xC3\xA9", "e\xC3\xA9"}, // two bytes
+        {"\xE0\xA0\x80\xED\x9F\xBF",
+         "\xE0\xA0\x80\xED\x9F\xBF"}, // three: lowest, last before surrogates
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
+         "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"}, // four: lowest, highest
+        {"a\xFF"
+         "b\x80",
+         "a?b?"},           // never first
+        {"\xC1\xBF", "??"}, // longer than need be
+        {"\xE0\x9F\xBF", "???"},
+        {"\xF0\x8F\xBF\xBF", "????"},
+        {"\xED\xA0\x80", "???"},      // a surrogate
+        {"\xF4\x90\x80\x80", "????"}, // beyond the last
+        {"\xF5\x80\x80\x80", "????"},
+        {"\xE2\x82", "??"}, // cut off
+        {"\xE2\x82z", "??z"},
+        {"\xC3z", "?z"},
+    };
+    for (const auto& [name, expected] : names) {
+        Scope unit(ScopeFlavor::Unit, "u");
+        Function& function = *unit.addFunction(name, Type::f64());
+        Builder(function.cfg(), function.cfg().addBlock()).ret(function.cfg().constantDouble(0));
+        std::string dot;
+        printDot(function, dot);
+        EXPECT_THAT(dot, HasSubstr("digraph \"" + expected + "\" {"));
+        EXPECT_THAT(dot, HasSubstr("function " + expected + "()"));
+        std::string html;
+        printHtml(function, html);
+        EXPECT_THAT(html, HasSubstr("<title>" + expected + "</title>"));
+        EXPECT_THAT(html, HasSubstr(expected + "()"));
+    }
+}
+
 TEST_F(Pages, GraphvizDrawsEveryGraph) {
     if (runShell("dot -V").status != 0) {
         GTEST_SKIP() << "graphviz is not installed; its reading of dot files is not tested";

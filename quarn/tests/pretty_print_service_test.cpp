@@ -243,7 +243,7 @@ TEST_F(PrettyPrint, IndexListsTheDumpsInOrder) {
               "growing-fcn_fun</a></div>");
     EXPECT_EQ(lines[lines.size() - 1],
               "<div><a href=\"0004-after-growing-fcn_%3Cp%3E%20%231.html\">0004 after "
-              "growing-fcn_&lt;p> #1</a></div>");
+              "growing-fcn_&lt;p&gt; #1</a></div>");
 }
 
 TEST_F(PrettyPrint, IndexThatDoesNotTakeALineListsItLater) {

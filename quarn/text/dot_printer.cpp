@@ -1,4 +1,5 @@
 // Prints the dot form: a box per block with its nodes as left-adjusted lines.
+#include "text/characters.hpp"
 #include "text/labels.hpp"
 #include "text/node_pieces.hpp"
 #include "text/writer.hpp"
@@ -176,15 +177,18 @@ private:
 
     // Names may hold anything; in a quoted label a backslash begins an escape, and control
     // characters would end the line.
-    void escaped(std::string_view text) {
-        for (const char c : text) {
+    void escaped(std::string_view name) {
+        text::forEachCharacter(name, [this](std::string_view character) {
+            const char c = character.front();
             if (c == '"' || c == '\\') {
                 pen_.put('\\');
                 pen_.put(c);
+            } else if (static_cast<unsigned char>(c) < 0x20) {
+                pen_.put(' ');
             } else {
-                pen_.put(static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
+                pen_.put(character);
             }
-        }
+        });
     }
 
     void writeEscaped(std::string_view text) {

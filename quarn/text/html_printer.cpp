@@ -1,5 +1,6 @@
 // Prints the HTML form. Everything that can be pointed at has an id: fN function N of the page,
 // fNbM a block, fNnM a node, fNxM a variable, by their own ids.
+#include "text/characters.hpp"
 #include "text/html_page.hpp"
 #include "text/labels.hpp"
 #include "text/node_pieces.hpp"
@@ -273,27 +274,7 @@ private:
         out_.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
     }
 
-    void escaped(std::string_view text) {
-        for (const char c : text) {
-            switch (c) {
-            case '<':
-                out_ += "&lt;";
-                break;
-            case '>':
-                out_ += "&gt;";
-                break;
-            case '&':
-                out_ += "&amp;";
-                break;
-            case '"':
-                out_ += "&quot;";
-                break;
-            default:
-                // Control characters are not allowed in a page.
-                out_ += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
-            }
-        }
-    }
+    void escaped(std::string_view piece) { text::appendHtml(out_, piece); }
 
     std::string& out_;
     const PageOptions& options_;
