@@ -8,9 +8,12 @@
 
 #include <qn/pool.hpp>
 
+#include <algorithm>
 #include <bit>
+#include <functional>
 #include <new>
 #include <sys/mman.h>
+#include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
@@ -40,7 +43,37 @@ struct FreeChunk {
     bool hasPages;
 };
 
-FreeChunk* freeChunks[64] = {};
+// The free chunks of one size. The one that was given back last is taken first, as it may still be
+// in the processor's caches. But when many have come back, a new graph's chunks would lie all over
+// the region, so they are put in order of their addresses first.
+struct FreeChunks {
+    FreeChunk* first = nullptr;
+    std::size_t count = 0;
+    std::size_t unordered = 0; // how many of the first ones have come back since all were in order
+
+    void add(FreeChunk* chunk) noexcept {
+        chunk->next = first;
+        first = chunk;
+        ++count;
+        ++unordered;
+    }
+    FreeChunk* take() noexcept {
+        constexpr std::size_t few = 64;
+        if (unordered > few && unordered > count / 4) {
+            order();
+        }
+        FreeChunk* const chunk = first;
+        first = chunk->next;
+        --count;
+        unordered -= unordered != 0 ? 1 : 0;
+        return chunk;
+    }
+
+private:
+    void order() noexcept;
+};
+
+FreeChunks freeChunks[64] = {};
 std::size_t freeLargeBytes = 0; // of large chunks that have their pages
 std::byte* regionNext = nullptr;
 std::byte* regionEnd = nullptr;
@@ -61,6 +94,27 @@ void reserveRegion() {
     throw std::bad_alloc();
 }
 
+// Costs what a comparison sort does for each chunk that has come back, and happens at most once for
+// a quarter of the list.
+void FreeChunks::order() noexcept {
+    unordered = 0;
+    try {
+        std::vector<FreeChunk*> chunks;
+        chunks.reserve(count);
+        for (FreeChunk* chunk = first; chunk != nullptr; chunk = chunk->next) {
+            chunks.push_back(chunk);
+        }
+        std::sort(chunks.begin(), chunks.end(), std::less<>());
+        FreeChunk** link = &first;
+        for (FreeChunk* const chunk : chunks) {
+            *link = chunk;
+            link = &chunk->next;
+        }
+        *link = nullptr;
+    } catch (const std::bad_alloc&) { // then they stay as they are
+    }
+}
+
 void givePagesBack(std::byte* chunk, std::size_t bytes) noexcept {
     const std::size_t offset = static_cast<std::size_t>(chunk - regionBase) % page;
     std::byte* const firstPage = chunk + (page - offset); // behind the link to the next chunk
@@ -75,11 +129,10 @@ void* takeChunk(std::size_t& bytes) {
         throw std::bad_alloc();
     }
     bytes = std::bit_ceil(bytes < smallestChunk ? smallestChunk : bytes);
-    FreeChunk*& list = freeChunks[std::countr_zero(bytes)];
-    if (list != nullptr) {
-        FreeChunk* const chunk = list;
+    FreeChunks& free = freeChunks[std::countr_zero(bytes)];
+    if (free.first != nullptr) {
+        FreeChunk* const chunk = free.take();
         ASAN_UNPOISON_MEMORY_REGION(chunk, bytes);
-        list = chunk->next;
         if (bytes >= largeChunk && chunk->hasPages) {
             freeLargeBytes -= bytes;
         }
@@ -112,11 +165,9 @@ void giveChunk(void* chunk, std::size_t bytes) noexcept {
         }
     }
     auto* const free = static_cast<FreeChunk*>(chunk);
-    FreeChunk*& list = freeChunks[std::countr_zero(bytes)];
-    free->next = list;
     free->hasPages = hasPages;
-    list = free;
-    ASAN_POISON_MEMORY_REGION(chunk, bytes);
+    freeChunks[std::countr_zero(bytes)].add(free);
+    ASAN_POISON_MEMORY_REGION(free + 1, bytes - sizeof(FreeChunk)); // but for the list's own
 }
 
 } // namespace QN::detail

@@ -1,7 +1,8 @@
 // The reserved region of address space from which pools get their chunks.
 //
-// Chunks are powers of two from 1 KB on; freed ones wait in a list per size. Owner: the process;
-// the region is reserved at the first chunk and kept.
+// Chunks are powers of two from 1 KB on; freed ones wait in a list per size, which is put in order
+// of addresses when many have come back. Owner: the process; the region is reserved at the first
+// chunk and kept.
 #pragma once
 
 #include <cstddef>

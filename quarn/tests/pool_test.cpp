@@ -4,10 +4,14 @@
 #include <qn/pool.hpp>
 #include <qn/testing_hooks.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <memory>
+#include <random>
 #include <set>
+#include <span>
 #include <vector>
 
 using namespace QN;
@@ -117,6 +121,52 @@ TEST(Pool, MostPagesGoBackToTheSystem) {
         EXPECT_GT(residentBytes(), before + bytes / 2);
     }
     EXPECT_LT(residentBytes(), before + kept + bytes / 4);
+}
+
+// Graphs that are made where others have gone lie one behind the other as the first ones did, and
+// so does each of them, whatever the order in which the others went.
+TEST(Pool, ChunksThatHaveComeBackAreTakenInOrder) {
+    const auto make = [] {
+        std::vector<std::unique_ptr<Pool>> pools;
+        for (int i = 0; i < 2000; ++i) {
+            pools.push_back(std::make_unique<Pool>());
+            for (int chunk = 0; chunk < 3; ++chunk) {
+                (void)pools.back()->allocate(900);
+            }
+        }
+        return pools;
+    };
+    auto pools = make();
+    std::mt19937 random(1);
+    std::shuffle(pools.begin(), pools.end(), random);
+    pools.clear();
+    pools = make();
+    std::size_t apart = 0;
+    const std::byte* last = nullptr;
+    for (const auto& pool : pools) {
+        std::vector<std::span<const std::byte>> extents = pool->extents();
+        ASSERT_EQ(extents.size(), 3U);
+        for (auto extent = extents.rbegin(); extent != extents.rend(); ++extent) {
+            EXPECT_GT(extent->data(), last);
+            apart += last != nullptr && extent->data() - last != 1024 ? 1 : 0;
+            last = extent->data();
+        }
+    }
+    EXPECT_LE(apart, 10U); // what earlier pools of the process have left
+}
+
+// Few that come and go keep to the memory that the processor has seen last.
+TEST(Pool, ChunkThatCameBackLastIsTakenFirst) {
+    auto first = std::make_unique<Pool>();
+    auto second = std::make_unique<Pool>();
+    void* const a = first->allocate(8);
+    void* const b = second->allocate(8);
+    second.reset();
+    first.reset();
+    Pool next;
+    EXPECT_EQ(next.allocate(8), a);
+    Pool nextButOne;
+    EXPECT_EQ(nextButOne.allocate(8), b);
 }
 
 TEST(Pool, RecordsNameWhatIsStillAlive) {
