@@ -223,8 +223,6 @@ std::vector<std::span<const std::byte>> Pool::extents() const {
     return ranges;
 }
 
-// The chunks of most pools lie one behind the other, the newest last. Where they do not, something
-// else is fetched, which does no harm; going from chunk to chunk would wait for each.
 bool Pool::hasCanaries() const noexcept {
     return checks_ != nullptr && checks_->canaries;
 }

@@ -144,17 +144,10 @@ bool runTransformOnAll(const Transform& transform, Scope& scope, RunSequence& se
         sequence.forget();
         return runTransform(transform, scope);
     }
-    const DebugServices& services = DefaultServices::debugServices();
     bool changed = false;
     for (const auto& function : scope.functions()) {
-        if (!function->hasCfg()) {
-            continue;
-        }
-        if (services.isQuiet()) [[likely]] {
-            sequence.forget();
-            changed = transform.onFunction(*function) || changed;
-        } else {
-            changed = detail::runWatched(transform, *function, sequence) || changed;
+        if (function->hasCfg()) {
+            changed = runTransform(transform, *function, sequence) || changed;
         }
     }
     return changed;

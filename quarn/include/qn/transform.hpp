@@ -50,13 +50,19 @@ bool runBetweenHooks(const Transform& transform, Function& function);
 /// Runs a function transform on `function`, which has a graph: the only way in which a transform is
 /// ever run. With services awake, each one's prepass() comes before and postpass() after, paired
 /// also when the transform throws; without, the cost is one branch. Returns whether the
-/// transform changed anything.
-inline bool runTransform(const Transform& transform, Function& function) {
+/// transform changed anything. `sequence` is that of the loop whose runs follow one another.
+inline bool runTransform(const Transform& transform, Function& function, RunSequence& sequence) {
     if (DefaultServices::debugServices().isQuiet()) [[likely]] {
+        sequence.forget();
         return transform.onFunction(function);
     }
+    return detail::runWatched(transform, function, sequence);
+}
+
+/// The same for a run by itself.
+inline bool runTransform(const Transform& transform, Function& function) {
     RunSequence alone;
-    return detail::runWatched(transform, function, alone);
+    return runTransform(transform, function, alone);
 }
 
 /// The same for a scope transform.
