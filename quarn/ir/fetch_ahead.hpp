@@ -2,8 +2,8 @@
 // on. A scope with many small functions lies far from the processor, and every walk of a graph
 // would wait for one link after the other.
 //
-// For who walks all functions of a scope in order: fetchAhead() before each, what it gives while the
-// function is walked.
+// For who walks all functions of a scope in order: fetchAhead() before each, what it gives while
+// the function is walked.
 #pragma once
 
 #include <qn/scope.hpp>
@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace QN::detail {
@@ -22,21 +23,8 @@ namespace QN::detail {
 class Upcoming {
 public:
     Upcoming() noexcept = default;
-    /// Reads nothing but the graph itself. Chunks of most pools lie one behind the other, and a
-    /// graph's first block or variable in the first.
-    explicit Upcoming(const Cfg& graph) noexcept {
-        constexpr std::uintptr_t chunkBytes = 1024;
-        constexpr std::size_t most = std::size_t{8} << 10; // more would push itself out again
-        auto first = reinterpret_cast<std::uintptr_t>(graph.entry());
-        if (graph.firstVar() != nullptr) {
-            first = std::min(first, reinterpret_cast<std::uintptr_t>(graph.firstVar()));
-        }
-        if (first != 0) {
-            const std::size_t bytes = graph.pool().bytesAllocated() + line; // about heads of chunks
-            next_ = first / chunkBytes * chunkBytes;
-            end_ = next_ + std::min(bytes, most);
-        }
-    }
+    /// Reads nothing but the graph itself.
+    explicit Upcoming(const Cfg& graph) noexcept : pool_(&graph.pool()) { goOn(); }
 
     [[nodiscard]] bool empty() const noexcept { return next_ == end_; }
     /// Fetches two lines, if there is anything left.
@@ -46,7 +34,11 @@ public:
         }
         __builtin_prefetch(reinterpret_cast<const void*>(next_));
         __builtin_prefetch(reinterpret_cast<const void*>(next_ + line));
-        next_ = end_ - next_ > 2 * line ? next_ + 2 * line : end_;
+        if (end_ - next_ > 2 * line) {
+            next_ += 2 * line;
+        } else {
+            goOn();
+        }
     }
     void fetchRest() noexcept {
         while (!empty()) {
@@ -56,6 +48,20 @@ public:
 
 private:
     static constexpr std::size_t line = 64;
+
+    // To the next chunk, if it has one.
+    void goOn() noexcept {
+        constexpr std::size_t most = 2048; // more would push itself out again
+        next_ = end_ = 0;
+        if (chunk_ < pool_->numFirst()) {
+            const std::span<const std::byte> chunk = pool_->first(chunk_++);
+            next_ = reinterpret_cast<std::uintptr_t>(chunk.data());
+            end_ = next_ + std::min(chunk.size(), most);
+        }
+    }
+
+    const Pool* pool_ = nullptr;
+    std::size_t chunk_ = 0; // the next one
     std::uintptr_t next_ = 0;
     std::uintptr_t end_ = 0;
 };

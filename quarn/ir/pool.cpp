@@ -15,7 +15,6 @@ std::size_t detail::reservedNow = 0;
 
 namespace {
 
-constexpr std::size_t firstChunk = 1024;
 constexpr std::size_t largestChunk = std::size_t{256} << 10;
 constexpr std::size_t canaryBytes = 8;
 constexpr unsigned char canaryByte = 0xC5;
@@ -104,7 +103,7 @@ Pool::~Pool() {
 void Pool::addChunk(std::size_t atLeast) {
     // Each chunk adds at most a half to what is there: most graphs are small, and with doubling a
     // quarter of all their memory was what their last chunks had left.
-    const std::size_t half = std::clamp(std::bit_floor(reserved_ / 2), firstChunk, largestChunk);
+    const std::size_t half = std::clamp(std::bit_floor(reserved_ / 2), smallestChunk, largestChunk);
     std::size_t bytes = std::max(half, atLeast + sizeof(Chunk));
     if (checks_ != nullptr) {
         checks_->makeRoomForChunk(); // what follows must not stop in the middle
@@ -116,6 +115,7 @@ void Pool::addChunk(std::size_t atLeast) {
     chunk_ = ::new (memory) Chunk{chunk_, bytes};
     next_ = reinterpret_cast<std::byte*>(chunk_ + 1);
     limit_ = static_cast<std::byte*>(memory) + bytes;
+    noteFirst(memory, bytes);
     reserved_ += bytes;
     reservedNow += bytes;
     reservedPeak = std::max(reservedPeak, reservedNow);
@@ -124,6 +124,15 @@ void Pool::addChunk(std::size_t atLeast) {
         limit_ = nullptr;
         checks_->chunks.push_back({next_, recordCount()});
         limitRecords();
+    }
+}
+
+void Pool::noteFirst(const void* chunk, std::size_t bytes) noexcept {
+    if (numFirst_ < mostFirst) {
+        const auto place =
+            static_cast<std::size_t>(static_cast<const std::byte*>(chunk) - detail::regionBase);
+        first_[numFirst_++] = static_cast<std::uint32_t>(place / smallestChunk << firstSizeBits |
+                                                         std::countr_zero(bytes / smallestChunk));
     }
 }
 

@@ -5,8 +5,10 @@
 #include <qn/testing_hooks.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
@@ -30,6 +32,32 @@ private:
     TsTestingHook* hook_;
     int old_;
 };
+
+// Of the first chunks each holds what was allocated in it, in order and up to the last byte.
+void expectFirstChunksToHold(const Pool& pool, const std::vector<std::span<const char>>& pieces) {
+    ASSERT_GT(pool.numFirst(), 0U);
+    std::size_t chunk = 0;
+    for (const std::span<const char>& piece : pieces) {
+        const auto holds = [&] {
+            const std::span<const std::byte> bytes = pool.first(chunk);
+            const auto* const start = reinterpret_cast<const char*>(bytes.data());
+            return !std::less<>()(piece.data(), start) &&
+                   !std::less<>()(start + bytes.size(), piece.data() + piece.size());
+        };
+        if (!holds()) {
+            ++chunk; // what comes behind the first chunks is in none of them
+            if (chunk == pool.numFirst()) {
+                EXPECT_EQ(pool.numFirst(), Pool::mostFirst);
+                return;
+            }
+            ASSERT_TRUE(holds());
+        }
+    }
+    EXPECT_EQ(chunk + 1, pool.numFirst());
+    const std::span<const std::byte> last = pool.first(chunk);
+    EXPECT_EQ(reinterpret_cast<const char*>(last.data() + last.size()),
+              pieces.back().data() + pieces.back().size());
+}
 
 } // namespace
 
@@ -72,6 +100,35 @@ TEST(Pool, TakesAllocationsLargerThanAChunk) {
     large[0] = 1;
     large[4'999'999] = 1;
     EXPECT_TRUE(pool.owns(large + 4'999'999));
+}
+
+TEST(Pool, TellsItsFirstChunks) {
+    EXPECT_EQ(Pool().numFirst(), 0U);
+    for (const std::size_t bytes : {8U, 104U, 1024U, 5000U, 400'000U}) {
+        Pool pool;
+        std::vector<std::span<const char>> pieces;
+        while (pieces.size() < 300) {
+            pieces.emplace_back(static_cast<const char*>(pool.allocate(bytes)), bytes);
+            SCOPED_TRACE(testing::Message() << pieces.size() << " of " << bytes << " bytes");
+            expectFirstChunksToHold(pool, pieces);
+            if (HasFatalFailure() || HasNonfatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+TEST(Pool, FirstChunksAreTheOnlyOnesOfASmallPool) {
+    Pool pool;
+    (void)pool.allocate(900);
+    (void)pool.allocate(3000); // needs a larger chunk
+    (void)pool.allocate(1200);
+    ASSERT_EQ(pool.numFirst(), 3U);
+    EXPECT_EQ(pool.first(0).size(), 1024U);
+    EXPECT_EQ(pool.first(1).size(), 4096U);
+    EXPECT_GE(pool.first(2).size(), 1200U); // as far as memory was handed out
+    EXPECT_LT(pool.first(2).size(), 2048U);
+    EXPECT_EQ(pool.bytesReserved(), 1024U + 4096U + 2048U);
 }
 
 TEST(Pool, PeakStaysWhenMemoryGoes) {

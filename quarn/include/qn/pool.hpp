@@ -9,6 +9,7 @@
 // owns. One thread only.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -152,6 +153,21 @@ public:
         }
     }
 
+    /// The chunks that came first, as far as memory was handed out, oldest first. Nothing of them
+    /// is read, so it takes no time if they are not in the processor's caches; of more than
+    /// `mostFirst` chunks the others are not known in this way.
+    static constexpr std::size_t mostFirst = 6;
+    [[nodiscard]] std::size_t numFirst() const noexcept { return numFirst_; }
+    [[nodiscard]] std::span<const std::byte> first(std::size_t i) const noexcept {
+        const std::byte* const start =
+            detail::regionBase + std::size_t{first_[i] >> firstSizeBits} * smallestChunk;
+        const std::byte* const end =
+            start == reinterpret_cast<const std::byte*>(chunk_)
+                ? next_
+                : start + (smallestChunk << (first_[i] & ((1U << firstSizeBits) - 1)));
+        return {start, end};
+    }
+
     [[nodiscard]] bool keepsRecords() const noexcept { return checks_ != nullptr; }
     [[nodiscard]] bool hasCanaries() const noexcept;
     /// The records in order of allocation; empty if the pool keeps none. They are put together at
@@ -187,6 +203,7 @@ private:
         return reinterpret_cast<std::intptr_t>(limit) - reinterpret_cast<std::intptr_t>(next_);
     }
     void addChunk(std::size_t atLeast);
+    void noteFirst(const void* chunk, std::size_t bytes) noexcept;
     void limitRecords() noexcept;
     [[nodiscard]] std::size_t recordCount() const noexcept;
 
@@ -201,6 +218,11 @@ private:
     std::size_t inFullChunks_ = 0;
     std::size_t released_ = 0;
     Checks* checks_ = nullptr; // owned
+    // Place in the region, in units of the smallest chunk, and the logarithm of how many it has.
+    static constexpr std::size_t smallestChunk = 1024;
+    static constexpr unsigned firstSizeBits = 5;
+    std::array<std::uint32_t, mostFirst> first_;
+    std::uint8_t numFirst_ = 0;
     PoolKind kind_;
 };
 
