@@ -63,10 +63,21 @@ public:
                rangeOf(reference).contains(reference, units);
     }
 
-    /// The tables, to be copied into variables by who works with them in a loop. All but the
-    /// look-ups take only references into memory that the pool holds.
+    /// The tables, and the start of the region, to be copied into variables by who works with them
+    /// in a loop: marks are bytes, and for all the compiler knows, setting one could change
+    /// whatever it would have to load. All but the look-ups take only references into memory that
+    /// the pool holds.
     class View {
     public:
+        template <typename T>
+        [[nodiscard]] const T& at(Ref<T> reference) const noexcept {
+            return *reinterpret_cast<const T*>(region_ + std::size_t{reference.bits()} * unitBytes);
+        }
+        template <typename T>
+        [[nodiscard]] const T& at(std::uint32_t reference) const noexcept {
+            return at(Ref<T>::fromBits(reference));
+        }
+
         /// False if another entity had the slot.
         [[nodiscard]] bool list(std::uint32_t reference, std::uint32_t facts) const noexcept {
             Entry& entry = entries_[(reference - first_) / unitsPerSlot];
@@ -123,6 +134,7 @@ public:
             std::memcpy(&marks_[index / 8], &word, sizeof word);
         }
 
+        const std::byte* region_;
         Entry* entries_;
         std::uint8_t* marks_; // a bit for each unit
         std::uint32_t first_; // reference
@@ -130,6 +142,7 @@ public:
     };
     [[nodiscard]] View view() const noexcept {
         View view;
+        view.region_ = detail::regionBase;
         view.entries_ = entries_.get();
         view.marks_ = marks_.get();
         view.first_ = first_;

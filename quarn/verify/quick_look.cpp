@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace QN::verification {
 
@@ -328,7 +329,7 @@ bool QuickLook::findNode(std::uint32_t at, EntityTable::Range& held) {
                                                             std::uint32_t place, Ends& ends) {
     const bool isFirst = !operand.previousUseRef();
     ends.starts += isFirst ? 1 : 0;
-    if (isFirst != (operand.valueRef()->firstUseRef().bits() == place)) {
+    if (isFirst != (view.at(operand.valueRef()).firstUseRef().bits() == place)) {
         return false;
     }
     const std::uint32_t next = operand.nextUseRef().bits();
@@ -340,7 +341,7 @@ bool QuickLook::findNode(std::uint32_t at, EntityTable::Range& held) {
         noteOddLink(place);
         return true;
     }
-    const Operand& other = *Ref<Operand>::fromBits(next);
+    const Operand& other = view.at<Operand>(next);
     return other.previousUseRef().bits() == place && other.valueRef() == operand.valueRef();
 }
 
@@ -349,6 +350,7 @@ bool QuickLook::lookAtNodes(const Block& block, detail::Upcoming& upcoming) {
     constexpr std::ptrdiff_t prefetchBytes = 768; // most nodes lie one behind the other
     detail::Upcoming others = upcoming;
     const EntityTable::View view = table_.view();
+    std::uint8_t* const seen = seen_.data();
     const std::uint32_t blockRef = referenceTo(&block);
     const std::uint32_t idLimit = graph_->nodeIdLimit();
     const std::uint32_t start = factsOf(numNodes_ + 1, 0);
@@ -361,14 +363,15 @@ bool QuickLook::lookAtNodes(const Block& block, detail::Upcoming& upcoming) {
         if (at - held.first >= held.units && !findNode(at, held)) [[unlikely]] {
             return false;
         }
-        const Node& node = *Ref<Node>::fromBits(at);
+        const Node& node = view.at<Node>(at);
         if (fetchesOthers && !others.empty()) {
             others.fetchSome();
         } else {
             __builtin_prefetch(reinterpret_cast<const char*>(&node) + prefetchBytes);
         }
         const auto count = static_cast<std::uint32_t>(node.numOperands());
-        if (node.kind() != EntityKind::Node || node.id() >= idLimit || isSeen(node.id()) ||
+        if (node.kind() != EntityKind::Node || node.id() >= idLimit ||
+            std::exchange(seen[node.id()], std::uint8_t{1}) != 0 ||
             node.previousRef().bits() != previous || node.blockRef().bits() != blockRef ||
             (count > Signature::mostOperands && !table_.holds(at, unitsWith(count)))) {
             return false;
