@@ -130,8 +130,8 @@ Results classify(Operations& ops, Arguments in, std::size_t) {
 [[nodiscard]] Ref extent(Operations& ops, Ref d) {
     Emitter& e = ops.emitter();
     const Ref whole = e.compare(Op::Eq, e.unary(Op::Trunc, d), d);
-    const Ref inside =
-        e.both(e.compare(Op::Ge, d, e.number(0)), e.compare(Op::Le, d, e.number(0x1p27)));
+    const Ref modest = e.compare(Op::Le, d, e.number(0x1p27));
+    const Ref inside = e.both(e.compare(Op::Ge, d, e.number(0)), modest);
     e.require(e.both(whole, inside), HostTrap::Assumption);
     return e.convert(d, ScalarKind::Double, ScalarKind::Int64);
 }
@@ -242,7 +242,8 @@ Results transpose(Operations& ops, Arguments in, std::size_t) {
     Emitter& e = ops.emitter();
     if (!in[0].type.isArray)
         return {in[0]};
-    const Operand result = ops.newArray(in[0].type.kind, ops.columnsOf(in[0]), ops.rowsOf(in[0]));
+    const Ref rows = ops.rowsOf(in[0]);
+    const Operand result = ops.newArray(in[0].type.kind, ops.columnsOf(in[0]), rows);
     e.loop(e.index(1), ops.columnsOf(in[0]), [&](Ref j) {
         e.loop(e.index(1), ops.rowsOf(in[0]),
                [&](Ref i) { e.setElement(result.array, j, i, e.element(in[0].array, i, j)); });
@@ -271,9 +272,11 @@ Results sizeOf(Operations& ops, Arguments in, std::size_t requested) {
     const Operand columns = asNumber(ops, ops.columnsOf(in[0]));
     if (requested > 1)
         return {rows, columns};
-    const Operand result = ops.newArray(ScalarKind::Double, e.index(1), e.index(2));
-    e.setElement(result.array, e.index(1), rows.value);
-    e.setElement(result.array, e.index(2), columns.value);
+    const Ref two = e.index(2);
+    const Ref one = e.index(1);
+    const Operand result = ops.newArray(ScalarKind::Double, one, two);
+    e.setElement(result.array, one, rows.value);
+    e.setElement(result.array, two, columns.value);
     return {result};
 }
 Results length(Operations& ops, Arguments in, std::size_t) {
@@ -291,7 +294,8 @@ Results columns(Operations& ops, Arguments in, std::size_t) {
 Results isEmpty(Operations& ops, Arguments in, std::size_t) {
     refuseTexts(in);
     Emitter& e = ops.emitter();
-    return {ops.scalar(ScalarKind::Logical, e.compare(Op::Eq, ops.countOf(in[0]), e.index(0)))};
+    const Ref zero = e.index(0);
+    return {ops.scalar(ScalarKind::Logical, e.compare(Op::Eq, ops.countOf(in[0]), zero))};
 }
 
 // ---- bringing an array down to a number. A matrix, of which they give a row, is left to the
@@ -302,8 +306,11 @@ void requireLine(Operations& ops, const Operand& x) {
     const Ref rows = ops.rowsOf(x);
     const Ref columns = ops.columnsOf(x);
     const auto is = [&](Ref n, int value) { return e.compare(Op::Eq, n, e.index(value)); };
-    e.require(e.either(e.either(is(rows, 1), is(columns, 1)), e.both(is(rows, 0), is(columns, 0))),
-              HostTrap::Assumption);
+    const Ref noColumns = is(columns, 0);
+    const Ref empty = e.both(is(rows, 0), noColumns);
+    const Ref oneColumn = is(columns, 1);
+    const Ref line = e.either(is(rows, 1), oneColumn);
+    e.require(e.either(line, empty), HostTrap::Assumption);
 }
 
 /// step(total so far, element of `from`) over all elements.
@@ -388,8 +395,10 @@ Results extreme(Operations& ops, Arguments in, std::size_t requested) {
         const Ref x = at(k);
         const Ref old = e.load(best);
         Ref better = e.compare(Greatest ? Op::Gt : Op::Lt, x, old);
-        if (kind == ScalarKind::Double)
-            better = e.either(better, e.both(e.compare(Op::Ne, old, old), e.compare(Op::Eq, x, x)));
+        if (kind == ScalarKind::Double) {
+            const Ref isNumber = e.compare(Op::Eq, x, x);
+            better = e.either(better, e.both(e.compare(Op::Ne, old, old), isNumber));
+        }
         e.store(place, e.select(better, k, e.load(place)));
         e.store(best, e.select(better, x, old));
     });

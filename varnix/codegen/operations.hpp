@@ -95,7 +95,8 @@ public:
     Operand map(QN::ScalarKind kind, const Operand& x, F&& f) {
         if (!x.type.isArray)
             return scalar(kind, f(x.value));
-        const Operand result = newArray(kind, rowsOf(x), columnsOf(x));
+        const Ref columns = columnsOf(x);
+        const Operand result = newArray(kind, rowsOf(x), columns);
         e_.loop(e_.index(1), countOf(x),
                 [&](Ref k) { e_.setElement(result.array, k, f(e_.element(x.array, k))); });
         return result;

@@ -21,8 +21,8 @@ constexpr std::int64_t modestExtent = std::int64_t{1} << 27;
 void Operations::requireRoom(ScalarKind kind, Ref rows, Ref columns) {
     const auto bytes = static_cast<std::int64_t>(QN::ArrayValue::elementBytes(kind));
     const Ref most = e_.index(modestExtent);
-    e_.require(e_.both(e_.compare(Op::Le, rows, most), e_.compare(Op::Le, columns, most)),
-               HostTrap::Assumption);
+    const Ref modestColumns = e_.compare(Op::Le, columns, most);
+    e_.require(e_.both(e_.compare(Op::Le, rows, most), modestColumns), HostTrap::Assumption);
     e_.require(
         e_.compare(Op::Le, e_.plainly(Op::Mul, rows, columns), e_.index(modestBytes / bytes)),
         HostTrap::Assumption);
@@ -59,20 +59,25 @@ Operations::Pairing Operations::pair(const Operand& left, const Operand& right) 
     }
     p.leftIsOne = e_.compare(Op::Eq, countOf(left), e_.index(1));
     p.rightIsOne = e_.compare(Op::Eq, countOf(right), e_.index(1));
-    const Ref same = e_.both(e_.compare(Op::Eq, rowsOf(left), rowsOf(right)),
-                             e_.compare(Op::Eq, columnsOf(left), columnsOf(right)));
+    const Ref rightColumns = columnsOf(right);
+    const Ref sameColumns = e_.compare(Op::Eq, columnsOf(left), rightColumns);
+    const Ref rightRows = rowsOf(right);
+    const Ref sameRows = e_.compare(Op::Eq, rowsOf(left), rightRows);
+    const Ref same = e_.both(sameRows, sameColumns);
     e_.require(e_.either(same, e_.either(p.leftIsOne, p.rightIsOne)), HostTrap::WrongSize);
-    p.rows = e_.select(p.leftIsOne, rowsOf(right), rowsOf(left));
-    p.columns = e_.select(p.leftIsOne, columnsOf(right), columnsOf(left));
+    const Ref leftRows = rowsOf(left);
+    p.rows = e_.select(p.leftIsOne, rowsOf(right), leftRows);
+    const Ref leftColumns = columnsOf(left);
+    p.columns = e_.select(p.leftIsOne, columnsOf(right), leftColumns);
     return p;
 }
 
 // ---- ranges
 
 Operations::RangeShape Operations::shapeOfRange(Ref first, Ref step, Ref last) {
-    const Ref numbers =
-        e_.both(e_.compare(Op::Eq, first, first),
-                e_.both(e_.compare(Op::Eq, step, step), e_.compare(Op::Eq, last, last)));
+    Ref numbers = e_.compare(Op::Eq, last, last);
+    numbers = e_.both(e_.compare(Op::Eq, step, step), numbers);
+    numbers = e_.both(e_.compare(Op::Eq, first, first), numbers);
     e_.require(numbers, HostTrap::BadArgument);
     // As the machine does it (lang/loops.cpp), operation by operation.
     const Ref quotient = e_.binary(Op::Div, e_.binary(Op::Sub, last, first), step);
@@ -81,16 +86,19 @@ Operations::RangeShape Operations::shapeOfRange(Ref first, Ref step, Ref last) {
         e_.binary(Op::Mul, e_.binary(Op::Mul, e_.unary(Op::Abs, quotient), e_.number(4)), epsilon);
     const Ref steps = e_.unary(Op::Floor, e_.binary(Op::Add, quotient, slack));
     const Ref zero = e_.number(0);
-    const Ref some = e_.both(e_.compare(Op::Ne, step, zero), e_.compare(Op::Ge, steps, zero));
-    const Ref most = e_.index(std::int64_t{1} << 62);
-    const Ref whole = e_.binary(Op::Min, e_.convert(steps, ScalarKind::Double, ScalarKind::Int64),
-                                e_.binary(Op::Sub, most, e_.index(1)));
+    const Ref forward = e_.compare(Op::Ge, steps, zero);
+    const Ref some = e_.both(e_.compare(Op::Ne, step, zero), forward);
+    const Ref beyond = e_.index(std::int64_t{1} << 62);
+    const Ref most = e_.binary(Op::Sub, beyond, e_.index(1));
+    const Ref whole =
+        e_.binary(Op::Min, e_.convert(steps, ScalarKind::Double, ScalarKind::Int64), most);
     const Ref count = e_.select(some, e_.plainly(Op::Add, whole, e_.index(1)), e_.index(0));
     const Ref beforeLast =
         e_.convert(e_.plainly(Op::Sub, count, e_.index(1)), ScalarKind::Int64, ScalarKind::Double);
     const Ref end = e_.binary(Op::Add, first, e_.binary(Op::Mul, beforeLast, step));
-    const Ref passes = e_.select(e_.compare(Op::Gt, step, zero), e_.compare(Op::Gt, end, last),
-                                 e_.compare(Op::Lt, end, last));
+    const Ref isBelow = e_.compare(Op::Lt, end, last);
+    const Ref isAbove = e_.compare(Op::Gt, end, last);
+    const Ref passes = e_.select(e_.compare(Op::Gt, step, zero), isAbove, isBelow);
     RangeShape shape;
     shape.isCut = e_.both(e_.compare(Op::Gt, count, e_.index(1)), passes);
     shape.count = e_.select(shape.isCut, e_.plainly(Op::Sub, count, e_.index(1)), count);
@@ -101,17 +109,20 @@ Ref Operations::turnsOfWholeSteps(Ref first, std::int64_t step, Ref last) {
     // Below this, neither the quotient's rounding nor the slack reaches the next whole number.
     constexpr std::int64_t most = std::int64_t{1} << 48;
     const auto isSmall = [&](Ref whole) {
-        return e_.both(e_.compare(Op::Ge, whole, e_.index(-most)),
-                       e_.compare(Op::Le, whole, e_.index(most)));
+        const Ref notAbove = e_.compare(Op::Le, whole, e_.index(most));
+        return e_.both(e_.compare(Op::Ge, whole, e_.index(-most)), notAbove);
     };
     const Ref from = e_.truncated(first);
     const Ref to = e_.truncated(last);
-    const Ref bothWhole = e_.both(e_.isTruncated(first, from), e_.isTruncated(last, to));
+    const Ref lastIsWhole = e_.isTruncated(last, to);
+    const Ref bothWhole = e_.both(e_.isTruncated(first, from), lastIsWhole);
+    const Ref lastIsSmall = isSmall(to);
+    const Ref bothSmall = e_.both(isSmall(from), lastIsSmall);
     QN::Var* const count = e_.temporary(QN::Type::i64());
     QN::Block* const whole = e_.newBlock();
     QN::Block* const other = e_.newBlock();
     QN::Block* const done = e_.newBlock();
-    e_.branch(e_.both(bothWhole, e_.both(isSmall(from), isSmall(to))), whole, other);
+    e_.branch(e_.both(bothWhole, bothSmall), whole, other);
     e_.at(whole);
     const Ref way = step > 0 ? e_.plainly(Op::Sub, to, from) : e_.plainly(Op::Sub, from, to);
     const std::int64_t size = step > 0 ? step : -step;
@@ -192,11 +203,12 @@ Operand Operations::join(std::span<const Operand> parts, bool horizontal) {
     }
     const auto n = static_cast<std::int64_t>(parts.size());
     if (!anyArray) {
-        const Operand result =
-            newArray(kind, e_.index(horizontal ? 1 : n), e_.index(horizontal ? n : 1));
-        for (std::size_t i = 0; i < parts.size(); ++i)
-            e_.setElement(result.array, e_.index(static_cast<std::int64_t>(i) + 1),
-                          toKind(parts[i].value, parts[i].type.kind));
+        const Ref columns = e_.index(horizontal ? n : 1);
+        const Operand result = newArray(kind, e_.index(horizontal ? 1 : n), columns);
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            const Ref element = toKind(parts[i].value, parts[i].type.kind);
+            e_.setElement(result.array, e_.index(static_cast<std::int64_t>(i) + 1), element);
+        }
         return result;
     }
     // Parts of 0 by 0 vanish; all others must agree across.
@@ -207,16 +219,17 @@ Operand Operations::join(std::span<const Operand> parts, bool horizontal) {
         const Ref rows = rowsOf(part);
         const Ref columns = columnsOf(part);
         const Ref mine = horizontal ? rows : columns;
-        const Ref vanishes = part.type.isArray ? e_.both(e_.compare(Op::Eq, rows, e_.index(0)),
-                                                         e_.compare(Op::Eq, columns, e_.index(0)))
-                                               : e_.truth(false);
+        Ref vanishes = e_.truth(false);
+        if (part.type.isArray) {
+            const Ref noColumns = e_.compare(Op::Eq, columns, e_.index(0));
+            vanishes = e_.both(e_.compare(Op::Eq, rows, e_.index(0)), noColumns);
+        }
         // [] has no say in the class of the result either.
         if (kind == ScalarKind::Double && part.type.isArray &&
             part.type.kind == ScalarKind::Double && !anyDouble)
             e_.require(e_.negation(vanishes), HostTrap::Assumption);
-        e_.require(
-            e_.either(e_.negation(seen), e_.either(vanishes, e_.compare(Op::Eq, mine, across))),
-            HostTrap::WrongSize);
+        const Ref agrees = e_.either(vanishes, e_.compare(Op::Eq, mine, across));
+        e_.require(e_.either(e_.negation(seen), agrees), HostTrap::WrongSize);
         across = e_.select(e_.either(seen, vanishes), across, mine);
         seen = e_.either(seen, e_.negation(vanishes));
         along = e_.plainly(Op::Add, along, horizontal ? columns : rows);
@@ -236,16 +249,16 @@ Operand Operations::join(std::span<const Operand> parts, bool horizontal) {
         } else if (horizontal) {
             const Ref count = countOf(part);
             e_.loop(e_.index(1), count, [&](Ref k) {
-                e_.setElement(result.array, e_.plainly(Op::Add, at, k),
-                              toKind(e_.element(part.array, k), part.type.kind));
+                const Ref element = toKind(e_.element(part.array, k), part.type.kind);
+                e_.setElement(result.array, e_.plainly(Op::Add, at, k), element);
             });
             at = e_.plainly(Op::Add, at, count);
         } else {
             const Ref rows = rowsOf(part);
             e_.loop(e_.index(1), columnsOf(part), [&](Ref column) {
                 e_.loop(e_.index(1), rows, [&](Ref row) {
-                    e_.setElement(result.array, e_.plainly(Op::Add, at, row), column,
-                                  toKind(e_.element(part.array, row, column), part.type.kind));
+                    const Ref element = toKind(e_.element(part.array, row, column), part.type.kind);
+                    e_.setElement(result.array, e_.plainly(Op::Add, at, row), column, element);
                 });
             });
             at = e_.plainly(Op::Add, at, rows);

@@ -41,10 +41,12 @@ struct Extents {
                                   Ref columns) {
     Emitter& e = ops.emitter();
     const auto isOne = [&](Ref n) { return e.compare(Op::Eq, n, e.index(1)); };
-    const Ref keeps = e.both(e.either(isOne(rows), isOne(columns)),
-                             e.compare(Op::Ne, ops.countOf(x), e.index(1)));
+    const Ref isMore = e.compare(Op::Ne, ops.countOf(x), e.index(1));
+    const Ref oneColumn = isOne(columns);
+    const Ref keeps = e.both(e.either(isOne(rows), oneColumn), isMore);
     const Ref asRow = e.both(keeps, isOne(ops.rowsOf(x)));
-    const Ref asColumn = e.both(keeps, e.both(e.negation(asRow), isOne(ops.columnsOf(x))));
+    const Ref isColumn = isOne(ops.columnsOf(x));
+    const Ref asColumn = e.both(keeps, e.both(e.negation(asRow), isColumn));
     return {e.select(asRow, e.index(1), e.select(asColumn, count, rows)),
             e.select(asRow, count, e.select(asColumn, e.index(1), columns))};
 }
@@ -60,8 +62,9 @@ struct Extents {
     });
     const Ref total = e.load(count);
     const Ref isRow = e.compare(Op::Eq, ops.rowsOf(mask), e.index(1));
-    const Extents size = linearShape(ops, x, total, e.select(isRow, e.index(1), total),
-                                     e.select(isRow, total, e.index(1)));
+    const Ref columns = e.select(isRow, total, e.index(1));
+    const Ref rows = e.select(isRow, e.index(1), total);
+    const Extents size = linearShape(ops, x, total, rows, columns);
     const Operand result = ops.newArray(x.type.kind, size.rows, size.columns);
     e.store(count, e.index(0));
     e.loop(e.index(1), ops.countOf(mask), [&](Ref k) {
@@ -89,7 +92,9 @@ Operand Operations::index(const Operand& x, const Operand& where) {
     const Operand from = boxed(*this, x);
     if (where.type.kind == ScalarKind::Logical)
         return byMask(*this, from, where);
-    const Extents size = linearShape(*this, from, countOf(where), rowsOf(where), columnsOf(where));
+    const Ref columns = columnsOf(where);
+    const Ref rows = rowsOf(where);
+    const Extents size = linearShape(*this, from, countOf(where), rows, columns);
     const Operand result = newArray(x.type.kind, size.rows, size.columns);
     e_.loop(e_.index(1), countOf(where), [&](Ref k) {
         const Ref at = e_.toIndex(e_.element(where.array, k));
@@ -105,8 +110,8 @@ Operand Operations::index(const Operand& x, const Operand& row, const Operand& c
         if (x.type.isArray)
             return scalar(x.type.kind, e_.element(x.array, i, j));
         const Ref one = e_.index(1);
-        e_.require(e_.both(e_.compare(Op::Eq, i, one), e_.compare(Op::Eq, j, one)),
-                   QN::TrapCode::IndexOutOfBounds);
+        const Ref isFirst = e_.compare(Op::Eq, j, one);
+        e_.require(e_.both(e_.compare(Op::Eq, i, one), isFirst), QN::TrapCode::IndexOutOfBounds);
         return scalar(x.type.kind, x.value);
     }
     return indexWithColons(x, &row, &column, 2);
@@ -151,9 +156,9 @@ Operand Operations::indexWithColons(const Operand& x, const Operand* first, cons
             return;
         e_.loop(e_.index(1), total, [&](Ref k) {
             const Ref place = at(index, known, k);
-            e_.require(
-                e_.both(e_.compare(Op::Ge, place, e_.index(1)), e_.compare(Op::Le, place, limit)),
-                QN::TrapCode::IndexOutOfBounds);
+            const Ref notBeyond = e_.compare(Op::Le, place, limit);
+            e_.require(e_.both(e_.compare(Op::Ge, place, e_.index(1)), notBeyond),
+                       QN::TrapCode::IndexOutOfBounds);
         });
     };
     check(first, fixedRow, rows, rowsOf(from));
@@ -180,8 +185,8 @@ Ref Operations::elementFor(ScalarKind kind, QN::Var* var, const Operand& value) 
     // [] takes the class of what is assigned first.
     if (kind == ScalarKind::Double && from != kind) {
         const Operand x = inArray(kind, var);
-        e_.require(e_.either(e_.compare(Op::Ne, rowsOf(x), e_.index(0)),
-                             e_.compare(Op::Ne, columnsOf(x), e_.index(0))),
+        const Ref hasColumns = e_.compare(Op::Ne, columnsOf(x), e_.index(0));
+        e_.require(e_.either(e_.compare(Op::Ne, rowsOf(x), e_.index(0)), hasColumns),
                    HostTrap::Assumption);
     }
     return converted(one.value, from, kind);
@@ -201,7 +206,8 @@ void Operations::assign(ScalarKind kind, QN::Var* var, const Operand& where, con
         const Ref asRow = e_.either(isRow, e_.both(empty, e_.negation(isColumn)));
         e_.require(e_.either(asRow, isColumn), QN::TrapCode::IndexOutOfBounds);
         requireRoom(kind, one, at);
-        e_.resize(var, e_.select(asRow, one, at), e_.select(asRow, at, one));
+        const Ref columns = e_.select(asRow, at, one);
+        e_.resize(var, e_.select(asRow, one, at), columns);
     });
     e_.setElementInside(var, at, element); // now, if not before
 }
@@ -214,8 +220,8 @@ void Operations::assign(ScalarKind kind, QN::Var* var, const Operand& row, const
     const Ref i = place(row);
     const Ref j = place(column);
     const Operand x = inArray(kind, var);
-    const Ref outside =
-        e_.either(e_.compare(Op::Gt, i, rowsOf(x)), e_.compare(Op::Gt, j, columnsOf(x)));
+    const Ref beyondColumns = e_.compare(Op::Gt, j, columnsOf(x));
+    const Ref outside = e_.either(e_.compare(Op::Gt, i, rowsOf(x)), beyondColumns);
     e_.when(outside, [&] {
         const Ref rows = e_.binary(Op::Max, rowsOf(x), i);
         const Ref columns = e_.binary(Op::Max, columnsOf(x), j);
@@ -238,9 +244,9 @@ void Operations::assignLine(ScalarKind kind, QN::Var* var, const Operand* row,
     const Ref limit = row != nullptr ? rowsOf(x) : columnsOf(x);
     const Ref length = row != nullptr ? columnsOf(x) : rowsOf(x);
     // What grows, or takes its size from what is assigned, is left to the interpreter.
-    e_.require(e_.both(e_.compare(Op::Gt, length, e_.index(0)),
-                       e_.both(e_.compare(Op::Ge, at, e_.index(1)), e_.compare(Op::Le, at, limit))),
-               HostTrap::Assumption);
+    const Ref notBeyond = e_.compare(Op::Le, at, limit);
+    const Ref inside = e_.both(e_.compare(Op::Ge, at, e_.index(1)), notBeyond);
+    e_.require(e_.both(e_.compare(Op::Gt, length, e_.index(0)), inside), HostTrap::Assumption);
     const auto set = [&](Ref k, Ref element) {
         if (row != nullptr)
             e_.setElement(var, at, k, element);
@@ -252,8 +258,8 @@ void Operations::assignLine(ScalarKind kind, QN::Var* var, const Operand* row,
         return;
     }
     const Ref one = e_.index(1);
-    const Ref isVector = e_.either(e_.compare(Op::Eq, rowsOf(value), one),
-                                   e_.compare(Op::Eq, columnsOf(value), one));
+    const Ref isColumn = e_.compare(Op::Eq, columnsOf(value), one);
+    const Ref isVector = e_.either(e_.compare(Op::Eq, rowsOf(value), one), isColumn);
     const Ref isOne = e_.compare(Op::Eq, countOf(value), one);
     const Ref fits = e_.both(isVector, e_.compare(Op::Eq, countOf(value), length));
     e_.require(e_.either(isOne, fits), HostTrap::WrongSize);

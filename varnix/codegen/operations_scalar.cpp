@@ -118,8 +118,9 @@ Ref Operations::doubles(BinaryOp op, Ref x, Ref y, const Operand& right) {
     double exponent = 0;
     if (knownDouble(right, exponent) != nullptr)
         return exponent == 2 ? e_.binary(Op::Mul, x, x) : e_.binary(Op::Pow, x, y);
-    return e_.select(e_.compare(Op::Eq, y, e_.number(2)), e_.binary(Op::Mul, x, x),
-                     e_.binary(Op::Pow, x, y));
+    const Ref power = e_.binary(Op::Pow, x, y);
+    const Ref square = e_.binary(Op::Mul, x, x);
+    return e_.select(e_.compare(Op::Eq, y, e_.number(2)), square, power);
 }
 
 /// An integer with a double or a logical: the exact result, rounded once.
@@ -129,8 +130,10 @@ Ref Operations::mixed(BinaryOp op, Ref x, ScalarKind xKind, Ref y, ScalarKind yK
     const bool integerFirst = isInteger(xKind);
     const ScalarKind kind = integerFirst ? xKind : yKind;
     const ScalarKind other = integerFirst ? yKind : xKind;
-    if (isOf(kind, left) && isOf(kind, right))
-        return e_.binary(node, e_.convert(x, xKind, kind), e_.convert(y, yKind, kind));
+    if (isOf(kind, left) && isOf(kind, right)) {
+        const Ref b = e_.convert(y, yKind, kind);
+        return e_.binary(node, e_.convert(x, xKind, kind), b);
+    }
     if (other == ScalarKind::Double && !isWide(kind)) {
         double known = 0;
         if (knownDouble(integerFirst ? right : left, known) != nullptr &&
@@ -157,8 +160,10 @@ Ref Operations::mixed(BinaryOp op, Ref x, ScalarKind xKind, Ref y, ScalarKind yK
 Ref Operations::arithmetic(BinaryOp op, Ref x, ScalarKind xKind, Ref y, ScalarKind yKind,
                            const Operand& left, const Operand& right) {
     const ScalarKind kind = arithmeticKind(xKind, yKind);
-    if (kind == ScalarKind::Double)
-        return doubles(op, e_.convert(x, xKind, kind), e_.convert(y, yKind, kind), right);
+    if (kind == ScalarKind::Double) {
+        const Ref b = e_.convert(y, yKind, kind);
+        return doubles(op, e_.convert(x, xKind, kind), b, right);
+    }
     if (arithmeticOp(op) == Op::Pow)
         throw Outside{"a power of integers"};
     if (xKind == yKind)
@@ -170,9 +175,13 @@ Ref Operations::compare(Op op, Ref x, ScalarKind xKind, Ref y, ScalarKind yKind,
                         const Operand& left, const Operand& right) {
     if (xKind == yKind)
         return e_.compare(op, x, y);
+    const auto compareAs = [&](ScalarKind kind) {
+        const Ref b = e_.convert(y, yKind, kind);
+        return e_.compare(op, e_.convert(x, xKind, kind), b);
+    };
     for (const ScalarKind kind : {xKind, yKind})
         if (isInteger(kind) && isOf(kind, left) && isOf(kind, right))
-            return e_.compare(op, e_.convert(x, xKind, kind), e_.convert(y, yKind, kind));
+            return compareAs(kind);
     if (isWide(xKind) || isWide(yKind)) {
         const bool bothWhole = xKind != ScalarKind::Double && yKind != ScalarKind::Double;
         const auto fits = [](ScalarKind kind, ScalarKind into) {
@@ -181,14 +190,15 @@ Ref Operations::compare(Op op, Ref x, ScalarKind xKind, Ref y, ScalarKind yKind,
         };
         for (const ScalarKind wide : {ScalarKind::Int64, ScalarKind::Uint64})
             if (bothWhole && fits(xKind, wide) && fits(yKind, wide))
-                return e_.compare(op, e_.convert(x, xKind, wide), e_.convert(y, yKind, wide));
+                return compareAs(wide);
     }
     const auto asDouble = [&](Ref v, ScalarKind from) {
         const Ref d = e_.convert(v, from, ScalarKind::Double);
-        if (isWide(from))
-            e_.require(e_.both(e_.compare(Op::Lt, d, e_.number(largestWhole)),
-                               e_.compare(Op::Gt, d, e_.number(-largestWhole))),
+        if (isWide(from)) {
+            const Ref above = e_.compare(Op::Gt, d, e_.number(-largestWhole));
+            e_.require(e_.both(e_.compare(Op::Lt, d, e_.number(largestWhole)), above),
                        HostTrap::Assumption);
+        }
         return d;
     };
     const Ref a = asDouble(x, xKind);
@@ -204,8 +214,8 @@ Operand Operations::binary(BinaryOp op, const Operand& left, const Operand& righ
     case BinaryOp::And:
     case BinaryOp::Or:
         return mapPairs(ScalarKind::Logical, left, right, [&](Ref x, Ref y) {
-            return e_.binary(op == BinaryOp::And ? Op::And : Op::Or, truthOfElement(x, a),
-                             truthOfElement(y, b));
+            const Ref second = truthOfElement(y, b);
+            return e_.binary(op == BinaryOp::And ? Op::And : Op::Or, truthOfElement(x, a), second);
         });
     case BinaryOp::Equal:
     case BinaryOp::NotEqual:

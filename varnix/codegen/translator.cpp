@@ -256,8 +256,10 @@ void Translator::prepareEdge(std::uint32_t target) {
     const State& in = instance_.blocks[instance_.blockAt[target]].in;
     for (std::size_t r = 0; r < in.size(); ++r)
         if (in[r].status == Status::Set && in[r].type.isArray && state_[r].status == Status::Set &&
-            !state_[r].type.isArray)
-            emitter_.store(variableFor(r, in[r].type), emitter_.load(promoted(read(r)).array));
+            !state_[r].type.isArray) {
+            const Ref array = emitter_.load(promoted(read(r)).array);
+            emitter_.store(variableFor(r, in[r].type), array);
+        }
 }
 
 // ---- registers
@@ -290,14 +292,16 @@ Operand Translator::constantArray(const Value& value) {
     const auto type = typeOfValue(value);
     if (!type || value.count() > mostElements)
         throw Outside{"a constant that is no small array of numbers"};
-    const Operand result =
-        ops_.newArray(type->kind, emitter_.index(static_cast<std::int64_t>(value.rows())),
-                      emitter_.index(static_cast<std::int64_t>(value.columns())));
+    const Ref columns = emitter_.index(static_cast<std::int64_t>(value.columns()));
+    const Ref rows = emitter_.index(static_cast<std::int64_t>(value.rows()));
+    const Operand result = ops_.newArray(type->kind, rows, columns);
     if (type->kind != ScalarKind::Double)
         throw Outside{"a constant array of another class"};
-    for (std::size_t i = 0; i < value.count(); ++i)
+    for (std::size_t i = 0; i < value.count(); ++i) {
+        const Ref element = emitter_.number(static_cast<const double*>(value.array()->data)[i]);
         emitter_.setElement(result.array, emitter_.index(static_cast<std::int64_t>(i) + 1),
-                            emitter_.number(static_cast<const double*>(value.array()->data)[i]));
+                            element);
+    }
     return result;
 }
 
@@ -498,10 +502,11 @@ bool Translator::instruction(std::uint32_t& at) {
     case Op::TestLessConstant:
     case Op::TestLessEqualConstant:
     case Op::TestGreaterConstant:
-    case Op::TestGreaterEqualConstant:
-        test(here, operatorOf(i.op, Op::TestEqualConstant, BinaryOp::Equal), read(i.a),
-             constant(code_.constants[i.b]));
+    case Op::TestGreaterEqualConstant: {
+        const Operand right = constant(code_.constants[i.b]);
+        test(here, operatorOf(i.op, Op::TestEqualConstant, BinaryOp::Equal), read(i.a), right);
         return true;
+    }
     case Op::CaseTest: {
         const Operand subject = read(i.a);
         const Operand alternative = read(i.b);

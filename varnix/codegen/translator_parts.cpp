@@ -86,10 +86,10 @@ void Translator::forRange(std::uint32_t at) {
         }
     } else {
         const Ref zero = e.index(0);
-        const Ref empty =
-            e.either(e.compare(QOp::Eq, step, zero),
-                     e.select(e.compare(QOp::Gt, step, zero), e.compare(QOp::Gt, first, last),
-                              e.compare(QOp::Lt, first, last)));
+        const Ref isBelow = e.compare(QOp::Lt, first, last);
+        const Ref isAbove = e.compare(QOp::Gt, first, last);
+        const Ref leadsAway = e.select(e.compare(QOp::Gt, step, zero), isAbove, isBelow);
+        const Ref empty = e.either(e.compare(QOp::Eq, step, zero), leadsAway);
         const Ref steps = e.towardZero(QOp::Div, e.plainly(QOp::Sub, last, first), step);
         shape.count = e.select(empty, zero, e.plainly(QOp::Add, steps, e.index(1)));
         shape.isCut = e.truth(false);
@@ -98,7 +98,8 @@ void Translator::forRange(std::uint32_t at) {
             const Ref narrow = e.convert(n, ScalarKind::Int64, kind);
             return e.compare(QOp::Eq, e.convert(narrow, kind, ScalarKind::Int64), n);
         };
-        e.require(e.either(empty, e.both(fits(first), fits(end))), HostTrap::BadArgument);
+        const Ref endFits = fits(end);
+        e.require(e.either(empty, e.both(fits(first), endFits)), HostTrap::BadArgument);
     }
     e.store(loop.index, e.index(0));
     e.store(loop.count,
@@ -165,10 +166,11 @@ void Translator::forEach(std::uint32_t at) {
     LoopVars& loop = loopAt(r, ScalarKind::Int64);
     const Ref count = ops_.countOf(all);
     // Columns of one element; a variable that is a column would be of another type.
-    if (all.type.isArray)
-        e.require(e.either(e.compare(QOp::Eq, ops_.rowsOf(all), e.index(1)),
-                           e.compare(QOp::Eq, count, e.index(0))),
+    if (all.type.isArray) {
+        const Ref empty = e.compare(QOp::Eq, count, e.index(0));
+        e.require(e.either(e.compare(QOp::Eq, ops_.rowsOf(all), e.index(1)), empty),
                   HostTrap::Assumption);
+    }
     e.store(loop.index, e.index(0));
     e.store(loop.count, count);
     clear(r + 1);
