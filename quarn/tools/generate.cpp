@@ -23,7 +23,10 @@ public:
     explicit Random(std::uint32_t seed) : engine_(seed) {}
     std::uint32_t below(std::size_t limit) { return static_cast<std::uint32_t>(engine_() % limit); }
     bool chance(std::uint32_t percent) { return below(100) < percent; }
-    std::uint64_t bits() { return (std::uint64_t{engine_()} << 32) | engine_(); }
+    std::uint64_t bits() {
+        const std::uint64_t high = engine_();
+        return (high << 32) | engine_();
+    }
     template <typename T>
     const T& among(const std::vector<T>& choices) {
         return choices[below(choices.size())];
@@ -104,13 +107,17 @@ private:
         for (Var& var : cfg_.vars()) {
             vars_.push_back(&var);
             if (var.isAggregate() && var.varKind() != VarKind::Param) {
-                builder_.store(&var, builder_.newArray(var.type()->scalarKind(), i64(arrayRows),
-                                                       i64(arrayCols)));
+                builder_.store(&var, newArray(*var.type()));
             }
         }
     }
 
     Const* i64(std::int64_t number) { return cfg_.constantInt(Type::i64(), number); }
+
+    Node* newArray(const Type& type) {
+        Const* const cols = i64(arrayCols);
+        return builder_.newArray(type.scalarKind(), i64(arrayRows), cols);
+    }
 
     /// A variable of the type; a new one if there is none.
     Var* varOf(const Type& type) {
@@ -126,8 +133,7 @@ private:
         Var* const made = cfg_.addVar(VarKind::User, &type, "n" + std::to_string(vars_.size()));
         if (type.isArray()) {
             // Not vars_: elsewhere it might be used before this block has given it its size.
-            builder_.store(made,
-                           builder_.newArray(type.scalarKind(), i64(arrayRows), i64(arrayCols)));
+            builder_.store(made, newArray(type));
         } else {
             vars_.push_back(made);
         }
@@ -160,7 +166,8 @@ private:
                 builder_.binary(Op::Add, small, cfg_.constantInt(Type::i32(), 1))));
         }
         Entity* const any = builder_.convert(value(*Type::f64(), 1), Type::i64());
-        return keep(builder_.binary(Op::Add, builder_.binary(Op::Mod, any, i64(limit)), i64(1)));
+        Const* const one = i64(1);
+        return keep(builder_.binary(Op::Add, builder_.binary(Op::Mod, any, i64(limit)), one));
     }
 
     Node* keep(Node* node) {
@@ -207,15 +214,16 @@ private:
             return element(type, depth);
         }
         if (random_.chance(10)) {
-            return builder_.select(value(*Type::logical(), depth), value(type, depth),
-                                   value(type, depth));
+            Entity* const otherwise = value(type, depth);
+            Entity* const chosen = value(type, depth);
+            return builder_.select(value(*Type::logical(), depth), chosen, otherwise);
         }
         if (type.isLogical()) {
             return logicalOperation(depth);
         }
         if (random_.chance(15)) {
-            return builder_.convert(value(*Type::scalar(random_.among(kinds)), depth), &type,
-                                    mode());
+            const Mode how = mode();
+            return builder_.convert(value(*Type::scalar(random_.among(kinds)), depth), &type, how);
         }
         static const std::vector<Op> common = {Op::Add, Op::Add, Op::Sub, Op::Mul, Op::Div, Op::Neg,
                                                Op::Abs, Op::Min, Op::Max, Op::Mod, Op::Rem};
@@ -233,13 +241,16 @@ private:
         static const std::vector<Op> connectives = {Op::And, Op::Or, Op::Xor};
         if (random_.chance(60)) {
             const Type& compared = *Type::scalar(random_.among(kinds));
-            return builder_.compare(random_.among(comparisons), value(compared, depth),
-                                    value(compared, depth));
+            Entity* const y = value(compared, depth);
+            Entity* const x = value(compared, depth);
+            return builder_.compare(random_.among(comparisons), x, y);
         }
         Entity* const x = value(*Type::logical(), depth);
-        return random_.chance(30)
-                   ? builder_.unary(Op::Not, x)
-                   : builder_.binary(random_.among(connectives), x, value(*Type::logical(), depth));
+        if (random_.chance(30)) {
+            return builder_.unary(Op::Not, x);
+        }
+        Entity* const y = value(*Type::logical(), depth);
+        return builder_.binary(random_.among(connectives), x, y);
     }
 
     /// An element of an array, converted if it has another type; or a size.
@@ -424,11 +435,12 @@ private:
     void copyArray() {
         Var* const from = someArray();
         if (random_.chance(30)) {
-            builder_.resize(from, i64(arrayRows + random_.below(2)),
-                            i64(arrayCols + random_.below(2)));
+            Const* const cols = i64(arrayCols + random_.below(2));
+            builder_.resize(from, i64(arrayRows + random_.below(2)), cols);
             return;
         }
-        builder_.store(varOf(*from->type()), builder_.load(from));
+        Node* const loaded = builder_.load(from);
+        builder_.store(varOf(*from->type()), loaded);
     }
 
     Random& random_;

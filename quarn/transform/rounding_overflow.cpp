@@ -114,7 +114,8 @@ private:
         Entity* const byNegative = builder_.compare(Op::Lt, b, zero);
         Entity* const ofNegative = builder_.compare(Op::Lt, a, zero);
         Entity* const negative = builder_.binary(Op::Xor, ofNegative, byNegative);
-        Entity* const away = builder_.select(negative, constant(-1), constant(1));
+        Entity* const up = constant(1);
+        Entity* const away = builder_.select(negative, constant(-1), up);
         Entity* const adjusts =
             builder_.binary(Op::And, inexact, roundsAway(cut, remainder, b, negative));
         Entity* const adjustment = builder_.select(adjusts, away, zero);
@@ -137,8 +138,8 @@ private:
         if (node_.mode().rounding() == Rounding::NearestAway) {
             return builder_.compare(Op::Ge, twice, whole);
         }
-        Entity* const odd =
-            builder_.compare(Op::Ne, builder_.binary(Op::Rem, cut, constant(2)), constant(0));
+        Entity* const rest = builder_.binary(Op::Rem, cut, constant(2));
+        Entity* const odd = builder_.compare(Op::Ne, rest, constant(0));
         Entity* const tie = builder_.binary(Op::And, builder_.compare(Op::Eq, twice, whole), odd);
         return builder_.binary(Op::Or, builder_.compare(Op::Gt, twice, whole), tie);
     }
