@@ -85,12 +85,14 @@ void FunctionEmitter::copyPlace(const ArrayPlace& from, const ArrayPlace& to) {
 }
 
 void FunctionEmitter::writeHeader(const ArrayPlace& array, Value* to) {
-    store(dataOf(array), at(to, ArrayLayout::data), Memory::ArrayHeader);
-    store(rowsOf(array), at(to, ArrayLayout::rows), Memory::ArrayHeader);
-    store(colsOf(array), at(to, ArrayLayout::cols), Memory::ArrayHeader);
-    store(bufferOf(array), at(to, ArrayLayout::buffer), Memory::ArrayHeader);
-    store(ir_.getInt8(static_cast<std::uint8_t>(array.kind)), at(to, ArrayLayout::kind),
-          Memory::ArrayHeader);
+    const auto write = [&](Value* part, std::size_t offset) {
+        store(part, at(to, offset), Memory::ArrayHeader);
+    };
+    write(dataOf(array), ArrayLayout::data);
+    write(rowsOf(array), ArrayLayout::rows);
+    write(colsOf(array), ArrayLayout::cols);
+    write(bufferOf(array), ArrayLayout::buffer);
+    write(ir_.getInt8(static_cast<std::uint8_t>(array.kind)), ArrayLayout::kind);
 }
 
 void FunctionEmitter::readHeader(Value* from, const ArrayPlace& to, bool writable) {
@@ -146,9 +148,10 @@ void FunctionEmitter::release(const ArrayPlace& array) {
 
 void FunctionEmitter::assign(const ArrayPlace& to, const ArrayPlace& from, bool moves) {
     if (to.memory != nullptr) {
+        Value* const source = inMemory(from);
         ir_.CreateCall(
             unit_.host("qn_array_assign", ir_.getVoidTy(), {ir_.getPtrTy(), ir_.getPtrTy()}, false),
-            {to.memory, inMemory(from)});
+            {to.memory, source});
         if (from.writable != nullptr) {
             ir_.CreateStore(ir_.getInt8(0), from.writable);
         }
@@ -328,8 +331,8 @@ Value* FunctionEmitter::elementIndex(const Node& node, const ArrayPlace& array) 
     Value* const second = ir_.CreateSub(value(node, 2), one);
     Value* const rows = rowsOf(array);
     if (checks) {
-        Value* const inside =
-            ir_.CreateAnd(ir_.CreateICmpULT(first, rows), ir_.CreateICmpULT(second, colsOf(array)));
+        Value* const inColumns = ir_.CreateICmpULT(second, colsOf(array));
+        Value* const inside = ir_.CreateAnd(ir_.CreateICmpULT(first, rows), inColumns);
         trapUnless(inside, TrapCode::IndexOutOfBounds, node.line());
     }
     return ir_.CreateAdd(first, ir_.CreateMul(second, rows, "", true, true), "", true, true);
@@ -346,9 +349,9 @@ void FunctionEmitter::makeWritable(const ArrayPlace& array, std::uint32_t line) 
         Value* const references = load(ir_.getInt64Ty(), buffer, Memory::BufferHeader);
         Value* const capacity = load(ir_.getInt64Ty(), at(buffer, offsetof(ArrayBuffer, capacity)),
                                      Memory::BufferHeader);
-        ir_.CreateCondBr(ir_.CreateAnd(ir_.CreateICmpEQ(references, ir_.getInt64(1)),
-                                       ir_.CreateIsNotNull(capacity)),
-                         on, shared);
+        Value* const hasRoom = ir_.CreateIsNotNull(capacity);
+        Value* const isAlone = ir_.CreateICmpEQ(references, ir_.getInt64(1));
+        ir_.CreateCondBr(ir_.CreateAnd(isAlone, hasRoom), on, shared);
     }
     ir_.SetInsertPoint(shared);
     Value* const header = inMemory(array);

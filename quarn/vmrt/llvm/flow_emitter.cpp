@@ -315,9 +315,10 @@ void FunctionEmitter::emitReturn(const Node& node) {
         const ArrayPlace& array = arrayValue(node, 0, moves);
         retain(array); // and everything that this function holds goes below
         if (function_.isEntry) {
+            Value* const given = inMemory(array);
             ir_.CreateCall(unit_.host("qn_array_take", ir_.getVoidTy(),
                                       {ir_.getPtrTy(), ir_.getPtrTy()}, false),
-                           {arrayResult_, inMemory(array)});
+                           {arrayResult_, given});
         } else {
             writeHeader(array, arrayResult_);
         }

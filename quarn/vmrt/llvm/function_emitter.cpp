@@ -301,11 +301,13 @@ llvm::Function* emitDoor(UnitEmitter& unit, UnitFunction& function) {
     ir.CreateRet(status);
     ir.SetInsertPoint(fine);
     if (result.isArray()) {
+        Value* const place = ir.CreateLoad(ir.getPtrTy(), at());
         ir.CreateCall(
             unit.host("qn_array_take", ir.getVoidTy(), {ir.getPtrTy(), ir.getPtrTy()}, false),
-            {ir.CreateLoad(ir.getPtrTy(), at()), made});
+            {place, made});
     } else {
-        ir.CreateStore(scalars.toWord(result, ir.CreateExtractValue(call, 0)), at());
+        Value* const place = at();
+        ir.CreateStore(scalars.toWord(result, ir.CreateExtractValue(call, 0)), place);
     }
     ir.CreateRet(ir.getInt32(0));
     return door;

@@ -150,8 +150,8 @@ void FunctionEmitter::emitBounds(const Node& node) {
         checkWaiting();
         waiting_.clear();
         Value* const index = value(node, 0);
-        Value* const outside = ir_.CreateOr(ir_.CreateICmpSLT(index, ir_.getInt64(1)),
-                                            ir_.CreateICmpSGT(index, value(node, 1)));
+        Value* const above = ir_.CreateICmpSGT(index, value(node, 1));
+        Value* const outside = ir_.CreateOr(ir_.CreateICmpSLT(index, ir_.getInt64(1)), above);
         trapIf(outside, TrapCode::IndexOutOfBounds, node.line());
         return;
     }

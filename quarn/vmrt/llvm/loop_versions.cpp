@@ -192,7 +192,8 @@ public:
             return expander.expandCodeFor(number, number->getType(), end);
         };
         for (const Claim& claim : claims_) {
-            sides_.emplace_back(expanded(claim.left), expanded(claim.right));
+            Value* const right = expanded(claim.right);
+            sides_.emplace_back(expanded(claim.left), right);
         }
         turnsBack_ = turns_ != nullptr ? expanded(turns_) : nullptr;
     }

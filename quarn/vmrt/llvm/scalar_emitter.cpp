@@ -140,12 +140,14 @@ Value* ScalarEmitter::computeDouble(Op op, Value* a, Value* b) {
         return ir_.CreateFNeg(a);
     case Op::Abs:
         return unary(Intrinsic::fabs);
-    case Op::Min:
-        return ir_.CreateSelect(ir_.CreateOr(ir_.CreateFCmpOLT(b, a), ir_.CreateFCmpUNO(a, a)), b,
-                                a);
-    case Op::Max:
-        return ir_.CreateSelect(ir_.CreateOr(ir_.CreateFCmpOGT(b, a), ir_.CreateFCmpUNO(a, a)), b,
-                                a);
+    case Op::Min: {
+        Value* const isNan = ir_.CreateFCmpUNO(a, a);
+        return ir_.CreateSelect(ir_.CreateOr(ir_.CreateFCmpOLT(b, a), isNan), b, a);
+    }
+    case Op::Max: {
+        Value* const isNan = ir_.CreateFCmpUNO(a, a);
+        return ir_.CreateSelect(ir_.CreateOr(ir_.CreateFCmpOGT(b, a), isNan), b, a);
+    }
     case Op::Mod:
     case Op::Rem:
         return moduloOfDouble(op, a, b);
@@ -265,7 +267,8 @@ Value* ScalarEmitter::multiply(Mode mode, const Type& type, Value* a, Value* b) 
     }
     if (type.bits() < 64) {
         llvm::Type* const wide = ir_.getInt64Ty();
-        Value* const product = ir_.CreateMul(extend(type, a, wide), extend(type, b, wide));
+        Value* const factor = extend(type, b, wide);
+        Value* const product = ir_.CreateMul(extend(type, a, wide), factor);
         const Type& wideType =
             *Type::scalar(type.isSigned() ? ScalarKind::Int64 : ScalarKind::Uint64);
         return integerToInteger(wideType, type, mode, product);
@@ -277,8 +280,8 @@ Value* ScalarEmitter::multiply(Mode mode, const Type& type, Value* a, Value* b) 
         Value* const negative = ir_.CreateICmpSLT(ir_.CreateXor(a, b), ir_.getInt64(0));
         limit = ir_.CreateSelect(negative, smallest(type), limit);
     }
-    return ir_.CreateSelect(ir_.CreateExtractValue(both, 1), limit,
-                            ir_.CreateExtractValue(both, 0));
+    Value* const product = ir_.CreateExtractValue(both, 0);
+    return ir_.CreateSelect(ir_.CreateExtractValue(both, 1), limit, product);
 }
 
 /// Division by 2^`shift`; null where shifting is not what the rounding asks for.
@@ -327,8 +330,8 @@ Value* ScalarEmitter::divide(Mode mode, const Type& type, Value* a, Value* b) {
     Value* overflows = nullptr;
     Value* safe = byZero;
     if (isSigned && !narrow) {
-        overflows = ir_.CreateAnd(ir_.CreateICmpEQ(a, smallest(type)),
-                                  ir_.CreateICmpEQ(b, llvm::ConstantInt::getSigned(wide, -1)));
+        Value* const negates = ir_.CreateICmpEQ(b, llvm::ConstantInt::getSigned(wide, -1));
+        overflows = ir_.CreateAnd(ir_.CreateICmpEQ(a, smallest(type)), negates);
         safe = ir_.CreateOr(byZero, overflows);
     }
     safe = ir_.CreateSelect(safe, one, divisor);
@@ -509,7 +512,8 @@ Value* ScalarEmitter::isLossy(const Type& from, const Type& to, Value* value, Va
         return ir_.CreateNot(isSameNumber(value, to, converted));
     }
     llvm::Type* const wide = ir_.getIntNTy(66);
-    return ir_.CreateICmpNE(extend(from, value, wide), extend(to, converted, wide));
+    Value* const outcome = extend(to, converted, wide);
+    return ir_.CreateICmpNE(extend(from, value, wide), outcome);
 }
 
 } // namespace QN::VMRT

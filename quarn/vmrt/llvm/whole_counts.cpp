@@ -281,10 +281,12 @@ private:
         auto* const member = llvm::cast<Instruction>(value);
         llvm::IRBuilder<> ir(member);
         if (auto* const select = llvm::dyn_cast<llvm::SelectInst>(member)) {
-            made = ir.CreateSelect(select->getCondition(), wholeOf(select->getTrueValue()),
-                                   wholeOf(select->getFalseValue()));
+            Value* const otherwise = wholeOf(select->getFalseValue());
+            made =
+                ir.CreateSelect(select->getCondition(), wholeOf(select->getTrueValue()), otherwise);
         } else {
-            made = ir.CreateNSWAdd(wholeOf(member->getOperand(0)), wholeOf(member->getOperand(1)));
+            Value* const addend = wholeOf(member->getOperand(1));
+            made = ir.CreateNSWAdd(wholeOf(member->getOperand(0)), addend);
         }
         whole_[value] = made;
         return made;

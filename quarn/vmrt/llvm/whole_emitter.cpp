@@ -246,10 +246,11 @@ std::optional<Whole> FunctionEmitter::wholeOfTurn(const Node& sum) {
     const Whole step = wholeOf(*product, 1);
     Value* const fewTurns =
         ir_.CreateICmpULE(value(*test, 1), ir_.getInt64(std::uint64_t{1} << 31));
-    Value* const exact = ir_.CreateAnd(isExact(first.number, 51), isExact(step.number, 20));
-    return Whole{
-        ir_.CreateAdd(first.number, ir_.CreateMul(value(*turn, 0), step.number)),
-        ir_.CreateAnd(ir_.CreateAnd(first.isSame, step.isSame), ir_.CreateAnd(fewTurns, exact))};
+    Value* const stepIsExact = isExact(step.number, 20);
+    Value* const exact = ir_.CreateAnd(isExact(first.number, 51), stepIsExact);
+    Value* const number = ir_.CreateAdd(first.number, ir_.CreateMul(value(*turn, 0), step.number));
+    Value* const fits = ir_.CreateAnd(fewTurns, exact);
+    return Whole{number, ir_.CreateAnd(ir_.CreateAnd(first.isSame, step.isSame), fits)};
 }
 
 /// Computes the whole number of a node's value, if an index comes from it.
