@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <sys/prctl.h>
 #include <sys/time.h>
 
 using namespace QN;
@@ -24,6 +25,22 @@ double call2(Executable& code, double a, double b) {
     code.call(words, context);
     return asDouble(words[2]);
 }
+
+/// While one lives, the kernel makes no large pages for the process. In the background it puts them
+/// in the place of a few small ones that are left of other tests' pools, and resident memory grows
+/// by what was not there.
+class NoLargePages {
+public:
+    NoLargePages() : before_(::prctl(PR_GET_THP_DISABLE, 0UL, 0UL, 0UL, 0UL)) { set(1); }
+    NoLargePages(const NoLargePages&) = delete;
+    NoLargePages& operator=(const NoLargePages&) = delete;
+    ~NoLargePages() { set(before_ == 1 ? 1 : 0); }
+
+private:
+    static void set(unsigned long off) { ::prctl(PR_SET_THP_DISABLE, off, 0UL, 0UL, 0UL); }
+
+    int before_;
+};
 
 std::size_t residentBytes() {
     std::ifstream statm("/proc/self/statm");
@@ -361,6 +378,7 @@ TEST(VmrtMemory, FunctionsThatComeAndGoLeaveNothing) {
             ASSERT_EQ(call2(*code, i, 2), 2 * i + 1.5);
         }
     };
+    const NoLargePages noLargePages;
     run(1'500); // three contexts
     const std::size_t before = residentBytes();
     run(cycles);
