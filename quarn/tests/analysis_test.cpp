@@ -30,8 +30,10 @@ void makeRandomGraph(Cfg& g, std::size_t count, std::mt19937& random) {
         case 1:
             b.jump(any());
             break;
-        default:
-            b.branch(g.constantLogical(true), any(), any());
+        default: {
+            Block* const yes = any();
+            b.branch(g.constantLogical(true), yes, any());
+        }
         }
     }
 }

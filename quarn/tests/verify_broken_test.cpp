@@ -54,7 +54,8 @@ struct Sample {
         index = b.toIndex(sum);
         element = b.loadElement(a, index);
         b.storeElement(a, index, element);
-        b.storeElement(b.load(p), index, one, b.loadElement(a, index, one));
+        Node* const stored = b.loadElement(a, index, one);
+        b.storeElement(b.load(p), index, one, stored);
         b.resize(a, b.sizeOf(Op::Rows, a), one);
         Entity* const arguments[] = {sum};
         call = b.call("helper", Type::f64(), arguments);

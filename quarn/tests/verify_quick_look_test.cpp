@@ -120,23 +120,32 @@ public:
         case 6: // what an operand refers to
             damage.put(wordOf(operand, 0), Ref<Entity>(entity).bits());
             break;
-        case 7: // its user or a link of a list of uses
-            damage.put(wordOf(operand, 1 + random_() % 3),
-                       *wordOf(any(operands_), 1 + random_() % 3));
+        case 7: { // its user or a link of a list of uses
+            std::uint32_t* const place = wordOf(operand, 1 + random_() % 3);
+            Operand* const other = any(operands_);
+            damage.put(place, *wordOf(other, 1 + random_() % 3));
             break;
-        case 8:
-            damage.put(wordOf(operand, 2 + random_() % 2), Ref<Operand>(any(operands_)).bits());
+        }
+        case 8: {
+            std::uint32_t* const place = wordOf(operand, 2 + random_() % 2);
+            damage.put(place, Ref<Operand>(any(operands_)).bits());
             break;
+        }
         case 9:
             damage.put(wordOf(entity, 1), Ref<Operand>(operand).bits());
             break;
-        case 10: // the order and the place of nodes
-            damage.put(wordOf(node, 5 + random_() % 3), *wordOf(any(nodes_), 5 + random_() % 3));
+        case 10: { // the order and the place of nodes
+            std::uint32_t* const place = wordOf(node, 5 + random_() % 3);
+            Node* const other = any(nodes_);
+            damage.put(place, *wordOf(other, 5 + random_() % 3));
             break;
-        case 11: // ids and lines
-            damage.put(wordOf(entity, 2 + random_() % 3),
-                       *wordOf(any(entities_), 2 + random_() % 3));
+        }
+        case 11: { // ids and lines
+            std::uint32_t* const place = wordOf(entity, 2 + random_() % 3);
+            Entity* const other = any(entities_);
+            damage.put(place, *wordOf(other, 2 + random_() % 3));
             break;
+        }
         case 12: { // two values change places, with their lists of uses
             if (!isSound) {
                 break;
@@ -150,10 +159,11 @@ public:
             other->set(value);
             break;
         }
-        default: // any word
-            damage.put(any(words_), random_() % 2 == 0
-                                        ? *any(words_)
-                                        : static_cast<std::uint32_t>(random_() % 64));
+        default: { // any word
+            std::uint32_t* const place = any(words_);
+            damage.put(place, random_() % 2 == 0 ? *any(words_)
+                                                 : static_cast<std::uint32_t>(random_() % 64));
+        }
         }
     }
 

@@ -38,8 +38,8 @@ protected:
     /// Magnitudes from 2^-20 to 2^34, often with a fraction of exactly or nearly one half.
     double real() {
         const double sign = bits() % 2 == 0 ? 1 : -1;
-        const double whole =
-            std::ldexp(static_cast<double>(bits() >> 40), static_cast<int>(bits() % 11));
+        const auto digits = static_cast<double>(bits() >> 40);
+        const double whole = std::ldexp(digits, static_cast<int>(bits() % 11));
         switch (bits() % 5) {
         case 0:
             return sign * (std::floor(whole / 1024) + 0.5);
