@@ -131,8 +131,9 @@ void Pool::noteFirst(const void* chunk, std::size_t bytes) noexcept {
     if (numFirst_ < mostFirst) {
         const auto place =
             static_cast<std::size_t>(static_cast<const std::byte*>(chunk) - detail::regionBase);
-        first_[numFirst_++] = static_cast<std::uint32_t>(place / smallestChunk << firstSizeBits |
-                                                         std::countr_zero(bytes / smallestChunk));
+        const auto size = static_cast<std::size_t>(std::countr_zero(bytes / smallestChunk));
+        first_[numFirst_++] =
+            static_cast<std::uint32_t>(place / smallestChunk << firstSizeBits | size);
     }
 }
 
