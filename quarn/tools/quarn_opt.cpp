@@ -257,6 +257,13 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Reads QNEL, runs transforms, prints the result."};
     declare(app, options);
+    // CLI11 would take the next word for the value.
+    for (const std::string_view word : std::span(argv, static_cast<std::size_t>(argc)).subspan(1)) {
+        if (word.starts_with("--") && word.find('=') == word.size() - 1) {
+            std::fprintf(stderr, "quarn-opt: nothing stands behind %s\n", word.data());
+            return 2;
+        }
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& wrong) {
