@@ -309,6 +309,36 @@ TEST(Text, NamesAreToldApartOnlyOnDemand) {
         "function f()\n    user x: f64\n    user x_2: f64\n    user x_1: f64\n    user x_3: f64\n");
 }
 
+TEST(Text, NamesEndNoLine) {
+    Scope scope(ScopeFlavor::Unit, "a\nscope");
+    Function* const f = scope.addFunction("f\ng", Type::voidType());
+    Builder b(f->cfg(), f->cfg().addBlock());
+    Node* const load = b.load(f->addParam(Type::f64(), "x\r\"y"));
+    Entity* const arguments[] = {load};
+    Node* const call = b.call("to\x1b call", Type::f64(), arguments);
+    b.store(f->cfg().addVar(VarKind::User, Type::f64(), "plain \"name\""), call);
+    b.ret();
+    std::string text;
+    printText(scope, text);
+    EXPECT_EQ(text, R"(scope "a\nscope" (unit)
+
+function "f\ng"("x\x0d\"y": f64)
+    user plain "name": f64
+  b0:
+    %1: f64 = load "x\x0d\"y"
+    %2: f64 = call "to\x1b call", %1
+    store plain "name", %2
+    ret
+)");
+    std::string apart;
+    printText(*f, apart, {true, false});
+    EXPECT_NE(apart.find(R"(load "x\x0d\"y")"), std::string::npos) << apart;
+    std::string alone;
+    printText(*load, alone);
+    printText(*call, alone);
+    EXPECT_EQ(alone, R"(%1: f64 = load "x\x0d\"y"%2: f64 = call "to\x1b call", %1)");
+}
+
 TEST(Text, ANodeAlone) {
     ParseError error;
     const auto scope = parseQnel(everything, error);

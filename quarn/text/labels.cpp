@@ -23,6 +23,10 @@ bool isWordCharacter(char c) noexcept {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
+bool isControl(char c) noexcept {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
 void appendNumber(std::string& out, std::uint64_t number, int base = 10) {
     char digits[24];
     out.append(digits, std::to_chars(digits, digits + sizeof digits, number, base).ptr);
@@ -66,7 +70,7 @@ void appendQuoted(std::string& out, std::string_view text) {
             out += c;
         } else if (c == '\n') {
             out += "\\n";
-        } else if (byte < 0x20 || byte == 0x7F) {
+        } else if (isControl(c)) {
             out += "\\x";
             out += hex[byte >> 4];
             out += hex[byte & 15];
@@ -82,6 +86,18 @@ void appendName(std::string& out, std::string_view name) {
         out += name;
     } else {
         appendQuoted(out, name);
+    }
+}
+
+bool hasControlCharacters(std::string_view name) noexcept {
+    return std::any_of(name.begin(), name.end(), isControl);
+}
+
+void appendPlainName(std::string& out, std::string_view name) {
+    if (hasControlCharacters(name)) {
+        appendQuoted(out, name);
+    } else {
+        out += name;
     }
 }
 
@@ -172,13 +188,14 @@ NameCounts::Slot& NameCounts::find(std::string_view name) noexcept {
 
 // The text may move while it grows, so what is written is noted by its end, and the views come
 // last.
-void Labels::take(const Cfg& cfg, Style style) {
+void Labels::take(const Cfg& cfg, Style style, Controls controls) {
     static constexpr char nothing[Pen::chunk] = {};
     vars_.assign(cfg.varIdLimit(), {nothing, 0});
     consts_.assign(cfg.numConstants(), {nothing, 0});
     text_.clear();
     ends_.clear();
     longest_ = 0;
+    controls_ = controls;
     addVarLabels(cfg, style);
     for (const Const& constant : cfg.constants()) {
         appendConstant(text_, constant);
@@ -224,10 +241,18 @@ void Labels::addVarLabels(const Cfg& cfg, Style style) {
         } else if (name.empty()) {
             text_ += madeUpName(var, counts_);
         } else {
-            text_ += name;
+            addName(name);
         }
         ++place;
         ends_.push_back(text_.size());
+    }
+}
+
+void Labels::addName(std::string_view name) {
+    if (controls_ == Controls::Quoted) {
+        appendPlainName(text_, name);
+    } else {
+        text_ += name;
     }
 }
 
@@ -246,7 +271,7 @@ void Labels::addDisambiguated(const Cfg& cfg) {
                 } while (counts.of(label) != 0);
             }
         }
-        text_ += label;
+        addName(label);
         ends_.push_back(text_.size());
     }
 }

@@ -17,6 +17,11 @@ void appendQuoted(std::string& out, std::string_view text);
 /// Appends an identifier as it is, anything else quoted.
 void appendName(std::string& out, std::string_view name);
 
+/// Appends a name as it is, but one with control characters quoted: it must not end a line.
+void appendPlainName(std::string& out, std::string_view name);
+/// Whether appendPlainName() appends something else than the name.
+[[nodiscard]] bool hasControlCharacters(std::string_view name) noexcept;
+
 /// Appends a constant: "1.5", "-inf", "5i32", "true".
 void appendConstant(std::string& out, const Const& constant);
 
@@ -56,12 +61,14 @@ public:
         Plain,       // names as they are; tN for a temporary without one
         Disambiguate // the same, with _1, _2 behind repeated ones
     };
+    /// What becomes of names with control characters; in QNEL they are none of the label.
+    enum class Controls : std::uint8_t { AsTheyAre, Quoted };
     Labels() = default;
     Labels(const Cfg& cfg, Style style) { take(cfg, style); }
     Labels(const Labels&) = delete;
     Labels& operator=(const Labels&) = delete;
 
-    void take(const Cfg& cfg, Style style);
+    void take(const Cfg& cfg, Style style, Controls controls = Controls::AsTheyAre);
 
     [[nodiscard]] std::string_view of(const Var& var) const noexcept { return vars_[var.id()]; }
     [[nodiscard]] std::string_view of(const Const& constant) const noexcept {
@@ -73,12 +80,14 @@ public:
 private:
     /// Append the labels in order of declaration and note where each ends.
     void addVarLabels(const Cfg& cfg, Style style);
+    void addName(std::string_view name);
     void addDisambiguated(const Cfg& cfg);
 
     std::string text_;
     std::vector<std::string_view> vars_;   // by id
     std::vector<std::string_view> consts_; // by id
     std::size_t longest_ = 0;
+    Controls controls_ = Controls::AsTheyAre;
     std::vector<std::size_t> ends_;
     NameCounts counts_;
 };

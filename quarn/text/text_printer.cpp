@@ -23,7 +23,7 @@ public:
 
     void print(const Scope& scope) {
         std::string head = "scope ";
-        head += scope.name();
+        text::appendPlainName(head, scope.name());
         head += " (";
         head += toString(scope.flavor());
         head += ")\n";
@@ -48,8 +48,9 @@ public:
         }
         const Cfg& cfg = function.cfg();
         Labels& labels = labels_;
-        labels.take(cfg, options_.disambiguateNames ? Labels::Style::Disambiguate
-                                                    : Labels::Style::Plain);
+        labels.take(cfg,
+                    options_.disambiguateNames ? Labels::Style::Disambiguate : Labels::Style::Plain,
+                    Labels::Controls::Quoted);
         printSignature(function, &labels);
         if (function.line() != 0) {
             writer_.write("    # line " + std::to_string(function.line()));
@@ -88,7 +89,7 @@ public:
 private:
     void printSignature(const Function& function, const Labels* labels) {
         std::string head = "function ";
-        head += function.name();
+        text::appendPlainName(head, function.name());
         head += '(';
         const Var* param = labels != nullptr ? function.cfg().firstVar() : nullptr;
         for (std::size_t i = 0; i < function.paramTypes().size(); ++i) {
@@ -108,15 +109,30 @@ private:
         writer_.write(head);
     }
 
+    [[nodiscard]] static Pen putName(Pen pen, std::string_view name) {
+        if (text::hasControlCharacters(name)) [[unlikely]] {
+            std::string quoted;
+            text::appendPlainName(quoted, name);
+            pen.put(quoted);
+        } else {
+            pen.put(name);
+        }
+        return pen;
+    }
+    static std::size_t roomFor(std::string_view name) {
+        constexpr std::size_t longestEscape = 4;
+        return longestEscape * name.size() + 2;
+    }
+
     /// Room for the operands of a node whose labels are not known.
     static std::size_t roomFor(const Node& node) {
         std::size_t room = 0;
         for (const Operand& operand : node.operands()) {
             room += 40;
             if (const Var* const var = asVar(operand.value()); var != nullptr) {
-                room += var->name().size();
+                room += roomFor(var->name());
             } else if (const Callee* const callee = asCallee(operand.value()); callee != nullptr) {
-                room += callee->name().size();
+                room += roomFor(callee->name());
             }
         }
         return room;
@@ -191,7 +207,7 @@ private:
                 pen.put('t');
                 pen.putNumber(var.id());
             } else {
-                pen.put(var.name());
+                pen = putName(pen, var.name());
             }
             return pen;
         }
@@ -200,7 +216,7 @@ private:
             pen.putNumber(static_cast<const Block*>(value)->id());
             return pen;
         case EntityKind::Callee:
-            pen.put(static_cast<const Callee*>(value)->name());
+            pen = putName(pen, static_cast<const Callee*>(value)->name());
             return pen;
         default:
             pen.put("null");

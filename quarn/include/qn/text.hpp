@@ -25,7 +25,7 @@
 // in bounds).
 //
 // The text form is for reading only: one line per node, names instead of numbers where there are
-// any.
+// any; one with control characters is quoted.
 #pragma once
 
 #include <cstddef>
