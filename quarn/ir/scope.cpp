@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <stdexcept>
 
 namespace QN {
 
@@ -47,7 +48,18 @@ Scope::Scope(ScopeFlavor flavor, std::string_view name, Scope* parent)
 
 Scope::~Scope() = default;
 
+std::size_t Scope::level() const noexcept {
+    std::size_t level = 0;
+    for (const Scope* at = parent_; at != nullptr; at = at->parent_) {
+        ++level;
+    }
+    return level;
+}
+
 Scope& Scope::addChild(ScopeFlavor flavor, std::string_view name) {
+    if (level() == lastLevel) {
+        throw std::length_error("scopes are nested too deeply");
+    }
     children_.push_back(std::unique_ptr<Scope>(new Scope(flavor, name, this)));
     return *children_.back();
 }

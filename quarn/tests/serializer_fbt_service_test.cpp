@@ -112,6 +112,18 @@ TEST_F(Serializer, EqualIrComesBack) {
     EXPECT_EQ(serialize(*back, "title"), bytes);
 }
 
+TEST_F(Serializer, TheDeepestScopesComeBack) {
+    Scope root(ScopeFlavor::Unit, "s");
+    Scope* at = &root;
+    while (at->level() < Scope::lastLevel) {
+        at = &at->addChild(ScopeFlavor::Unit, "s");
+    }
+    std::string error;
+    const auto back = deserialize(serialize(root, "title"), error);
+    ASSERT_NE(back, nullptr) << error;
+    EXPECT_EQ(qnelOf(*back), qnelOf(root));
+}
+
 TEST_F(Serializer, OneFunctionComesBackAlone) {
     std::string error;
     const auto back = deserialize(serialize(*scope->find("f")), error);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 using namespace QN;
@@ -204,6 +205,19 @@ TEST(Qnel, DeepNestingIsRefused) {
     }
     EXPECT_NE(errorOf(text).find("scopes are nested too deeply"), std::string::npos);
     EXPECT_NE(errorOf("(function f f64 " + std::string(1000000, '(')), "no error");
+}
+
+TEST(Qnel, TheDeepestScopesComeBack) {
+    Scope root(ScopeFlavor::Unit, "s0");
+    Scope* at = &root;
+    for (std::size_t i = 0; i < Scope::lastLevel; ++i) {
+        at = &at->addChild(ScopeFlavor::Unit, "s" + std::to_string(i + 1));
+    }
+    EXPECT_THROW(at->addChild(ScopeFlavor::Unit, "one more"), std::length_error);
+    EXPECT_TRUE(at->children().empty());
+    EXPECT_EQ(at->level(), Scope::lastLevel);
+    const std::string text = qnelOf(root);
+    EXPECT_EQ(again(text), text);
 }
 
 TEST(Qnel, ATextCutOrChangedAnywhereNeverCrashes) {

@@ -27,7 +27,6 @@ using text::TokenKind;
 
 /// The largest number of a value or block; tables are indexed by them.
 constexpr std::uint32_t largestId = (1U << 22) - 1;
-constexpr int deepestScope = 100;
 
 /// Unwinds to the entry of the parser, with the place of the mistake.
 struct Failure {
@@ -548,7 +547,7 @@ public:
                 if (root == nullptr) {
                     make(flavor, name);
                 }
-                parseScopeBody(*root, 0);
+                parseScopeBody(*root);
                 if (token_.kind != TokenKind::End) {
                     fail(token_, "expected the end of the text, found " + shown(token_));
                 }
@@ -601,17 +600,17 @@ private:
     }
 
     /// Behind the head, up to and with the closing parenthesis.
-    void parseScopeBody(Scope& scope, int depth) {
-        if (depth > deepestScope) {
-            fail(token_, "scopes are nested too deeply");
-        }
+    void parseScopeBody(Scope& scope) {
         while (token_.kind == TokenKind::Open) {
             const Token open = token_;
             advance();
             if (token_.kind == TokenKind::Atom && token_.text == "scope") {
+                if (scope.level() == Scope::lastLevel) {
+                    fail(token_, "scopes are nested too deeply");
+                }
                 advance();
                 const auto [flavor, name] = readScopeHead();
-                parseScopeBody(scope.addChild(flavor, name), depth + 1);
+                parseScopeBody(scope.addChild(flavor, name));
             } else {
                 parseFunction(scope, open);
             }

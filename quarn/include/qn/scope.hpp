@@ -36,6 +36,12 @@ public:
     [[nodiscard]] Pool& pool() noexcept { return pool_; }
     [[nodiscard]] const Pool& pool() const noexcept { return pool_; }
 
+    /// Scopes lie in each other up to this level; everything that walks them may call itself for
+    /// those inside.
+    static constexpr std::size_t lastLevel = 100;
+    /// 0 for a root.
+    [[nodiscard]] std::size_t level() const noexcept;
+    /// Throws std::length_error if this scope is at the last level.
     Scope& addChild(ScopeFlavor flavor, std::string_view name);
     /// Frees a child with all that is in it.
     void removeChild(Scope& child);

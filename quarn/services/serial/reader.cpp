@@ -269,6 +269,9 @@ private:
             made->deleteCfg();
         }
         for (const serial::Scope* const child : *from.children()) {
+            if (scope.level() == Scope::lastLevel) {
+                refuse("scopes that are nested too deeply");
+            }
             fill(scope.addChild(flavorOf(*child), viewOf(child->name())), *child);
         }
     }
