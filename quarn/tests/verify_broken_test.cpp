@@ -190,6 +190,7 @@ const Broken table[] = {
          cut(s.sum, EntitySmall())[2] = 1;
      }},
     {Check::operandMissing, [](Sample& s) { s.sum->setOperand(1, nullptr); }},
+    {Check::operandKind, [](Sample& s) { s.build().node(Op::Count, voidType(), {s.index}); }},
     {Check::operandKind, [](Sample& s) { s.sum->setOperand(1, s.x); }},
     {Check::operandVoid, [](Sample& s) { s.sum->setOperand(1, s.store); }},
     {Check::operandDangling, [](Sample& s) {

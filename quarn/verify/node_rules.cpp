@@ -43,14 +43,11 @@ constexpr std::uint32_t pointee(std::uint32_t code) {
 bool isTakenAs(std::uint32_t byte, char letter) {
     switch (letter) {
     case 'V':
-        return (byte & OperandByte::kindMask) == OperandByte::variable;
-    case 'a':
-        return (byte & OperandByte::kindMask) == OperandByte::variable ||
-               (OperandByte::isNode(byte) && OperandByte::isValue(byte));
+        return OperandByte::isVariable(byte);
+    case 'a': // of constants none is a pointer
+        return OperandByte::isVariable(byte) || OperandByte::isValue(byte);
     case 'B':
         return byte == OperandByte::block;
-    case 'K':
-        return (byte & OperandByte::kindMask) == OperandByte::constant;
     default:
         return OperandByte::isValue(byte);
     }
@@ -74,6 +71,17 @@ bool modeIsRight(Mode mode, std::uint16_t flags) {
 }
 
 } // namespace
+
+static_assert([] {
+    for (std::size_t i = 0; i < opCount; ++i) {
+        const std::string_view operands = detail::opTable[i].operands;
+        if ((operands.find('K') != operands.npos) != wantsConstant(static_cast<Op>(i)) ||
+            (wantsConstant(static_cast<Op>(i)) && operands != "K")) {
+            return false;
+        }
+    }
+    return true;
+}());
 
 bool formIsRight(Signature signature) noexcept {
     if (signature.op() >= opCount || signature.type() == TypeCode::none) {
@@ -105,7 +113,7 @@ bool operandsAreRight(Signature signature) noexcept {
     };
     /// The element type of the array variable, or of the array that the pointer points to, or none.
     const auto element = [signature, typeOf] {
-        const bool isVar = !OperandByte::isNode(signature.operand(0));
+        const bool isVar = OperandByte::isVariable(signature.operand(0));
         const std::uint32_t array = isVar ? typeOf(0) : pointee(typeOf(0));
         return isIn(arrays, array) ? array - TypeCode::fromScalarToArray : TypeCode::none;
     };

@@ -21,23 +21,23 @@
 namespace QN::verification {
 
 /// What an entity is as an operand, in one byte: its kind and, but for blocks and callees, the code
-/// of its type.
+/// of its type. Nodes and constants are the same here: nearly every operation that takes one takes
+/// the other, and so there are fewer different signatures.
 namespace OperandByte {
 inline constexpr std::uint32_t typeMask = 0x3F;
-inline constexpr std::uint32_t kindMask = 0xC0;
-inline constexpr std::uint32_t constant = 0x00;
-inline constexpr std::uint32_t node = 0x40;
+inline constexpr std::uint32_t value = 0x00; // a node or a constant
 inline constexpr std::uint32_t variable = 0x80;
-inline constexpr std::uint32_t block = 0xC0; // all of it
-inline constexpr std::uint32_t callee = 0xC1;
+inline constexpr std::uint32_t block = variable | TypeCode::none; // which no variable is of
+inline constexpr std::uint32_t callee = variable | TypeCode::voidType;
 static_assert(TypeCode::limit <= typeMask + 1);
+static_assert(TypeCode::none < TypeCode::voidType && TypeCode::voidType < TypeCode::scalar({}));
 
-[[nodiscard]] constexpr bool isNode(std::uint32_t byte) noexcept {
-    return (byte & kindMask) == node;
+[[nodiscard]] constexpr bool isVariable(std::uint32_t byte) noexcept {
+    return byte > callee;
 }
 /// A node that gives a value, or a constant.
 [[nodiscard]] constexpr bool isValue(std::uint32_t byte) noexcept {
-    return (byte & kindMask) == constant || (isNode(byte) && byte != (node | TypeCode::voidType));
+    return (byte & variable) == 0 && byte > TypeCode::voidType;
 }
 } // namespace OperandByte
 
@@ -77,9 +77,15 @@ private:
 /// whether it stands where it may.
 [[nodiscard]] bool formIsRight(Signature signature) noexcept;
 
-/// Whether kinds and types are as the operation wants them. Not for calls and returns, about which
-/// a signature does not say enough. The form must be right.
+/// Whether kinds and types are as the operation wants them, but that a node may stand where there
+/// must be a constant; see wantsConstant(). Not for calls and returns, about which a signature does
+/// not say enough. The form must be right.
 [[nodiscard]] bool operandsAreRight(Signature signature) noexcept;
+
+/// Whether the only operand must be a constant.
+[[nodiscard]] constexpr bool wantsConstant(Op op) noexcept {
+    return op == Op::Count || op == Op::Trap;
+}
 
 /// The values of each type as a range of signed 64-bit numbers; an empty one if it is no scalar.
 struct ValueRange {

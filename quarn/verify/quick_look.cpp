@@ -214,7 +214,7 @@ bool QuickLook::listConstants() {
         const std::uint32_t type = types_.codeOf(constant.typeRef());
         if (constant.kind() != EntityKind::Const || constant.id() != count || count == expected ||
             !isScalarWith(type, constant.bits()) || !isNewConstant(constant, at) ||
-            !view.list(at, factsOf(largestNumber, OperandByte::constant | type))) {
+            !view.list(at, factsOf(largestNumber, OperandByte::value | type))) {
             return false;
         }
         ends_.lists += constant.hasUses() ? 1 : 0;
@@ -405,7 +405,7 @@ bool QuickLook::lookAtNodes(const Block& block, detail::Upcoming& upcoming) {
         if (!known_.contains(signature) && i == count && !isRight(node, signature)) {
             return false;
         }
-        if (!view.list(at, number | OperandByte::node | type)) {
+        if (!view.list(at, number | OperandByte::value | type)) {
             return false;
         }
         previous = at;
@@ -439,8 +439,16 @@ bool QuickLook::isRight(const Node& node, Signature signature) {
     if (!operandsAreRight(signature)) {
         return false;
     }
+    if (wantsConstant(node.op())) {
+        return takesConstant(node);
+    }
     known_.add(signature);
     return true;
+}
+
+bool QuickLook::takesConstant(const Node& node) const {
+    const std::uint32_t facts = *table_.view().find(node.operands()[0].valueRef().bits());
+    return OperandByte::isValue(facts & 0xFF) && !isNode(facts);
 }
 
 void QuickLook::noteFar(Ref<Entity> definition, std::uint32_t facts, std::uint32_t use) {
@@ -473,7 +481,7 @@ bool QuickLook::lookAtLate(const Late& late) {
             (i >= late.firstOpen && !linksAreRight(view, operand, place, ends_))) {
             return false;
         }
-        if (OperandByte::isNode(*facts & 0xFF)) {
+        if (isNode(*facts)) {
             const auto& definition = static_cast<const Node&>(*operand.valueRef());
             if (definition.blockRef() != node.blockRef()) {
                 far_.push_back({definition.blockRef().bits(), node.blockRef().bits()});

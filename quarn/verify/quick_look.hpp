@@ -61,6 +61,10 @@ private:
     static std::uint32_t factsOf(std::uint32_t number, std::uint32_t operandByte) {
         return number << numberShift | operandByte;
     }
+    /// Of what is a value. Constants have the largest number, which no node has.
+    static bool isNode(std::uint32_t facts) {
+        return (facts & OperandByte::variable) == 0 && facts < factsOf(largestNumber, 0);
+    }
     /// Blocks and callees are numbered from the largest number down.
     static std::uint32_t placeIn(std::uint32_t facts) {
         return largestNumber - (facts >> numberShift);
@@ -117,6 +121,7 @@ private:
     [[gnu::noinline]] void noteOddLink(std::uint32_t place);
     [[gnu::noinline]] void noteFar(Ref<Entity> definition, std::uint32_t facts, std::uint32_t use);
     bool isRight(const Node& node, Signature signature);
+    [[nodiscard]] bool takesConstant(const Node& node) const;
     [[nodiscard]] bool callIsRight(const Node& node, std::uint32_t type) const;
     bool usesAreRight();
     bool noRings();
