@@ -538,9 +538,10 @@ bool QuickLook::usesAreRight() {
     return noRings();
 }
 
-// Every link now leads from an operand of a listed node to one, and no two to the same. Operands
-// whose links do not lead down lose their marks, and get them back if they are met on the way from
-// a first use; each list is followed once.
+// Every link now leads from an operand of a listed node to one, and no two to the same. So the way
+// from an operand either ends, or comes back to where it began. Operands whose links do not lead
+// down lose their marks until a way is known to lead from them to an end; behind one that has it
+// back nobody need go on, so no link is followed twice.
 bool QuickLook::noRings() {
     const EntityTable::View view = table_.view();
     std::erase_if(oddLinks_, [](std::uint32_t place) {
@@ -550,17 +551,27 @@ bool QuickLook::noRings() {
         view.unmark(place);
     }
     for (const std::uint32_t place : oddLinks_) {
-        if (!view.isMarked(place)) {
-            const Entity& value = *Ref<Operand>::fromBits(place)->valueRef();
-            for (Ref<Operand> use = value.firstUseRef(); use; use = use->nextUseRef()) {
-                view.markOperands(use.bits(), 1);
-            }
-        }
-        if (!view.isMarked(place)) {
+        if (!view.isMarked(place) && !leadsToAnEnd(place)) {
             return false;
         }
     }
     return true;
+}
+
+bool QuickLook::leadsToAnEnd(std::uint32_t place) const {
+    const EntityTable::View view = table_.view();
+    std::uint32_t at = place;
+    do {
+        const std::uint32_t next = view.at<Operand>(at).nextUseRef().bits();
+        if (next > at) {
+            if (view.isMarked(at)) {
+                return true;
+            }
+            view.markOperands(at, 1);
+        }
+        at = next;
+    } while (at != 0 && at != place);
+    return at == 0;
 }
 
 // Control flow

@@ -15,7 +15,7 @@
 //     them, so each that has one before it is some other's next.
 //   - So the operands fall into chains from the entities' first uses, and rings. Most links lead to
 //     lower addresses, since an operand is put in front of those that are there. A ring must
-//     have one that does not; those are few, and each must be met on the way from the first use.
+//     have one that does not; those are few, and from each the way must lead to an end.
 //
 // Owner: the verifier's tools; a quick look is used for one graph after another to keep its memory.
 // It refers to nothing between them.
@@ -125,6 +125,7 @@ private:
     [[nodiscard]] bool callIsRight(const Node& node, std::uint32_t type) const;
     bool usesAreRight();
     bool noRings();
+    bool leadsToAnEnd(std::uint32_t place) const;
     bool flowIsRight(const VerifyOptions& options);
     void buildFlow();
     [[nodiscard]] bool keptDominatorsAreRight(const Dominators& kept) const;
