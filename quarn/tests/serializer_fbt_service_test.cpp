@@ -11,6 +11,7 @@
 #include <qn/text.hpp>
 
 #include <gmock/gmock.h>
+#include <ir_generated.h>
 #include <random>
 
 using namespace QN;
@@ -122,6 +123,32 @@ TEST_F(Serializer, TheDeepestScopesComeBack) {
     const auto back = deserialize(serialize(root, "title"), error);
     ASSERT_NE(back, nullptr) << error;
     EXPECT_EQ(qnelOf(*back), qnelOf(root));
+}
+
+TEST_F(Serializer, ScopesDeeperThanThereCanBeAreRefused) {
+    const auto nested = [](std::size_t levels) {
+        flatbuffers::FlatBufferBuilder builder;
+        const std::vector<flatbuffers::Offset<flatbuffers::String>> noNames;
+        const std::vector<flatbuffers::Offset<serial::Function>> noFunctions;
+        std::vector<flatbuffers::Offset<serial::Scope>> inside;
+        for (std::size_t i = 0; i <= levels; ++i) {
+            const auto name = builder.CreateString("s");
+            const auto functions = builder.CreateVector(noFunctions);
+            const auto children = builder.CreateVector(inside);
+            inside.assign(
+                1, serial::CreateScope(builder, name, serial::Flavor::Unit, functions, children));
+        }
+        const auto operations = builder.CreateVector(noNames);
+        const auto types = builder.CreateVector(noNames);
+        serial::FinishFileBuffer(builder,
+                                 serial::CreateFile(builder, operations, types, inside[0]));
+        return serial::frame(
+            {reinterpret_cast<const char*>(builder.GetBufferPointer()), builder.GetSize()});
+    };
+    std::string error;
+    EXPECT_NE(deserialize(nested(Scope::lastLevel), error), nullptr) << error;
+    EXPECT_EQ(deserialize(nested(Scope::lastLevel + 1), error), nullptr);
+    EXPECT_THAT(error, HasSubstr("scopes that are nested too deeply"));
 }
 
 TEST_F(Serializer, OneFunctionComesBackAlone) {
