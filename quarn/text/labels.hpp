@@ -61,7 +61,7 @@ public:
         Plain,       // names as they are; tN for a temporary without one
         Disambiguate // the same, with _1, _2 behind repeated ones
     };
-    /// What becomes of names with control characters; in QNEL they are none of the label.
+    /// What becomes of names with control characters. Labels of QNEL hold only identifiers.
     enum class Controls : std::uint8_t { AsTheyAre, Quoted };
     Labels() = default;
     Labels(const Cfg& cfg, Style style) { take(cfg, style); }

@@ -447,8 +447,7 @@ bool QuickLook::isRight(const Node& node, Signature signature) {
 }
 
 bool QuickLook::takesConstant(const Node& node) const {
-    const std::uint32_t facts = *table_.view().find(node.operands()[0].valueRef().bits());
-    return OperandByte::isValue(facts & 0xFF) && !isNode(facts);
+    return !isNode(*table_.view().find(node.operands()[0].valueRef().bits()));
 }
 
 void QuickLook::noteFar(Ref<Entity> definition, std::uint32_t facts, std::uint32_t use) {

@@ -121,6 +121,7 @@ private:
     [[gnu::noinline]] void noteOddLink(std::uint32_t place);
     [[gnu::noinline]] void noteFar(Ref<Entity> definition, std::uint32_t facts, std::uint32_t use);
     bool isRight(const Node& node, Signature signature);
+    /// The first operand is known to be a value.
     [[nodiscard]] bool takesConstant(const Node& node) const;
     [[nodiscard]] bool callIsRight(const Node& node, std::uint32_t type) const;
     bool usesAreRight();
